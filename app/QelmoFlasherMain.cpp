@@ -1,0 +1,17 @@
+#include "app/QelmoFlasherMain.h"
+
+#include <cstdlib>
+
+#include "app/HeadlessSelfTest.h"
+#include "app/WindowLibrary.h"
+#include "platform/ThisProcess.h"
+
+namespace qelmo {
+
+void QelmoFlasherMain::main() {
+    normalizeProcess();
+    if (hasProcessArgument("--self-test")) std::exit(runHeadlessSelfTest());
+    if (const int status = runWindowedStart(); status != EXIT_SUCCESS) std::exit(status);
+}
+
+}  // namespace qelmo

@@ -1,0 +1,6 @@
+#include "app/QelmoFlasherMain.h"
+
+int main() {
+    qelmo::QelmoFlasherMain::main();
+    return 0;
+}

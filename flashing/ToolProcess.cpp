@@ -1,0 +1,41 @@
+#include "flashing/ToolProcess.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/ThisProcess.h"
+#include "platform/Utf8.h"
+
+namespace qelmo {
+
+std::shared_ptr<ChildProcess> setUpToolProcess(std::string executable, std::vector<std::string> arguments,
+                                               std::shared_ptr<MainQueue> mainQueue,
+                                               ToolProcessHandlers handlers) {
+    auto process = ChildProcess::create(std::move(executable), std::move(arguments));
+    process->setEnvironment(toolEnvironment(processEnvironment()));
+    process->setOutputHandler([appendText = std::move(handlers.appendText)](std::string_view bytes) {
+        appendText(logTextOfChunk(bytes));
+    });
+    process->setTerminationHandler(
+        [mainQueue = std::move(mainQueue),
+         completionStep = std::move(handlers.completionStep)](const std::shared_ptr<ChildProcess>& ended) {
+            ended->clearOutputHandler();
+            mainQueue->post([completionStep, ended] { completionStep(ended); });
+        });
+    return process;
+}
+
+std::string logTextOfChunk(std::string_view bytes) {
+    std::string text = decodedUtf8(bytes);
+    std::replace(text.begin(), text.end(), '\r', '\n');
+    return text;
+}
+
+std::vector<std::string> toolEnvironment(std::vector<std::string> inherited) {
+    constexpr std::string_view name = "PYTHONUNBUFFERED=";
+    std::erase_if(inherited, [name](const std::string& entry) { return entry.starts_with(name); });
+    inherited.push_back(std::string(name) + "1");
+    return inherited;
+}
+
+}  // namespace qelmo

@@ -1,0 +1,275 @@
+#include "platform/ChildProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "platform/SystemError.h"
+
+extern char** environ;
+
+namespace qelmo {
+
+namespace {
+
+/// A pipe's capacity on both systems, so that one read takes everything that is there.
+constexpr std::size_t pipeCapacityBytes = 65536;
+
+struct Pipe {
+    FileDescriptor reading;
+    FileDescriptor writing;
+};
+
+/// Both ends are closed in every child. Returns 0 or an errno value.
+int openCloseOnExecPipe(Pipe& pipe) {
+    std::array<int, 2> ends{};
+#ifdef __linux__
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) return errno;
+    pipe = {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+#else
+    if (::pipe(ends.data()) != 0) return errno;
+    pipe = {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+    for (const int end : ends) {
+        if (::fcntl(end, F_SETFD, FD_CLOEXEC) != 0) return errno;
+    }
+#endif
+    return 0;
+}
+
+/// What the child's start changes: its streams, its descriptors and its signals. Collects the first error.
+class SpawnSetUp {
+public:
+    SpawnSetUp() {
+        check(::posix_spawn_file_actions_init(&actions_));
+        check(::posix_spawnattr_init(&attributes_));
+    }
+    SpawnSetUp(const SpawnSetUp&) = delete;
+    SpawnSetUp& operator=(const SpawnSetUp&) = delete;
+    ~SpawnSetUp() {
+        ::posix_spawn_file_actions_destroy(&actions_);
+        ::posix_spawnattr_destroy(&attributes_);
+    }
+
+    /// Output and errors go to `writingEnd`; of the other descriptors only standard input is passed on.
+    void connectStreams(int writingEnd) {
+        check(::posix_spawn_file_actions_adddup2(&actions_, writingEnd, STDOUT_FILENO));
+        check(::posix_spawn_file_actions_adddup2(&actions_, writingEnd, STDERR_FILENO));
+#ifdef __APPLE__
+        flags_ |= POSIX_SPAWN_CLOEXEC_DEFAULT;
+        check(::posix_spawn_file_actions_addinherit_np(&actions_, STDIN_FILENO));
+#else
+        check(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
+#endif
+    }
+
+    void resetSignals() {
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        sigdelset(&all, SIGKILL);
+        sigdelset(&all, SIGSTOP);
+        check(::posix_spawnattr_setsigmask(&attributes_, &none));
+        check(::posix_spawnattr_setsigdefault(&attributes_, &all));
+        flags_ |= POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    }
+
+    /// Returns 0 or an errno value.
+    int start(pid_t& processId, const std::string& executable, char* const* arguments,
+              char* const* environment) {
+        check(::posix_spawnattr_setflags(&attributes_, static_cast<short>(flags_)));
+        if (error_ != 0) return error_;
+        return ::posix_spawn(&processId, executable.c_str(), &actions_, &attributes_, arguments, environment);
+    }
+
+private:
+    void check(int error) {
+        if (error_ == 0) error_ = error;
+    }
+
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
+    int flags_ = 0;
+    int error_ = 0;
+};
+
+std::vector<char*> pointersTo(const std::vector<std::string>& texts, const std::string* first = nullptr) {
+    std::vector<char*> pointers;
+    // The system's interface is not const-correct; it does not change the texts.
+    if (first != nullptr) pointers.push_back(const_cast<char*>(first->c_str()));
+    for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// Returns the wait status, or nothing when someone else has taken it.
+std::optional<int> reap(pid_t processId) {
+    int status = 0;
+    for (;;) {
+        if (::waitpid(processId, &status, 0) == processId) return status;
+        if (errno != EINTR) return std::nullopt;
+    }
+}
+
+}  // namespace
+
+/// The pipe's reading end, with the means to stop the thread that waits on it.
+struct ChildProcess::OutputReader {
+    FileDescriptor output;
+    Pipe wake;
+    std::atomic<bool> cleared = false;
+
+    void clear() noexcept {
+        cleared = true;
+        const char nudge = 0;
+        if (wake.writing.isOpen()) (void)!::write(wake.writing.get(), &nudge, 1);
+    }
+
+    void deliver(const OutputHandler& handler) const {
+        std::vector<char> buffer(pipeCapacityBytes);
+        for (;;) {
+            std::array<pollfd, 2> events{pollfd{output.get(), POLLIN, 0},
+                                         pollfd{wake.reading.get(), POLLIN, 0}};
+            if (::poll(events.data(), events.size(), -1) < 0 && errno != EINTR) return;
+            if (cleared) return;
+            if (events[0].revents == 0) continue;
+
+            const ssize_t got = ::read(output.get(), buffer.data(), buffer.size());
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return;
+            if (cleared) return;
+            handler({buffer.data(), static_cast<std::size_t>(got)});
+        }
+    }
+};
+
+std::shared_ptr<ChildProcess> ChildProcess::create(std::string executable,
+                                                   std::vector<std::string> arguments) {
+    return std::shared_ptr<ChildProcess>(new ChildProcess(std::move(executable), std::move(arguments)));
+}
+
+ChildProcess::ChildProcess(std::string executable, std::vector<std::string> arguments)
+    : executable_(std::move(executable)),
+      arguments_(std::move(arguments)),
+      reader_(std::make_shared<OutputReader>()) {}
+
+void ChildProcess::launchSupervised() {
+    openPipe();
+    std::promise<pid_t> started;
+    try {
+        // Both threads wait before the child exists, so that nothing can fail once it runs.
+        startReader();
+        startWaiter(started.get_future());
+        spawn();
+    } catch (...) {
+        clearOutputHandler();
+        writingEnd_.close();
+        started.set_value(-1);
+        rethrowAsLaunchError();
+    }
+    started.set_value(processId_);
+}
+
+void ChildProcess::clearOutputHandler() noexcept {
+    reader_->clear();
+}
+
+void ChildProcess::launch() {
+    openPipe();
+    spawn();
+}
+
+void ChildProcess::waitUntilExit() {
+    waitStatus_ = reap(processId_);
+}
+
+std::string ChildProcess::readToEndOfOutput() {
+    std::string bytes;
+    std::vector<char> buffer(pipeCapacityBytes);
+    for (;;) {
+        const ssize_t got = ::read(reader_->output.get(), buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return bytes;
+        bytes.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+}
+
+int ChildProcess::terminationStatus() const noexcept {
+    constexpr int unknown = 255;
+    if (!waitStatus_) return unknown;
+    return WIFEXITED(*waitStatus_) ? WEXITSTATUS(*waitStatus_) : WTERMSIG(*waitStatus_);
+}
+
+void ChildProcess::throwLaunchError(int error, std::string_view reason) const {
+    throwSystemError(error, "start", executable_ + std::string(reason));
+}
+
+void ChildProcess::rethrowAsLaunchError() const {
+    try {
+        throw;
+    } catch (const std::system_error& error) {
+        throwLaunchError(error.code().value());
+    } catch (const std::bad_alloc&) {
+        throwLaunchError(ENOMEM);
+    }
+}
+
+void ChildProcess::requireNoNul() const {
+    if (holdsNul(executable_)) throwLaunchError(EINVAL);
+    if (std::any_of(arguments_.begin(), arguments_.end(), holdsNul))
+        throwLaunchError(EINVAL, " (an argument holds a NUL character)");
+}
+
+void ChildProcess::openPipe() {
+    requireNoNul();
+    Pipe output;
+    int error = openCloseOnExecPipe(output);
+    if (error == 0) error = openCloseOnExecPipe(reader_->wake);
+    if (error != 0) throwLaunchError(error);
+    reader_->output = std::move(output.reading);
+    writingEnd_ = std::move(output.writing);
+}
+
+void ChildProcess::startReader() {
+    if (!outputHandler_) return;
+    std::thread([reader = reader_, handler = std::exchange(outputHandler_, nullptr)] {
+        reader->deliver(handler);
+    }).detach();
+}
+
+void ChildProcess::startWaiter(std::future<pid_t> started) {
+    std::thread([self = shared_from_this(), started = std::move(started),
+                 handler = std::exchange(terminationHandler_, nullptr)]() mutable {
+        const pid_t processId = started.get();
+        if (processId < 0) return;
+        self->waitStatus_ = reap(processId);
+        if (handler) handler(self);
+    }).detach();
+}
+
+void ChildProcess::spawn() {
+    SpawnSetUp setUp;
+    setUp.connectStreams(writingEnd_.get());
+    setUp.resetSignals();
+    const auto arguments = pointersTo(arguments_, &executable_);
+    const auto environment = pointersTo(environment_.value_or(std::vector<std::string>{}));
+    const int error =
+        setUp.start(processId_, executable_, arguments.data(), environment_ ? environment.data() : environ);
+    // The child has its own copies; as long as ours is open, the output would not end.
+    writingEnd_.close();
+    if (error != 0) throwLaunchError(error);
+}
+
+}  // namespace qelmo

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+namespace qelmo {
+
+/// The queue through which everything reaches the main thread: first in, first out.
+///
+/// Threads: both operations may be called from any thread; every task runs on the main thread, on its own,
+///          after the call that posted it has returned. A task that opens a modal alert does not hold up the
+///          tasks behind it: they run, still in order, inside the alert's own event loop.
+/// Once the application object is gone, tasks are dropped, those that wait and those still to come.
+/// Tasks hold the objects that they work on weakly and resolve them when they run. They must not throw.
+class MainQueue {
+public:
+    using Task = std::function<void()>;
+
+    MainQueue() = default;
+    MainQueue(const MainQueue&) = delete;
+    MainQueue& operator=(const MainQueue&) = delete;
+    virtual ~MainQueue() = default;
+
+    virtual void post(Task task) = 0;
+
+    /// Posts the task when `delay` has passed.
+    virtual void postAfter(std::chrono::milliseconds delay, Task task) = 0;
+};
+
+}  // namespace qelmo

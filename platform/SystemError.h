@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qelmo {
+
+/// Throws std::system_error for an errno value; its what() reads "operation object: reason", on one line.
+///
+/// `object` is usually a path: it is bytes from the disk or the manifest, so what cannot be shown as text
+/// (ill-formed UTF-8, control characters) is replaced before it goes into the message.
+[[noreturn]] void throwSystemError(int error, std::string_view operation, std::string_view object);
+
+/// True when `path` cannot be handed to the system as it stands, because the system would cut it short.
+[[nodiscard]] bool holdsNul(std::string_view path) noexcept;
+
+}  // namespace qelmo

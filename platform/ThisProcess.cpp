@@ -1,0 +1,61 @@
+#include "platform/ThisProcess.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "platform/SystemError.h"
+
+extern char** environ;
+
+namespace qelmo {
+
+namespace {
+
+/// Returns 0, or the errno value of the write that failed.
+int written(int descriptor, std::string_view text) noexcept {
+    while (!text.empty()) {
+        const ssize_t count = ::write(descriptor, text.data(), text.size());
+        if (count >= 0) text.remove_prefix(static_cast<std::size_t>(count));
+        if (count < 0 && errno != EINTR) return errno;
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool hasProcessArgument(std::string_view argument) {
+    const auto arguments = processArguments();
+    return std::find(arguments.begin(), arguments.end(), argument) != arguments.end();
+}
+
+std::vector<std::string> processEnvironment() {
+    std::vector<std::string> entries;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) entries.emplace_back(*entry);
+    return entries;
+}
+
+void normalizeProcess() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The wrong way round on purpose: reading a stream that was closed, or writing to it, goes on
+        // failing.
+        if (::fcntl(stream, F_GETFD) < 0)
+            (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+    std::signal(SIGCHLD, SIG_DFL);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+void writeToStandardOutput(std::string_view text) {
+    if (const int error = written(STDOUT_FILENO, text); error != 0)
+        throwSystemError(error, "write", "standard output");
+}
+
+void writeToStandardError(std::string_view text) noexcept {
+    (void)written(STDERR_FILENO, text);
+}
+
+}  // namespace qelmo

@@ -1,0 +1,65 @@
+#include "platform/Utf8.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace qelmo {
+
+namespace {
+
+/// One row of the Unicode Standard's table 3-7, "Well-Formed UTF-8 Byte Sequences". Bytes after the second
+/// are always 80..BF.
+struct SequenceForm {
+    std::uint8_t firstLow, firstHigh, secondLow, secondHigh;
+    std::size_t length;
+};
+
+constexpr std::array<SequenceForm, 8> multiByteForms{{
+    {0xC2, 0xDF, 0x80, 0xBF, 2},
+    {0xE0, 0xE0, 0xA0, 0xBF, 3},
+    {0xE1, 0xEC, 0x80, 0xBF, 3},
+    {0xED, 0xED, 0x80, 0x9F, 3},
+    {0xEE, 0xEF, 0x80, 0xBF, 3},
+    {0xF0, 0xF0, 0x90, 0xBF, 4},
+    {0xF1, 0xF3, 0x80, 0xBF, 4},
+    {0xF4, 0xF4, 0x80, 0x8F, 4},
+}};
+
+struct Step {
+    std::size_t length;
+    bool wellFormed;
+};
+
+/// Length of the sequence at the start of `rest`, or of the longest start of one when it breaks off.
+Step sequenceAt(std::string_view rest) {
+    const auto byte = [rest](std::size_t index) { return static_cast<std::uint8_t>(rest[index]); };
+    if (byte(0) < 0x80) return {1, true};
+    for (const SequenceForm& form : multiByteForms) {
+        if (byte(0) < form.firstLow || byte(0) > form.firstHigh) continue;
+        std::size_t length = 1;
+        while (length < form.length && length < rest.size()) {
+            const std::uint8_t low = length == 1 ? form.secondLow : 0x80;
+            const std::uint8_t high = length == 1 ? form.secondHigh : 0xBF;
+            if (byte(length) < low || byte(length) > high) break;
+            ++length;
+        }
+        return {length, length == form.length};
+    }
+    return {1, false};
+}
+
+}  // namespace
+
+std::string decodedUtf8(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const Step step = sequenceAt(bytes);
+        text += step.wellFormed ? bytes.substr(0, step.length) : std::string_view("\uFFFD");
+        bytes.remove_prefix(step.length);
+    }
+    return text;
+}
+
+}  // namespace qelmo

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qelmo {
+
+/// Returns `bytes` as well-formed UTF-8: each maximal ill-formed part becomes one U+FFFD, as the Unicode
+/// Standard recommends (section 3.9, "U+FFFD Substitution of Maximal Subparts"). Never fails.
+[[nodiscard]] std::string decodedUtf8(std::string_view bytes);
+
+}  // namespace qelmo

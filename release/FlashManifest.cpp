@@ -1,0 +1,146 @@
+#include "release/FlashManifest.h"
+
+#include <limits>
+#include <nlohmann/json.hpp>
+
+namespace qelmo {
+
+namespace {
+
+using nlohmann::json;
+
+std::string kindOf(const json& value) {
+    switch (value.type()) {
+        case json::value_t::null:
+            return "null";
+        case json::value_t::object:
+            return "an object";
+        case json::value_t::array:
+            return "an array";
+        case json::value_t::string:
+            return "a string";
+        case json::value_t::boolean:
+            return "a boolean";
+        case json::value_t::number_float:
+            return "a number that is not a 64-bit integer";
+        default:
+            return "an integer";
+    }
+}
+
+/// One JSON object whose fields are read by key; every read is required and strict.
+class KeyedContainer {
+public:
+    KeyedContainer(const json& value, std::string path) : value_(value), path_(std::move(path)) {
+        if (!value_.is_object()) fail(path_, "an object", value_);
+    }
+
+    template <typename Key>
+    std::string text(Key key) const {
+        const json& field = required(key);
+        if (!field.is_string()) fail(pathOf(key), "a string", field);
+        return field.get<std::string>();
+    }
+
+    template <typename Key>
+    std::int64_t integer(Key key) const {
+        const json& field = required(key);
+        if (!field.is_number_integer()) fail(pathOf(key), "an integer", field);
+        constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+        if (field.is_number_unsigned() && field.get<std::uint64_t>() > largest)
+            throw ManifestDecodingError(pathOf(key) + ": the number does not fit a 64-bit integer");
+        return field.get<std::int64_t>();
+    }
+
+    template <typename Key>
+    bool boolean(Key key) const {
+        const json& field = required(key);
+        if (!field.is_boolean()) fail(pathOf(key), "a boolean", field);
+        return field.get<bool>();
+    }
+
+    template <typename Key>
+    KeyedContainer nested(Key key) const {
+        return {required(key), pathOf(key)};
+    }
+
+private:
+    template <typename Key>
+    std::string pathOf(Key key) const {
+        const std::string text(keyText(key));
+        return path_.empty() ? text : path_ + "." + text;
+    }
+
+    template <typename Key>
+    const json& required(Key key) const {
+        const auto field = value_.find(keyText(key));
+        if (field == value_.end()) throw ManifestDecodingError(pathOf(key) + ": the key is missing");
+        return *field;
+    }
+
+    [[noreturn]] static void fail(const std::string& path, const std::string& expected, const json& found) {
+        throw ManifestDecodingError((path.empty() ? "The flash manifest" : path) + ": expected " + expected +
+                                    ", found " + kindOf(found));
+    }
+
+    const json& value_;
+    std::string path_;
+};
+
+/// The parser's own words without its error number and without the text it stumbled over, which may be long.
+std::string parserWords(const json::exception& error) {
+    std::string words = error.what();
+    if (const auto number = words.find("] "); number != std::string::npos) words.erase(0, number + 2);
+    if (const auto token = words.find("; last read"); token != std::string::npos) words.resize(token);
+    constexpr std::size_t oneLine = 160;
+    if (words.size() > oneLine) words.resize(oneLine);
+    return words;
+}
+
+json parse(std::span<const std::byte> bytes) {
+    // No field lies deeper than this; what does is checked but not kept, so that a hostile manifest costs
+    // little more than its own size.
+    constexpr int deepestField = 2;
+    const auto keep = [](int depth, json::parse_event_t, const json&) { return depth <= deepestField; };
+    const auto* const text = reinterpret_cast<const char*>(bytes.data());
+    try {
+        return json::parse(text, text + bytes.size(), keep);
+    } catch (const json::exception& error) {
+        throw ManifestDecodingError("The flash manifest is not valid JSON: " + parserWords(error));
+    }
+}
+
+FlashManifest::Binary decodeBinary(const KeyedContainer& container) {
+    using Key = FlashManifest::Binary::CodingKeys;
+    // Braced initialisers are evaluated from left to right: the first bad field is the one reported.
+    return {container.text(Key::path), container.integer(Key::offset), container.integer(Key::size),
+            container.text(Key::sha256)};
+}
+
+FlashManifest::Flash decodeFlash(const KeyedContainer& container) {
+    using Key = FlashManifest::Flash::CodingKeys;
+    return {container.integer(Key::baud),
+            container.text(Key::flashSize),
+            container.text(Key::flashMode),
+            container.text(Key::flashFrequency),
+            container.boolean(Key::eraseAllInternalFlash),
+            container.text(Key::after),
+            container.text(Key::confirmationText)};
+}
+
+}  // namespace
+
+FlashManifest FlashManifest::decode(std::span<const std::byte> bytes) {
+    using Key = FlashManifest::CodingKeys;
+    const json document = parse(bytes);
+    const KeyedContainer container(document, {});
+    return {container.integer(Key::schemaVersion),
+            container.text(Key::name),
+            container.text(Key::version),
+            container.text(Key::chipFamily),
+            container.text(Key::hardware),
+            decodeBinary(container.nested(Key::binary)),
+            decodeFlash(container.nested(Key::flash))};
+}
+
+}  // namespace qelmo

@@ -1,0 +1,127 @@
+#include "release/FlasherResources.h"
+
+#include <cstdint>
+#include <string_view>
+#include <utility>
+
+#include "platform/FilePath.h"
+#include "platform/FileReading.h"
+#include "platform/MainBundle.h"
+#include "platform/Sha256.h"
+#include "release/FlasherFailure.h"
+
+namespace qelmo {
+
+namespace {
+
+constexpr std::int64_t supportedSchemaVersion = 1;
+constexpr std::string_view supportedChipFamily = "ESP32-S3";
+constexpr std::int64_t wholeFlashAddress = 0;
+constexpr std::string_view supportedFlashSize = "8MB";
+constexpr std::string_view supportedFlashMode = "dio";
+
+/// A merged image holds the boot loader at 0 and the application here; both begin with the image magic.
+constexpr std::size_t applicationOffset = 0x10000;
+constexpr std::byte imageMagic{0xE9};
+
+/// Far above what the files can sensibly be; they only bound what a wrong file can cost.
+constexpr std::uint64_t manifestLimitBytes = 16ULL << 20;
+constexpr std::uint64_t imageLimitBytes = 256ULL << 20;
+
+constexpr std::string_view esptoolBelowHome = ".platformio/packages/tool-esptoolpy/esptool.py";
+
+std::string lowerCaseHex(std::span<const std::byte> bytes) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const std::byte value : bytes) {
+        text += digits[std::to_integer<std::size_t>(value >> 4)];
+        text += digits[std::to_integer<std::size_t>(value & std::byte{0xF})];
+    }
+    return text;
+}
+
+std::string lowerCaseAscii(std::string text) {
+    for (char& unit : text) {
+        if (unit >= 'A' && unit <= 'Z') unit = static_cast<char>(unit - 'A' + 'a');
+    }
+    return text;
+}
+
+void requireImageLength(std::uint64_t sizeBytes, const FlashManifest& manifest) {
+    if (!std::in_range<std::int64_t>(sizeBytes) ||
+        static_cast<std::int64_t>(sizeBytes) != manifest.binary.size)
+        throw FlasherFailure("The embedded firmware size does not match its manifest.");
+}
+
+bool isCompleteImage(std::span<const std::byte> image) {
+    return image.size() > applicationOffset && image[0] == imageMagic &&
+           image[applicationOffset] == imageMagic;
+}
+
+FlashManifest readManifest(const std::string& folder) {
+    const std::string path = joinedPath(folder, manifestFileName);
+    if (!isReadableFile(path)) throw FlasherFailure("The embedded flash manifest is missing.");
+    return FlashManifest::decode(RegularFile(path).readAll(manifestLimitBytes).span());
+}
+
+std::string verifiedFileDigest(const std::string& path, const FlashManifest& manifest) {
+    const RegularFile file(path);
+    // A file of the wrong length is refused without being read.
+    requireImageLength(file.sizeBytes(), manifest);
+    return verifiedImageDigest(file.readAll(imageLimitBytes).span(), manifest);
+}
+
+}  // namespace
+
+FlasherResources::FlasherResources(FlashManifest checked, std::string firmware, std::string esptool,
+                                   std::string digest)
+    : manifest(std::move(checked)),
+      firmwareURL(std::move(firmware)),
+      esptoolURL(std::move(esptool)),
+      checksum(std::move(digest)) {}
+
+FlasherResources FlasherResources::load(const std::string& bundleURL) {
+    const std::string folder = resourceFolder(bundleURL);
+    const FlashManifest manifest = readManifest(folder);
+    requireSupportedRelease(manifest);
+
+    // Only after the manifest was read from inside it: a missing folder is reported as a missing manifest.
+    if (!isFolder(folder)) throw FlasherFailure("The application resource folder is missing.");
+
+    const std::string firmware = joinedPath(folder, manifest.binary.path);
+    const std::string digest = verifiedFileDigest(firmware, manifest);
+
+    // Last on purpose: every fault of the release itself outranks a missing tool.
+    const std::string esptool = joinedPath(homeFolder(), esptoolBelowHome);
+    if (!isReadableFile(esptool))
+        throw FlasherFailure("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
+
+    return {manifest, firmware, esptool, digest};
+}
+
+void requireSupportedRelease(const FlashManifest& manifest) {
+    if (manifest.schemaVersion != supportedSchemaVersion)
+        throw FlasherFailure("The embedded flash manifest version is unsupported.");
+    if (manifest.chipFamily != supportedChipFamily)
+        throw FlasherFailure("This release is not locked to ESP32-S3.");
+    if (manifest.binary.offset != wholeFlashAddress)
+        throw FlasherFailure("The complete firmware must flash at address 0x0.");
+    if (manifest.flash.flashSize != supportedFlashSize || manifest.flash.flashMode != supportedFlashMode)
+        throw FlasherFailure("The embedded flash geometry is not Cardputer ADV safe.");
+}
+
+std::string verifiedImageDigest(std::span<const std::byte> image, const FlashManifest& manifest) {
+    requireImageLength(image.size(), manifest);
+    if (!isCompleteImage(image))
+        throw FlasherFailure("The embedded file is not a complete QELMO firmware image.");
+    std::string digest = imageDigest(image);
+    if (digest != lowerCaseAscii(manifest.binary.sha256))
+        throw FlasherFailure("The embedded firmware checksum is not trusted.");
+    return digest;
+}
+
+std::string imageDigest(std::span<const std::byte> image) {
+    return lowerCaseHex(sha256(image));
+}
+
+}  // namespace qelmo

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+#include "release/FlashManifest.h"
+
+namespace qelmo {
+
+/// The manifest's file name in a bundle's resource folder.
+inline constexpr const char* manifestFileName = "qelmo-varnox-flash-manifest.json";
+
+/// A verified release. Holding one means that it passed every check when it was loaded; only `load` makes
+/// one. Copied freely, immutable. Paths are bytes.
+class FlasherResources {
+public:
+    /// Reads and checks the release inside the bundle folder `bundleURL` (the one that contains "Contents"),
+    /// and finds the flashing tool in the user's home folder. Nothing is kept between calls.
+    ///
+    /// Threads: callable from any thread.
+    /// Errors:  the first fault in the order of the checks: FlasherFailure with the sentence for the user,
+    ///          std::system_error of the file layer, ManifestDecodingError.
+    [[nodiscard]] static FlasherResources load(const std::string& bundleURL);
+
+    const FlashManifest manifest;
+    const std::string firmwareURL;  ///< path of the image file
+    const std::string esptoolURL;   ///< path of esptool.py
+    const std::string checksum;     ///< digest of the image as computed here: 64 lower-case digits
+
+private:
+    FlasherResources(FlashManifest checked, std::string firmware, std::string esptool, std::string digest);
+};
+
+/// Checks the manifest's values: schema, chip, address, geometry, in this order.
+/// Errors: FlasherFailure.
+void requireSupportedRelease(const FlashManifest& manifest);
+
+/// Checks the image against its manifest: length, shape, digest, in this order. Returns the digest.
+/// Errors: FlasherFailure.
+[[nodiscard]] std::string verifiedImageDigest(std::span<const std::byte> image,
+                                              const FlashManifest& manifest);
+
+/// The digest of an image as 64 lower-case hexadecimal digits.
+[[nodiscard]] std::string imageDigest(std::span<const std::byte> image);
+
+}  // namespace qelmo

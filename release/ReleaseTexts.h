@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "release/FlasherResources.h"
+
+namespace qelmo {
+
+/// The release that was loaded before, as far as there was one. The same digest and the same version are the
+/// same build.
+struct PreviousRelease {
+    std::optional<std::string> version;
+    std::optional<std::string> checksum;
+};
+
+/// The release panel's two lines: which release is loaded.
+[[nodiscard]] std::string releaseSummary(const FlasherResources& release);
+
+/// The release panel's text when validation failed.
+[[nodiscard]] std::string releaseFailureSummary(const std::string& description);
+
+/// The lines that a successful validation writes to the log.
+[[nodiscard]] std::vector<std::string> validationReport(const FlasherResources& release, bool userInitiated,
+                                                        const PreviousRelease& previous);
+
+}  // namespace qelmo

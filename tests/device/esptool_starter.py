@@ -1,0 +1,60 @@
+#!/usr/bin/python3
+"""Starts the esptool package beside this file, and gives it the modem lines that a pseudo-terminal lacks.
+
+esptool resets a chip through DTR and RTS.  On a pseudo-terminal the requests for them fail with ENOTTY; only
+there they are kept here instead, and every change is told to the other end in a SLIP packet of its own.  A
+real device never sees such a packet.
+"""
+
+import errno
+import fcntl
+import os
+import re
+import struct
+import termios
+
+CHANGES = {
+    termios.TIOCMSET: lambda lines, bits: bits,
+    termios.TIOCMBIS: lambda lines, bits: lines | bits,
+    termios.TIOCMBIC: lambda lines, bits: lines & ~bits,
+}
+PSEUDO_TERMINAL = re.compile(r"/dev/(pts/\d+|ttys\d+)")
+
+ioctl_of_the_system = fcntl.ioctl
+lines_of = {}
+
+
+def is_pseudo_terminal(descriptor):
+    try:
+        return PSEUDO_TERMINAL.fullmatch(os.ttyname(descriptor)) is not None
+    except OSError:
+        return False
+
+
+def report(descriptor, lines):
+    try:
+        os.write(descriptor, b"\xc0LINE" + bytes([lines & (termios.TIOCM_DTR | termios.TIOCM_RTS)]) + b"\xc0")
+    except BlockingIOError:
+        pass  # nobody reads at the other end, so nobody wants to know
+
+
+def ioctl_with_modem_lines(descriptor, request, argument=0, *rest):
+    try:
+        return ioctl_of_the_system(descriptor, request, argument, *rest)
+    except OSError as error:
+        wanted = request == termios.TIOCMGET or request in CHANGES
+        if error.errno != errno.ENOTTY or not wanted or not is_pseudo_terminal(descriptor):
+            raise
+    lines = lines_of.get(descriptor, 0)
+    if request == termios.TIOCMGET:
+        return struct.pack("I", lines)
+    lines_of[descriptor] = CHANGES[request](lines, struct.unpack("I", argument)[0])
+    report(descriptor, lines_of[descriptor])
+    return argument
+
+
+if __name__ == "__main__":
+    fcntl.ioctl = ioctl_with_modem_lines
+    import esptool
+
+    esptool._main()
