@@ -1,0 +1,51 @@
+#include <QApplication>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "platform/ThisProcess.h"
+#include "ui/AppDelegate.h"
+#include "ui/DarkControls.h"
+#include "ui/QtMainQueue.h"
+
+namespace qelmo {
+
+namespace {
+
+/// The toolkit ends the process when it finds no display, after it has asked this handler to show why. Its
+/// own words, and its warnings about the user's desktop, help nobody who holds a device.
+void showFatalMessagesOnly(QtMsgType type, const QMessageLogContext& /*context*/, const QString& /*text*/) {
+    if (type != QtFatalMsg) return;
+    writeToStandardError(
+        "The window cannot be opened: no display can be used. --self-test works without one.\n");
+    std::_Exit(EXIT_FAILURE);
+}
+
+int windowedStart() {
+    qInstallMessageHandler(showFatalMessagesOnly);
+    // The toolkit gets no arguments: it would take some for itself, and one of them could end the program.
+    std::string name = processArguments().front();
+    int argumentCount = 1;
+    char* arguments[] = {name.data(), nullptr};
+    QApplication application(argumentCount, arguments);
+    applyDarkControls(application);
+
+    const auto mainQueue = std::make_shared<QtMainQueue>();
+    auto delegate = std::make_shared<AppDelegate>(mainQueue);
+    QApplication::setQuitOnLastWindowClosed(AppDelegate::applicationShouldTerminateAfterLastWindowClosed());
+    mainQueue->post([weak = std::weak_ptr(delegate)] { weak.lock()->applicationDidFinishLaunching(); });
+
+    const int status = QApplication::exec();
+    delegate.reset();
+    mainQueue->close();
+    return status;
+}
+
+}  // namespace
+
+}  // namespace qelmo
+
+/// The library's one entry: runs the window until the user quits; returns the exit status of the process.
+extern "C" Q_DECL_EXPORT int qelmoWindowedStart() {
+    return qelmo::windowedStart();
+}

@@ -1,0 +1,52 @@
+#include "ui/Alert.h"
+
+#include <QAbstractButton>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include "ui/MonospacedFont.h"
+
+namespace qelmo {
+
+namespace {
+
+constexpr int textSize = 12;
+
+void showPlainText(QMessageBox& box, const Alert& alert) {
+    box.setTextFormat(Qt::PlainText);
+    box.setText(QString::fromStdString(alert.messageText));
+    box.setInformativeText(QString::fromStdString(alert.informativeText));
+    // The box does not pass its text format on to the second text.
+    if (auto* label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel")))
+        label->setTextFormat(Qt::PlainText);
+}
+
+QList<QAbstractButton*> addButtons(QMessageBox& box, const std::vector<std::string>& titles) {
+    QList<QAbstractButton*> added;
+    for (const std::string& title : titles) {
+        const auto role = added.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole;
+        added.append(box.addButton(QString::fromStdString(title), role));
+    }
+    box.setDefaultButton(qobject_cast<QPushButton*>(added.first()));
+    box.setEscapeButton(added.last());
+    return added;
+}
+
+}  // namespace
+
+int Alert::runModal(QWidget* window) const {
+    QMessageBox box(window);
+    box.setWindowModality(Qt::ApplicationModal);
+    box.setIcon(style == Style::critical ? QMessageBox::Critical : QMessageBox::Information);
+    box.setWindowTitle(window == nullptr ? QString() : window->windowTitle());
+    box.setFont(monospacedFont(textSize, QFont::Normal));
+    showPlainText(box, *this);
+    const auto boxButtons = addButtons(box, buttons);
+
+    box.exec();
+    const auto pressed = boxButtons.indexOf(box.clickedButton());
+    return pressed < 0 ? 0 : firstButtonReturn + static_cast<int>(pressed);
+}
+
+}  // namespace qelmo

@@ -1,0 +1,230 @@
+#include "ui/AppDelegate.h"
+
+#include <QComboBox>
+#include <QScopedValueRollback>
+#include <QStringList>
+#include <QWidget>
+#include <exception>
+#include <utility>
+
+#include "flashing/BootPorts.h"
+#include "flashing/FlashCommand.h"
+#include "flashing/FlashTexts.h"
+#include "flashing/ToolProcess.h"
+#include "platform/MainBundle.h"
+#include "release/FlashButtonTitle.h"
+#include "release/FlasherFailure.h"
+#include "release/ReleaseTexts.h"
+#include "ui/ActionButton.h"
+#include "ui/ActivityBar.h"
+#include "ui/Alert.h"
+#include "ui/ApplicationIcon.h"
+#include "ui/Colour.h"
+#include "ui/LogTextView.h"
+#include "ui/TextLabel.h"
+#include "ui/WindowLayout.h"
+
+namespace qelmo {
+
+namespace {
+
+void requireUnchangedRelease(const FlasherResources& validated) {
+    if (FlasherResources::load(MainBundle::bundleURL()).checksum != validated.checksum)
+        throw FlasherFailure(FlashTexts::releaseChanged);
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue)
+    : background(calibratedWhite(0.035)),
+      panel(calibratedWhite(0.085)),
+      foreground(calibratedWhite(0.94)),
+      muted(calibratedWhite(0.6)),
+      accent(calibratedRgb(0.12, 0.83, 0.93)),
+      warning(calibratedRgb(1.0, 0.64, 0.2)),
+      danger(calibratedRgb(1.0, 0.3, 0.29)),
+      mainQueue_(std::move(mainQueue)) {}
+
+AppDelegate::~AppDelegate() = default;
+
+// Start-up ------------------------------------------------------------------------------------------------
+
+void AppDelegate::applicationDidFinishLaunching() {
+    setFallbackApplicationIcon();
+    if (const auto icon = MainBundle::urlForResource("AppIcon", "icns")) setApplicationIcon(*icon);
+    buildWindow();
+    window->show();
+    window->raise();
+    window->activateWindow();
+    validateReleaseAndRefresh(false);
+    runWindowSelfTestIfRequested();
+}
+
+void AppDelegate::buildWindow() {
+    WindowLayout layout = buildWindowLayout(*this);
+    window = std::move(layout.window);
+    releaseLabel = layout.releaseLabel;
+    statusLabel = layout.statusLabel;
+    portPopup = layout.portPopup;
+    refreshButton = layout.refreshButton;
+    flashButton = layout.flashButton;
+    progress = layout.progress;
+    logTextView = layout.logTextView;
+}
+
+// The embedded release ------------------------------------------------------------------------------------
+
+void AppDelegate::refreshBuildAndPorts() {
+    if (flashProcess) return;
+    validateReleaseAndRefresh(true);
+}
+
+void AppDelegate::validateReleaseAndRefresh(bool userInitiated) {
+    PreviousRelease previous;
+    if (resources) previous = {resources->manifest.version, resources->checksum};
+    try {
+        resources.emplace(FlasherResources::load(MainBundle::bundleURL()));
+    } catch (const std::exception& error) {
+        showReleaseFailure(errorDescription(error));
+        return;
+    }
+    releaseLabel->setText(QString::fromStdString(releaseSummary(*resources)));
+    flashButton->setTitle(QString::fromStdString(verifiedFlashButtonTitle(resources->manifest)));
+    for (const std::string& line : validationReport(*resources, userInitiated, previous))
+        appendLog(line, true);
+    refreshPorts();
+}
+
+void AppDelegate::showReleaseFailure(const std::string& description) {
+    resources.reset();
+    releaseLabel->setText(QString::fromStdString(releaseFailureSummary(description)));
+    setStatus("NOT READY", danger);
+    appendLog("STOP: " + description, true);
+    flashButton->setEnabled(false);
+}
+
+// The boot ports ------------------------------------------------------------------------------------------
+
+void AppDelegate::refreshPorts() {
+    if (flashProcess) return;
+    ports = listBootPorts();
+    portPopup->clear();
+    if (ports.empty()) portPopup->addItem(QString::fromUtf8(noBootPortTitle));
+    for (const std::string& port : ports) portPopup->addItem(QString::fromStdString(port));
+    portPopup->setEnabled(!ports.empty());
+    flashButton->setEnabled(!ports.empty() && resources.has_value());
+    setStatus(bootPortStatus(ports.size()).c_str(), ports.empty() ? warning : accent);
+    appendLog(bootPortReport(ports.size()), true);
+}
+
+// The flash job -------------------------------------------------------------------------------------------
+
+void AppDelegate::flashDevice() {
+    if (flashProcess || alertIsOpen_) return;
+    if (!resources) return;
+    // The whole job works on this copy; a refresh while an alert is open does not reach it.
+    const FlasherResources release = *resources;
+    const int selected = portPopup->currentIndex();
+    if (selected < 0 || static_cast<std::size_t>(selected) >= ports.size()) return;
+    const std::string port = ports[static_cast<std::size_t>(selected)];
+
+    // The alerts below run the event loop, in which the last other owner may let go.
+    const auto self = shared_from_this();
+    try {
+        requireUnchangedRelease(release);
+    } catch (const std::exception& error) {
+        showError(errorDescription(error));
+        return;
+    }
+    if (!confirmsFlash(release, port)) {
+        appendLog(FlashTexts::cancelledLine, true);
+        return;
+    }
+    startFlashJob(release, port);
+}
+
+bool AppDelegate::confirmsFlash(const FlasherResources& release, const std::string& port) {
+    return runAlert({Alert::Style::critical,
+                     FlashTexts::confirmationMessage(release.manifest.version),
+                     FlashTexts::confirmationDetails(port),
+                     {FlashTexts::confirmButton, FlashTexts::cancelButton}}) == Alert::firstButtonReturn;
+}
+
+void AppDelegate::startFlashJob(const FlasherResources& release, const std::string& port) {
+    const Weak weak = weak_from_this();
+    flashProcess = setUpToolProcess(
+        pythonPath, flashArguments(release, port), mainQueue_,
+        {[weak, queue = mainQueue_](std::string text) { postLog(*queue, weak, std::move(text), false); },
+         [weak, release](const std::shared_ptr<ChildProcess>& process) {
+             if (const auto delegate = weak.lock()) delegate->completeFlashJob(*process, release);
+         }});
+
+    flashButton->setEnabled(false);
+    refreshButton->setEnabled(false);
+    portPopup->setEnabled(false);
+    progress->startAnimation();
+    setStatus(FlashTexts::runningStatus, warning);
+    appendLog(FlashTexts::startLine(port), true);
+
+    try {
+        flashProcess->launchSupervised();
+    } catch (const std::exception& error) {
+        showLaunchFailure(errorDescription(error));
+    }
+}
+
+void AppDelegate::showLaunchFailure(const std::string& description) {
+    flashProcess->clearOutputHandler();
+    setControlsEnabledAfterJob();
+    flashButton->setEnabled(true);
+    setStatus(FlashTexts::launchFailedStatus, danger);
+    showError(description);
+}
+
+void AppDelegate::completeFlashJob(const ChildProcess& process, const FlasherResources& release) {
+    setControlsEnabledAfterJob();
+    const bool succeeded = process.terminationStatus() == 0;
+    setStatus(succeeded ? FlashTexts::completeStatus : FlashTexts::failedStatus, succeeded ? accent : danger);
+    appendLog(succeeded ? FlashTexts::completeLine : FlashTexts::failedLine, true);
+    flashButton->setEnabled(true);
+    if (!succeeded) return;
+    runAlert({Alert::Style::informational,
+              FlashTexts::successMessage,
+              FlashTexts::successDetails(release.manifest.version),
+              {FlashTexts::successButton}});
+}
+
+void AppDelegate::setControlsEnabledAfterJob() {
+    flashProcess.reset();
+    progress->stopAnimation();
+    refreshButton->setEnabled(true);
+    portPopup->setEnabled(true);
+}
+
+// Log, status and alerts ----------------------------------------------------------------------------------
+
+void AppDelegate::appendLog(std::string text, bool addNewline) {
+    postLog(*mainQueue_, weak_from_this(), std::move(text), addNewline);
+}
+
+void AppDelegate::postLog(MainQueue& queue, Weak delegate, std::string text, bool addNewline) {
+    queue.post([delegate = std::move(delegate), text = logText(std::move(text), addNewline)] {
+        if (const auto existing = delegate.lock()) existing->logTextView->append(text);
+    });
+}
+
+void AppDelegate::showError(const std::string& message) {
+    runAlert({Alert::Style::critical, "QELMO Flasher stopped", message, {"OK"}});
+}
+
+void AppDelegate::setStatus(const char* text, const QColor& colour) {
+    statusLabel->setText(QString::fromUtf8(text));
+    statusLabel->setColour(colour);
+}
+
+int AppDelegate::runAlert(const Alert& alert) {
+    const QScopedValueRollback open(alertIsOpen_, true);
+    return alert.runModal(window.get());
+}
+
+}  // namespace qelmo

@@ -1,0 +1,42 @@
+#include "ui/LogTextView.h"
+
+#include <QScrollBar>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+
+namespace qelmo {
+
+LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& ground, int inset,
+                         QWidget* parent)
+    : QPlainTextEdit(parent) {
+    setReadOnly(true);
+    setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    setUndoRedoEnabled(false);
+    setFont(font);
+    setFrameShape(QFrame::NoFrame);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // Anywhere, because laying out one endless line at word boundaries takes quadratic time.
+    setWordWrapMode(QTextOption::WrapAnywhere);
+    document()->setDocumentMargin(inset);
+
+    QPalette colours = palette();
+    colours.setColor(QPalette::Base, ground);
+    colours.setColor(QPalette::Text, text);
+    setPalette(colours);
+}
+
+void LogTextView::append(const std::string& text) {
+    QTextCursor end(document());
+    end.movePosition(QTextCursor::End);
+    end.insertText(QString::fromStdString(text));
+    verticalScrollBar()->setValue(verticalScrollBar()->maximum());
+}
+
+std::string logText(std::string text, bool addNewline) {
+    if (addNewline && !text.ends_with('\n')) text += '\n';
+    return text;
+}
+
+}  // namespace qelmo

@@ -1,0 +1,32 @@
+#include "ui/TextLabel.h"
+
+#include <QFontMetrics>
+#include <QPalette>
+
+namespace qelmo {
+
+TextLabel::TextLabel(const QString& text, const QFont& font, const QColor& colour, QWidget* parent)
+    : QLabel(parent) {
+    setTextFormat(Qt::PlainText);
+    setWordWrap(true);
+    setFont(font);
+    setColour(colour);
+    setText(text);
+}
+
+void TextLabel::setColour(const QColor& colour) {
+    QPalette changed = palette();
+    changed.setColor(QPalette::WindowText, colour);
+    setPalette(changed);
+}
+
+QColor TextLabel::colour() const {
+    return palette().color(QPalette::WindowText);
+}
+
+void TextLabel::setMaximumLines(int lines) {
+    setMaximumHeight(lines * QFontMetrics(font()).lineSpacing());
+    setAlignment(Qt::AlignLeft | Qt::AlignTop);
+}
+
+}  // namespace qelmo

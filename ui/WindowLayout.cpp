@@ -1,0 +1,216 @@
+#include "ui/WindowLayout.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QScreen>
+#include <QVBoxLayout>
+#include <QWidget>
+
+#include "ui/ActionButton.h"
+#include "ui/ActivityBar.h"
+#include "ui/AppDelegate.h"
+#include "ui/ColouredBox.h"
+#include "ui/LogTextView.h"
+#include "ui/MonospacedFont.h"
+#include "ui/TextLabel.h"
+
+namespace qelmo {
+
+namespace {
+
+/// All lengths of the window, in device-independent pixels.
+namespace Length {
+constexpr int windowWidth = 720;
+constexpr int windowHeight = 650;
+constexpr int columnSideInset = 26;
+constexpr int columnEndInset = 24;
+constexpr int columnSpacing = 14;
+constexpr int ruleHeight = 2;
+constexpr int panelHeight = 82;
+constexpr int panelInset = 16;
+constexpr int panelCornerRadius = 6;
+constexpr int portRowSpacing = 10;
+constexpr int portCaptionWidth = 82;
+constexpr int portPopupHeight = 32;
+constexpr int refreshButtonWidth = 122;
+constexpr int actionRowSpacing = 12;
+constexpr int statusWidth = 180;
+/// Two lines of the status, so that the rows below do not move when it wraps.
+constexpr int actionRowHeight = 26;
+constexpr int logHeight = 210;
+constexpr int logInset = 10;
+constexpr int flashButtonHeight = 44;
+}  // namespace Length
+
+/// Builds the rows of one window, in their order.
+class WindowBuilder {
+public:
+    explicit WindowBuilder(AppDelegate& delegate) : delegate_(delegate) {}
+
+    WindowLayout build() {
+        buildWindow();
+        addTitles();
+        addAccentRule();
+        addReleasePanel();
+        addPortRow();
+        addBootModeHint();
+        addActionRow();
+        addLog();
+        addFlashButton();
+        addFooter();
+        column_->addStretch();
+        return std::move(layout_);
+    }
+
+private:
+    void buildWindow();
+    void addTitles();
+    void addAccentRule();
+    void addReleasePanel();
+    void addPortRow();
+    void addBootModeHint();
+    void addActionRow();
+    void addLog();
+    void addFlashButton();
+    void addFooter();
+
+    QWidget* parent() { return layout_.window.get(); }
+
+    TextLabel* label(const char* text, int size, QFont::Weight weight, const QColor& colour) {
+        return new TextLabel(QString::fromUtf8(text), monospacedFont(size, weight), colour, parent());
+    }
+
+    /// A row as wide as the column, its views centred vertically.
+    QHBoxLayout* addRow(int spacing) {
+        auto* const row = new QHBoxLayout;
+        row->setSpacing(spacing);
+        column_->addLayout(row);
+        return row;
+    }
+
+    AppDelegate& delegate_;
+    WindowLayout layout_;
+    QVBoxLayout* column_ = nullptr;
+};
+
+void WindowBuilder::buildWindow() {
+    layout_.window = std::make_unique<QWidget>(
+        nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+                     Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
+    QWidget& window = *layout_.window;
+    window.setWindowTitle(QStringLiteral("QELMO Varnox Flasher"));
+    window.setFixedSize(Length::windowWidth, Length::windowHeight);
+    const QRect screen = window.screen()->geometry();
+    window.move(screen.left() + (screen.width() - Length::windowWidth) / 2,
+                screen.top() + (screen.height() - Length::windowHeight) / 2);
+
+    QPalette colours = window.palette();
+    colours.setColor(QPalette::Window, delegate_.background);
+    window.setPalette(colours);
+
+    column_ = new QVBoxLayout(&window);
+    column_->setContentsMargins(Length::columnSideInset, Length::columnEndInset, Length::columnSideInset,
+                                Length::columnEndInset);
+    column_->setSpacing(Length::columnSpacing);
+}
+
+void WindowBuilder::addTitles() {
+    column_->addWidget(label("QELMO // FLASH", 29, QFont::Bold, delegate_.foreground));
+    column_->addWidget(
+        label("VARNOX  •  CARDPUTER ADV  •  COMPLETE 0x0 IMAGE", 12, QFont::DemiBold, delegate_.accent));
+}
+
+void WindowBuilder::addAccentRule() {
+    auto* const rule = new ColouredBox(delegate_.accent, 0, parent());
+    rule->setFixedHeight(Length::ruleHeight);
+    column_->addWidget(rule);
+}
+
+void WindowBuilder::addReleasePanel() {
+    auto* const panel = new ColouredBox(delegate_.panel, Length::panelCornerRadius, parent());
+    panel->setFixedHeight(Length::panelHeight);
+    column_->addWidget(panel);
+
+    layout_.releaseLabel = label("Validating embedded release…", 13, QFont::Medium, delegate_.foreground);
+    layout_.releaseLabel->setMaximumLines(3);
+    auto* const inside = new QHBoxLayout(panel);
+    inside->setContentsMargins(Length::panelInset, 0, Length::panelInset, 0);
+    inside->addWidget(layout_.releaseLabel, 0, Qt::AlignVCenter);
+}
+
+void WindowBuilder::addPortRow() {
+    QHBoxLayout* const row = addRow(Length::portRowSpacing);
+
+    auto* const caption = label("BOOT PORT", 11, QFont::Bold, delegate_.muted);
+    caption->setFixedWidth(Length::portCaptionWidth);
+    row->addWidget(caption, 0, Qt::AlignVCenter);
+
+    layout_.portPopup = new QComboBox(parent());
+    // Before anything asks for its size: a long name must not widen the window.
+    layout_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    layout_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    layout_.portPopup->setFont(monospacedFont(12, QFont::Medium));
+    layout_.portPopup->setFixedHeight(Length::portPopupHeight);
+    layout_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
+    row->addWidget(layout_.portPopup, 0, Qt::AlignVCenter);
+
+    layout_.refreshButton = new ActionButton(QStringLiteral("REFRESH BUILD"), delegate_,
+                                             &AppDelegate::refreshBuildAndPorts, parent());
+    layout_.refreshButton->setFont(monospacedFont(11, QFont::Bold));
+    layout_.refreshButton->setToolTip(
+        QStringLiteral("Reload the newest embedded build and rescan USB boot ports"));
+    layout_.refreshButton->setFixedWidth(Length::refreshButtonWidth);
+    row->addWidget(layout_.refreshButton, 0, Qt::AlignVCenter);
+}
+
+void WindowBuilder::addBootModeHint() {
+    auto* const hint =
+        label("G0 BOOT MODE  //  Turn off → hold G0 → power on → release G0 → connect USB data cable", 11,
+              QFont::Medium, delegate_.muted);
+    hint->setMaximumLines(2);
+    column_->addWidget(hint);
+}
+
+void WindowBuilder::addActionRow() {
+    QHBoxLayout* const row = addRow(Length::actionRowSpacing);
+
+    layout_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
+    layout_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
+    row->addWidget(layout_.statusLabel, 0, Qt::AlignVCenter);
+
+    layout_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());
+    layout_.progress->setAccessibleName(QStringLiteral("Flash progress"));
+    row->addWidget(layout_.progress, 1, Qt::AlignVCenter);
+}
+
+void WindowBuilder::addLog() {
+    layout_.logTextView = new LogTextView(monospacedFont(11, QFont::Normal), delegate_.foreground, Qt::black,
+                                          Length::logInset, parent());
+    layout_.logTextView->setFixedHeight(Length::logHeight);
+    layout_.logTextView->setAccessibleName(QStringLiteral("Log"));
+    column_->addWidget(layout_.logTextView);
+}
+
+void WindowBuilder::addFlashButton() {
+    layout_.flashButton = new ActionButton(QStringLiteral("VALIDATING RELEASE"), delegate_,
+                                           &AppDelegate::flashDevice, parent());
+    layout_.flashButton->setFont(monospacedFont(14, QFont::Bold));
+    layout_.flashButton->setEnabled(false);
+    layout_.flashButton->setFixedHeight(Length::flashButtonHeight);
+    // Whatever its title: the column decides the width.
+    layout_.flashButton->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    column_->addWidget(layout_.flashButton);
+}
+
+void WindowBuilder::addFooter() {
+    column_->addWidget(label("INTERNAL FLASH ONLY  •  SD CARD IS NEVER MOUNTED OR ACCESSED", 10, QFont::Bold,
+                             delegate_.accent));
+}
+
+}  // namespace
+
+WindowLayout buildWindowLayout(AppDelegate& delegate) {
+    return WindowBuilder(delegate).build();
+}
+
+}  // namespace qelmo
