@@ -133,6 +133,7 @@ void WindowBuilder::addReleasePanel() {
 
     layout_.releaseLabel = label("Validating embedded release…", 13, QFont::Medium, delegate_.foreground);
     layout_.releaseLabel->setMaximumLines(3);
+    layout_.releaseLabel->setAccessibleDescription(QStringLiteral("Release"));
     auto* const inside = new QHBoxLayout(panel);
     inside->setContentsMargins(Length::panelInset, 0, Length::panelInset, 0);
     inside->addWidget(layout_.releaseLabel, 0, Qt::AlignVCenter);
@@ -176,6 +177,7 @@ void WindowBuilder::addActionRow() {
 
     layout_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
     layout_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
+    layout_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
     row->addWidget(layout_.statusLabel, 0, Qt::AlignVCenter);
 
     layout_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());

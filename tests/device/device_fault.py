@@ -51,7 +51,7 @@ class Fault:
         """How many bytes of an image of `size` bytes are written before the fault strikes, if it still will."""
         if not self._armed or self._struck or self._kind not in DURING_THE_WRITE:
             return None
-        due = size * self._percent // 100
+        due = -(-size * self._percent // 100)
         # A bit can only flip in a byte that is there.
         return min(due + 1, size) if self._kind == BIT_ERROR else due
 

@@ -1,0 +1,352 @@
+#!/usr/bin/python3
+"""The real esptool against the simulated device, and the two scripts that make such a meeting possible.
+
+Takes the tool from the home in QELMO_TEST_HOME, or installs it into a temporary one.
+"""
+
+import os
+import random
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+PYTHON = "/usr/bin/python3"
+PORT = "/dev/cu.usbmodem101"
+FLASH_SIZE = 8 * 1024 * 1024
+ONLY_WHEN_BROKEN = 60  # seconds
+DEAD_PROXY = "http://127.0.0.1:9"
+
+noise = random.Random(20)
+RANDOM_IMAGE = b"\0" + noise.randbytes(1024 * 1024 + 99)
+FIRMWARE_IMAGE = (b"\0" + noise.randbytes(400 * 1024)).ljust(FLASH_SIZE, b"\xff")
+
+TENTHS = [f"write {percent}%" for percent in range(10, 101, 10)]
+CONNECTED = ["opened", "download mode", "sync", "stub uploaded", "baud 921600"]
+UNPLUGGED_WORDS = "A serial exception error occurred: Could not configure port: (5, 'Input/output error')"
+
+home = ""
+
+
+def run(*command, **options):
+    return subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, timeout=ONLY_WHEN_BROKEN, **options)
+
+
+class DeviceTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.dump, self.events, self.ready = (self.folder / name for name in ("dump", "events", "ready"))
+
+    def device(self, *options):
+        """Plugs a device in for the rest of the test."""
+        self.ready.unlink(missing_ok=True)
+        process = subprocess.Popen(
+            [PYTHON, HERE / "simulated_cardputer.py", "--port", PORT, "--flash-dump", self.dump,
+             "--ready-file", self.ready, "--event-log", self.events, *map(str, options)])
+        self.addCleanup(lambda: (process.kill(), process.wait()))
+        self.addCleanup(lambda: os.path.islink(PORT) and os.unlink(PORT))
+        self.wait_until(self.ready.exists, "the device did not become ready")
+        return process
+
+    def wait_until(self, condition, failure):
+        end = time.monotonic() + ONLY_WHEN_BROKEN
+        while not condition():
+            self.assertLess(time.monotonic(), end, failure)
+            time.sleep(0.01)
+
+    def log(self):
+        return self.events.read_text().splitlines()
+
+    def wait_for(self, event, times=1):
+        self.wait_until(lambda: self.log().count(event) >= times, f"no {event!r} in {self.log()}")
+
+    def end(self, process):
+        process.terminate()
+        self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 0)
+
+    def tool(self, image, erase=True):
+        path = self.folder / "image.bin"
+        path.write_bytes(image)
+        return ([PYTHON, f"{home}/.platformio/packages/tool-esptoolpy/esptool.py", "--chip", "esp32s3",
+                 "--port", PORT, "--baud", "921600", "--before", "default_reset", "--after", "hard_reset",
+                 "write_flash"] + ["--erase-all"] * erase
+                + ["--flash_mode", "dio", "--flash_freq", "80m", "--flash_size", "8MB", "--verify", "0x0", path])
+
+    def surroundings(self):
+        return {"cwd": self.folder, "env": os.environ | {"HOME": home, "PYTHONDONTWRITEBYTECODE": "1"}}
+
+    def flash(self, image, erase=True):
+        return run(*self.tool(image, erase), **self.surroundings())
+
+    def assert_flashed(self, image):
+        result = self.flash(image)
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertTrue(result.stdout.endswith("Hard resetting via RTS pin...\n"), result.stdout)
+        self.assertTrue(self.dump.read_bytes() == image + b"\xff" * (FLASH_SIZE - len(image)), "flash != image")
+
+
+class Flashing(DeviceTest):
+    def test_makes_the_flash_equal_to_the_image_and_starts_the_firmware(self):
+        self.device()
+        self.assert_flashed(FIRMWARE_IMAGE)
+        self.wait_for("closed")
+        digests = [event for event in self.log() if event.startswith("md5 ")]
+        self.assertEqual(len(digests), 2)
+        self.assertEqual(self.log(), CONNECTED + ["erase", f"write begin {FLASH_SIZE}"] + TENTHS
+                         + digests + ["reset", "closed"])
+
+    def test_erases_what_the_image_does_not_cover(self):
+        self.device()
+        self.assert_flashed(RANDOM_IMAGE)
+
+    def test_without_a_whole_erase_spares_the_sectors_behind_the_image(self):
+        before = noise.randbytes(FLASH_SIZE)
+        (self.folder / "before").write_bytes(before)
+        self.device("--initial-flash", self.folder / "before")
+        self.assertEqual(self.flash(RANDOM_IMAGE, erase=False).returncode, 0)
+        padded = RANDOM_IMAGE.ljust(-(-len(RANDOM_IMAGE) // 4096) * 4096, b"\xff")
+        self.assertTrue(self.dump.read_bytes() == padded + before[len(padded):])
+        self.assertNotIn("erase", self.log())
+
+    def test_is_possible_again_after_a_host_died_in_the_middle_of_a_frame(self):
+        self.device("--bytes-per-second", 500_000)
+        host = subprocess.Popen(self.tool(RANDOM_IMAGE), stdout=subprocess.DEVNULL, **self.surroundings())
+        self.wait_for("write 10%")
+        host.kill()
+        host.wait()
+        self.wait_for("closed")
+        self.assertNotIn("reset", self.log())
+        self.assert_flashed(FIRMWARE_IMAGE)
+
+    def test_that_waits_for_the_erase_can_be_given_up(self):
+        device = self.device("--erase-seconds", 10 * ONLY_WHEN_BROKEN)
+        host = subprocess.Popen(self.tool(RANDOM_IMAGE), stdout=subprocess.DEVNULL, **self.surroundings())
+        self.wait_for("erase")
+        host.kill()
+        host.wait()
+        self.wait_for("closed")
+        self.end(device)
+
+
+class Device(DeviceTest):
+    def test_leaves_no_port_and_a_whole_dump_behind_when_it_is_ended(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            device = self.device()
+            device.send_signal(number)
+            self.assertEqual(device.wait(ONLY_WHEN_BROKEN), 0)
+            self.assertFalse(os.path.lexists(PORT))
+            self.assertEqual(self.dump.read_bytes(), bytes(FLASH_SIZE))
+            self.assertEqual(self.log(), ["ended"])
+            self.dump.unlink()
+
+    def test_survives_many_hosts_and_rests_when_none_has_it_open(self):
+        device = self.device()
+        for _ in range(100):
+            host = os.open(PORT, os.O_RDWR | os.O_NOCTTY)
+            os.write(host, b"\xc0half a frame")
+            os.close(host)
+        self.wait_for("closed")
+
+        def rests():
+            """A process that waits for an event uses no time at all, whatever else happens meanwhile."""
+            clock = (~device.pid << 3) | 2  # the process's own, as clock_getcpuclockid(3) makes it
+            before = time.clock_gettime_ns(clock)
+            run(PYTHON, "-c", "import hashlib")
+            return time.clock_gettime_ns(clock) == before
+
+        self.wait_until(rests, "the device is busy without a host")
+        self.assert_flashed(RANDOM_IMAGE)
+        self.end(device)
+
+    def test_refuses_bad_input_in_one_line_and_leaves_nothing_behind(self):
+        (self.folder / "large").write_bytes(bytes(FLASH_SIZE + 1))
+        required = ["--port", PORT, "--flash-dump", self.dump]
+        for options, complaint in [
+            (["--port", PORT], "the following arguments are required: --flash-dump"),
+            (required + ["--fault", "fire"], "unknown fault 'fire' (known: never-answers, other-chip, unplugged, "
+                                             "bit-error, stops-answering)"),
+            (required + ["--fault", "unplugged@101"],
+             "the percentage of a fault is a number from 0 to 100: unplugged@101"),
+            (required + ["--fault", "other-chip@5"], "the fault other-chip takes no percentage: other-chip@5"),
+            (required + ["--fault-once"], "--fault-once needs --fault"),
+            (required + ["--bytes-per-second", "0"], "argument --bytes-per-second: invalid positive value: '0'"),
+            (required + ["--initial-flash", "/nowhere"], "cannot read /nowhere: No such file or directory"),
+            (required + ["--initial-flash", self.folder / "large"],
+             f"{self.folder}/large is larger than the flash (8388608 bytes)"),
+            (required + ["--event-log", "/nowhere/events"], "cannot write /nowhere/events"),
+            (required + ["--surprise"], "unrecognized arguments: --surprise"),
+        ]:
+            with self.subTest(complaint):
+                result = run(PYTHON, HERE / "simulated_cardputer.py", *options)
+                self.assertEqual((result.returncode, result.stdout), (2, f"simulated_cardputer.py: {complaint}\n"))
+                self.assertFalse(os.path.lexists(PORT) or self.dump.exists())
+
+    def test_takes_no_name_that_is_taken(self):
+        os.symlink("/dev/null", PORT)
+        self.addCleanup(os.unlink, PORT)
+        result = run(PYTHON, HERE / "simulated_cardputer.py", "--port", PORT, "--flash-dump", self.dump)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stdout, r"^simulated_cardputer.py: .*File exists: .*cu.usbmodem101'\n$")
+        self.assertEqual(os.readlink(PORT), "/dev/null")
+
+
+class Faults(DeviceTest):
+    def fail_then_succeed(self, fault, status, words):
+        """Returns the flash as the failed job left it."""
+        device = self.device("--fault", fault, "--fault-once")
+        result = self.flash(RANDOM_IMAGE)
+        self.assertEqual(result.returncode, status, result.stdout)
+        self.assertIn(words, result.stdout)
+        self.wait_for("closed")
+        self.assertEqual([event for event in self.log() if event.startswith("fault")], [f"fault {fault}"])
+        left = self.dump.read_bytes()
+        if fault.startswith("unplugged"):
+            self.wait_for("plugged in again")
+        self.assert_flashed(RANDOM_IMAGE)
+        self.end(device)
+        return left
+
+    def test_a_device_that_never_answers(self):
+        (self.folder / "esptool.cfg").write_text("[esptool]\nconnect_attempts = 1\n")
+        left = self.fail_then_succeed("never-answers", 2, "Failed to connect to ESP32-S3: No serial data received.")
+        self.assertEqual(left, bytes(FLASH_SIZE))
+
+    def test_another_chip(self):
+        left = self.fail_then_succeed("other-chip", 2, "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?")
+        self.assertEqual(left, bytes(FLASH_SIZE))
+
+    def test_a_device_unplugged_at_the_start_of_the_write(self):
+        left = self.fail_then_succeed("unplugged@0", 1, UNPLUGGED_WORDS)
+        self.assertTrue(left == b"\xff" * FLASH_SIZE)
+
+    def test_a_device_unplugged_in_the_middle_of_the_write(self):
+        left = self.fail_then_succeed("unplugged@50", 1, UNPLUGGED_WORDS)
+        half = len(RANDOM_IMAGE) // 2
+        self.assertTrue(left == RANDOM_IMAGE[:half].ljust(FLASH_SIZE, b"\xff"))
+
+    def test_one_wrong_bit_in_the_flash(self):
+        left = self.fail_then_succeed("bit-error@50", 2, "MD5 of file does not match data in flash!")
+        wrong = [at for at, byte in enumerate(RANDOM_IMAGE) if left[at] != byte]
+        self.assertEqual(wrong, [len(RANDOM_IMAGE) // 2])
+        self.assertEqual(left[wrong[0]] ^ RANDOM_IMAGE[wrong[0]], 1)
+
+    def test_a_device_that_stops_answering(self):
+        self.fail_then_succeed("stops-answering@30", 2, "A fatal error occurred: The chip stopped responding.")
+
+    def test_a_fault_that_is_not_limited_strikes_again(self):
+        self.device("--fault", "bit-error@99")
+        for times in (1, 2):
+            self.assertEqual(self.flash(RANDOM_IMAGE).returncode, 2)
+            self.wait_for("fault bit-error@99", times)
+
+    def test_a_device_unplugged_for_good_ends_and_takes_its_port_along(self):
+        device = self.device("--fault", "unplugged@20")
+        self.assertEqual(self.flash(RANDOM_IMAGE).returncode, 1)
+        self.assertEqual(device.wait(ONLY_WHEN_BROKEN), 0)
+        self.assertFalse(os.path.lexists(PORT))
+        self.assertEqual(self.log()[-3:], ["fault unplugged@20", "closed", "ended"])
+
+
+class PrivateDev(DeviceTest):
+    """Nested in the private /dev of this whole file, as test harnesses are."""
+
+    def ways(self):
+        for way in ("root", "user", "bubblewrap"):
+            if run(HERE / "private-dev", "--using", way, "--", "true").returncode == 0:
+                with self.subTest(way):
+                    yield [HERE / "private-dev", "--using", way]
+
+    def test_shows_no_serial_device_and_makes_new_terminals(self):
+        os.symlink("null", PORT)
+        self.addCleanup(os.unlink, PORT)
+        for way in self.ways():
+            result = run(*way, "--", PYTHON, "-c",
+                         "import os; os.symlink(os.ttyname(os.openpty()[1]), '/dev/ttyACM0');"
+                         "print(*sorted(set(os.listdir('/dev')) - {'core', 'tty'}))")
+            self.assertEqual(result.stdout,
+                             "fd full null ptmx pts random shm stderr stdin stdout ttyACM0 urandom zero\n")
+            self.assertFalse(os.path.lexists("/dev/ttyACM0"))
+
+    def test_passes_on_the_exit_status_and_signals(self):
+        for way in self.ways():
+            self.assertEqual(run(*way, "--", "bash", "-c", "exit 42").returncode, 42)
+            up = self.folder / "up"
+            loop = f"trap 'exit 9' TERM; touch {up}; while :; do sleep 0.05; done"
+            process = subprocess.Popen([*way, "--", "bash", "-c", loop])
+            self.wait_until(up.exists, "the command did not start")
+            process.terminate()
+            self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 9)
+            up.unlink()
+
+    def test_hides_the_interpreter_from_the_command_only(self):
+        for way in self.ways():
+            result = run(*way, "--without-interpreter", "--", "bash", "-c", f"{PYTHON} -c 'print(1)'")
+            self.assertEqual(result.returncode, 126)
+            self.assertEqual(run(PYTHON, "-c", "print(1)").stdout, "1\n")
+
+    def test_protects_tmp_for_the_command_only(self):
+        for way in self.ways():
+            result = run(*way, "--readonly-tmp", "--", "bash", "-c", f"echo x > {self.folder}/x")
+            self.assertIn("Read-only file system", result.stdout)
+            (self.folder / "y").touch()
+
+    def test_does_not_use_a_dev_with_a_serial_device_in_it(self):
+        os.symlink("null", "/dev/ttyUSB7")
+        self.addCleanup(os.unlink, "/dev/ttyUSB7")
+        result = run(HERE / "private-dev", "--using", "own", "--", "true")
+        self.assertEqual(result.returncode, 77)
+        self.assertRegex(result.stdout, r"^private-dev: no private /dev can be made here: .*\n$")
+
+
+class InstallEsptool(DeviceTest):
+    def install(self, *arguments, **environment):
+        return run(HERE / "install-esptool", *arguments, env=os.environ | environment)
+
+    def test_needs_no_network_a_second_time_and_replaces_its_own_tool(self):
+        self.assertEqual(self.install(self.folder).returncode, 0)
+        for _ in range(2):
+            result = self.install(self.folder, http_proxy=DEAD_PROXY, https_proxy=DEAD_PROXY)
+            self.assertEqual((result.returncode, result.stdout), (0, ""))
+            packages = self.folder / ".platformio/packages"
+            self.assertEqual(os.listdir(packages), ["tool-esptoolpy"])
+            version = run(PYTHON, "-B", packages / "tool-esptoolpy/esptool.py", "version").stdout
+            self.assertRegex(version, r"^esptool.py v(4[.\d]+)\n\1\n$")
+
+    def test_says_in_one_line_that_there_is_no_network(self):
+        result = self.install("--cache", self.folder / "cache", self.folder,
+                              http_proxy=DEAD_PROXY, https_proxy=DEAD_PROXY)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stdout, r"^install-esptool: cannot (fetch|download) .*\n$")
+        self.assertEqual(os.listdir(self.folder / ".platformio/packages"), [])
+
+    def test_leaves_somebody_elses_tool_alone(self):
+        theirs = self.folder / ".platformio/packages/tool-esptoolpy"
+        theirs.mkdir(parents=True)
+        result = self.install(self.folder)
+        self.assertEqual((result.returncode, result.stdout), (
+            1, f"install-esptool: {theirs} is a tool of somebody else's and is left alone\n"))
+        self.assertEqual(os.listdir(theirs), [])
+
+
+def main():
+    global home
+    if "INSIDE_PRIVATE_DEV" not in os.environ:
+        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
+        os.execv(HERE / "private-dev", ["private-dev", "--", PYTHON, "-B", __file__, *sys.argv[1:]])
+    with tempfile.TemporaryDirectory() as temporary:
+        home = os.environ.get("QELMO_TEST_HOME", "") or temporary
+        if home == temporary and subprocess.call([HERE / "install-esptool", home]) != 0:
+            return 1
+        program = unittest.main(exit=False)
+    return 0 if program.result.wasSuccessful() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

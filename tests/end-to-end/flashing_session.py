@@ -1,0 +1,85 @@
+"""What one end-to-end run needs beside the window: a bundle, a home with the real tool, a simulated device."""
+
+from __future__ import annotations
+
+import os
+import shutil
+import subprocess
+from pathlib import Path
+
+from flasher_window import FlasherWindow, wait_until
+
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ["QELMO_BUILD"])
+BUNDLE = Path(os.environ["QELMO_BUNDLE"])
+PORT = Path("/dev/cu.usbmodem101")
+
+MANIFEST = "qelmo-varnox-flash-manifest.json"
+SAMPLE_IMAGE = BUILD / "sample/sample-firmware.bin"
+
+
+def require_private_dev() -> None:
+    """A real port must never be seen, so the runs happen where the test harness made /dev."""
+    prefixes = ("cu.", "ttyACM", "ttyUSB", "ttyS")
+    found = [name for name in os.listdir("/dev") if name.startswith(prefixes)]
+    if found:
+        raise SystemExit(f"/dev is not private: it holds {', '.join(sorted(found)[:3])}")
+
+
+def install_tool(home: Path) -> None:
+    """Puts the real, unmodified flashing tool where PlatformIO would have it."""
+    subprocess.run([ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", home], check=True,
+                   stdout=subprocess.DEVNULL)
+
+
+def pack(bundle: Path, image: Path, *options: str) -> None:
+    """Replaces the release of a bundle as a release maker does."""
+    subprocess.run([BUILD / "tools/pack-release", "--bundle", bundle, "--image", image, *options], check=True,
+                   stdout=subprocess.DEVNULL)
+
+
+class SimulatedDevice:
+    """The simulated Cardputer at PORT. Use it in a with statement."""
+
+    def __init__(self, folder: Path, *options: str) -> None:
+        self.flash = folder / "device-flash.bin"
+        self.events = folder / "device-events.txt"
+        self._ready = folder / "device-ready"
+        self.process = subprocess.Popen(
+            [ROOT / "tests/device/simulated_cardputer.py", "--port", PORT, "--flash-dump", self.flash,
+             "--event-log", self.events, "--ready-file", self._ready, *options])
+
+    def __enter__(self) -> SimulatedDevice:
+        wait_until(lambda: self._ready.exists() or self.process.poll() is not None, "a ready device")
+        if self.process.poll() is not None:
+            raise AssertionError("the simulated device did not start")
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.process.terminate()
+        self.process.wait()
+
+    def event_lines(self) -> list[str]:
+        return self.events.read_text().splitlines() if self.events.exists() else []
+
+    def holds(self, image: Path) -> bool:
+        return self.flash.exists() and self.flash.read_bytes() == image.read_bytes()
+
+
+class FlashingSession:
+    """A folder with a bundle of its own, so that a test may change the release."""
+
+    def __init__(self, folder: Path, home: Path) -> None:
+        self.folder = folder
+        self.home = home
+        self.bundle = folder / BUNDLE.name
+        shutil.copytree(BUNDLE, self.bundle, symlinks=True)
+
+    def manifest(self) -> Path:
+        return self.bundle / "Contents/Resources" / MANIFEST
+
+    def device(self, *options: str) -> SimulatedDevice:
+        return SimulatedDevice(self.folder, *options)
+
+    def window(self) -> FlasherWindow:
+        return FlasherWindow(self.bundle, self.home, self.folder / "streams.txt")

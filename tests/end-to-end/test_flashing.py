@@ -1,0 +1,215 @@
+"""The whole way: the real window, the real flashing tool, a simulated device. Nothing else is simulated."""
+
+from __future__ import annotations
+
+import json
+import os
+import signal
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+from flasher_window import wait_until
+from flashing_session import (BUILD, PORT, SAMPLE_IMAGE, FlashingSession, install_tool, pack, require_private_dev)
+
+FLASH = "FLASH VERIFIED SAMPLE (NOT FIRMWARE)"
+CONFIRM = "ERASE + FLASH"
+FAILED_LINE = "\nFLASH FAILED — keep USB connected, return to G0 boot mode, and retry.\n"
+COMPLETE_LINE = "\nFLASH COMPLETE — verified and reset. SD card was not accessed.\n"
+START = f"\nStarting verified full-image flash on {PORT}…\n"
+CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo box", None))
+
+
+class FlashingTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls) -> None:
+        require_private_dev()
+        cls.homes = tempfile.TemporaryDirectory()
+        cls.home = Path(cls.homes.name)
+        install_tool(cls.home)
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.homes.cleanup()
+
+    def setUp(self) -> None:
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.session = FlashingSession(self.folder, self.home)
+
+    # Steps ----
+
+    def start_flash(self, window) -> None:
+        jobs = window.log().count(START)
+        window.press(FLASH)
+        window.answer(CONFIRM)
+        wait_until(lambda: window.log().count(START) > jobs, "the start line")
+
+    def expect_complete(self, window) -> None:
+        wait_until(lambda: window.status() in ("FLASH COMPLETE", "FLASH FAILED"), "the end of the job")
+        self.assertEqual(window.status(), "FLASH COMPLETE", window.log())
+        wait_until(lambda: len(window.alert_texts()) >= 2, "the success alert")
+        self.assertEqual(window.alert_texts()[:2], [
+            "QELMO Varnox is installed",
+            "0.0.0-sample was written and verified. If the Cardputer remains in boot mode, power-cycle it "
+            "normally without holding G0."])
+        window.answer("Done")
+        self.assertTrue(window.log().endswith(COMPLETE_LINE), window.log()[-400:])
+        self.assert_controls_are_back(window)
+
+    def expect_failed(self, window, last_words: str) -> None:
+        wait_until(lambda: window.status() == "FLASH FAILED", "FLASH FAILED")
+        wait_until(lambda: window.log().endswith(FAILED_LINE), "the failure line")
+        self.assertIn(last_words, window.log())
+        self.assertEqual(window.alert_texts(), [])
+        self.assert_controls_are_back(window)
+
+    def assert_controls_are_back(self, window) -> None:
+        for role, name in CONTROLS:
+            self.assertTrue(window.is_enabled(role, name), role)
+
+    def fail_then_succeed(self, fault: str, last_words: str) -> None:
+        with self.session.device("--fault", fault, "--fault-once") as device, self.session.window() as window:
+            self.start_flash(window)
+            self.expect_failed(window, last_words)
+            wait_until(lambda: PORT.exists(), "the device to come back")
+            self.start_flash(window)
+            self.expect_complete(window)
+            self.assertTrue(device.holds(SAMPLE_IMAGE))
+
+    # The main job ----
+
+    def test_a_flash_erases_writes_and_verifies_the_whole_image(self) -> None:
+        with self.session.device() as device, self.session.window() as window:
+            self.assertEqual(window.status(), "READY")
+            self.assertEqual(window.selected_port(), str(PORT))
+            window.press(FLASH)
+            wait_until(lambda: len(window.alert_texts()) >= 2, "the confirmation")
+            self.assertEqual(window.alert_texts()[:2], [
+                "Erase internal flash and install 0.0.0-sample?",
+                f"Device: {PORT}\n\nThis erases the Cardputer ADV internal 8 MB flash, writes the complete "
+                "verified image at 0x0, verifies it, and resets the device. The SD card is not mounted or "
+                "accessed."])
+            window.answer(CONFIRM)
+            wait_until(lambda: START in window.log(), "the start line")
+            self.expect_complete(window)
+            self.assertTrue(device.holds(SAMPLE_IMAGE), "the device's flash is the image, byte for byte")
+            self.assertIn("erase", device.event_lines())
+            self.assertIn("Chip erase completed successfully", window.log())
+            self.assertIn("Hash of data verified.", window.log())
+
+    def test_controls_are_disabled_while_the_tool_runs(self) -> None:
+        with self.session.device("--bytes-per-second", "400000"), self.session.window() as window:
+            self.start_flash(window)
+            wait_until(lambda: "Writing at" in window.log(), "the first progress line")
+            self.assertEqual(window.status(), "FLASHING — DO NOT DISCONNECT")
+            for role, name in CONTROLS:
+                self.assertFalse(window.is_enabled(role, name), role)
+            self.expect_complete(window)
+
+    # Every way in which a session with a device dies ----
+
+    def test_a_device_that_never_answers_fails_and_a_second_try_succeeds(self) -> None:
+        self.fail_then_succeed("never-answers", "No serial data received.")
+
+    def test_another_chip_is_refused_and_a_second_try_succeeds(self) -> None:
+        self.fail_then_succeed("other-chip", "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?")
+
+    def test_unplugging_fails_and_a_second_try_succeeds(self) -> None:
+        self.fail_then_succeed("unplugged@50", "serial exception error occurred")
+
+    def test_a_flash_that_keeps_a_wrong_bit_fails_and_a_second_try_succeeds(self) -> None:
+        self.fail_then_succeed("bit-error@50", "MD5 of file does not match data in flash!")
+
+    def test_a_device_that_stops_answering_fails_and_a_second_try_succeeds(self) -> None:
+        self.fail_then_succeed("stops-answering@50", "A fatal error occurred")
+
+    # Nothing is written ----
+
+    def test_declining_the_confirmation_writes_one_line_and_nothing_else(self) -> None:
+        with self.session.device() as device, self.session.window() as window:
+            before = window.log()
+            window.press(FLASH)
+            window.answer("Cancel")
+            wait_until(lambda: window.log() != before, "the cancel line")
+            self.assertEqual(window.log(), before + "Flash cancelled. Nothing was written.\n")
+            self.assertEqual(window.status(), "READY")
+            self.assertEqual(device.event_lines(), [])
+
+    def expect_refusal(self, window, device, message: str) -> None:
+        window.press(FLASH)
+        wait_until(lambda: len(window.alert_texts()) >= 2, "the error alert")
+        self.assertEqual(window.alert_texts()[:2], ["QELMO Flasher stopped", message])
+        window.answer("OK")
+        self.assertEqual(window.status(), "READY")
+        self.assertEqual(device.event_lines(), [])
+
+    def test_an_image_that_changed_after_validation_is_not_flashed(self) -> None:
+        with self.session.device() as device, self.session.window() as window:
+            name = json.loads(self.session.manifest().read_text())["binary"]["path"]
+            with open(self.session.manifest().parent / name, "r+b") as image:
+                image.seek(0x20000)
+                image.write(b"changed")
+            self.expect_refusal(window, device, "The embedded firmware checksum is not trusted.")
+
+    def test_a_release_that_was_replaced_after_validation_is_not_flashed(self) -> None:
+        other = bytearray(SAMPLE_IMAGE.read_bytes())
+        other[0x700000] ^= 1
+        image = self.folder / "other.bin"
+        image.write_bytes(other)
+        with self.session.device() as device, self.session.window() as window:
+            pack(self.session.bundle, image, "--name", "Other", "--version", "9.9.9")
+            self.expect_refusal(window, device, "The embedded release changed after validation.")
+
+    # What the job is made of ----
+
+    def test_flash_options_that_changed_after_validation_do_not_reach_the_job(self) -> None:
+        with self.session.device() as device, self.session.window() as window:
+            manifest = json.loads(self.session.manifest().read_text())
+            manifest["flash"]["eraseAllInternalFlash"] = False
+            manifest["flash"]["baud"] = 115200
+            self.session.manifest().write_text(json.dumps(manifest))
+            self.start_flash(window)
+            self.expect_complete(window)
+            self.assertIn("erase", device.event_lines())
+            self.assertIn("baud 921600", device.event_lines())
+
+    def test_without_the_erase_option_the_flash_is_written_but_not_erased_as_a_whole(self) -> None:
+        pack(self.session.bundle, SAMPLE_IMAGE, "--name", "Sample", "--version", "0.0.0-sample", "--confirmation",
+             "FLASH SAMPLE (NOT FIRMWARE)", "--no-erase")
+        with self.session.device() as device, self.session.window() as window:
+            self.start_flash(window)
+            self.expect_complete(window)
+            self.assertNotIn("erase", device.event_lines())
+            self.assertTrue(device.holds(SAMPLE_IMAGE))
+
+    # The tool itself ----
+
+    def tool_process(self, window) -> int:
+        found = subprocess.run(["pgrep", "-P", str(window.process.pid), "-f", "esptool.py"], capture_output=True,
+                               text=True).stdout.split()
+        return int(found[0]) if found else 0
+
+    def test_a_tool_that_is_killed_fails_and_a_second_try_succeeds(self) -> None:
+        with self.session.device("--bytes-per-second", "400000"), self.session.window() as window:
+            self.start_flash(window)
+            wait_until(lambda: "Writing at" in window.log(), "the first progress line")
+            os.kill(self.tool_process(window), signal.SIGKILL)
+            self.expect_failed(window, "Writing at")
+            self.start_flash(window)
+            self.expect_complete(window)
+
+    def test_closing_the_window_while_flashing_quits_and_leaves_the_tool_alone(self) -> None:
+        with self.session.device("--bytes-per-second", "400000") as device, self.session.window() as window:
+            self.start_flash(window)
+            wait_until(lambda: "Writing at" in window.log(), "the first progress line")
+            window.close()
+            self.assertEqual(window.process.returncode, 0)
+            self.assertEqual(self.session.folder.joinpath("streams.txt").read_bytes(), b"")
+            wait_until(lambda: "closed" in device.event_lines(), "the end of the tool's session")
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

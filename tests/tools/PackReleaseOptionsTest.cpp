@@ -1,0 +1,104 @@
+#include "tools/pack-release/Options.h"
+
+#include <gmock/gmock.h>
+
+#include <vector>
+
+namespace qelmo {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+const Arguments required{"--bundle", "B.app",  "--image",   "merged.bin",
+                         "--name",   "Varnox", "--version", "1.2.3"};
+
+Arguments requiredAnd(const Arguments& more) {
+    Arguments arguments = required;
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
+std::string errorFor(const Arguments& arguments) {
+    try {
+        (void)packRequest(arguments);
+    } catch (const OptionError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST(PackReleaseOptions, FillInTheUsualValues) {
+    const PackRequest request = packRequest(required);
+    EXPECT_EQ(request.bundle, "B.app");
+    EXPECT_EQ(request.image, "merged.bin");
+    EXPECT_EQ(request.name, "Varnox");
+    EXPECT_EQ(request.version, "1.2.3");
+    EXPECT_EQ(request.hardware, "Cardputer ADV");
+    EXPECT_EQ(request.baud, 921600);
+    EXPECT_EQ(request.frequency, "80m");
+    EXPECT_EQ(request.after, "hard_reset");
+    EXPECT_EQ(request.confirmation, "FLASH VARNOX");
+    EXPECT_TRUE(request.erase);
+    EXPECT_FALSE(request.acceptHeaderRewrite);
+}
+
+TEST(PackReleaseOptions, TakeEveryValueFromTheCommandLine) {
+    const PackRequest request = packRequest(
+        requiredAnd({"--no-erase", "--accept-header-rewrite", "--hardware", "Bench", "--baud", "115200",
+                     "--frequency", "26m", "--after", "no_reset", "--confirmation", "INSTALL"}));
+    EXPECT_EQ(request.hardware, "Bench");
+    EXPECT_EQ(request.baud, 115200);
+    EXPECT_EQ(request.frequency, "26m");
+    EXPECT_EQ(request.after, "no_reset");
+    EXPECT_EQ(request.confirmation, "INSTALL");
+    EXPECT_FALSE(request.erase);
+    EXPECT_TRUE(request.acceptHeaderRewrite);
+}
+
+TEST(PackReleaseOptions, CapitalizeOnlyTheAsciiLettersOfTheNameForTheButton) {
+    Arguments arguments = required;
+    arguments[5] = "Straße é2";
+    EXPECT_EQ(packRequest(arguments).confirmation, "FLASH STRAßE é2");
+}
+
+TEST(PackReleaseOptions, NameTheRequiredOptionThatIsMissing) {
+    for (std::size_t pair = 0; pair < required.size(); pair += 2) {
+        Arguments arguments = required;
+        const auto at = arguments.begin() + static_cast<std::ptrdiff_t>(pair);
+        arguments.erase(at, at + 2);
+        EXPECT_EQ(errorFor(arguments), required[pair] + ": the option is missing");
+    }
+}
+
+TEST(PackReleaseOptions, RefuseWhatIsUnknownRepeatedOrWithoutValue) {
+    EXPECT_EQ(errorFor(requiredAnd({"--speed", "1"})), "--speed: unknown option");
+    EXPECT_EQ(errorFor(requiredAnd({"--baud=115200"})), "--baud=115200: unknown option");
+    EXPECT_EQ(errorFor(requiredAnd({"--ver", "1"})), "--ver: unknown option");
+    EXPECT_EQ(errorFor(requiredAnd({"left-over"})), "left-over: unknown option");
+    EXPECT_EQ(errorFor(requiredAnd({"--name", "Other"})), "--name: given more than once");
+    EXPECT_EQ(errorFor(requiredAnd({"--no-erase", "--no-erase"})), "--no-erase: given more than once");
+    EXPECT_EQ(errorFor(requiredAnd({"--hardware"})), "--hardware: the value is missing");
+    EXPECT_EQ(errorFor(requiredAnd({"--hardware", "--no-erase"})), "--hardware: the value is missing");
+    EXPECT_EQ(errorFor(requiredAnd({"--hardware", ""})), "--hardware: the value is empty");
+}
+
+TEST(PackReleaseOptions, RefuseValuesThatTheFlashingToolWouldNotTake) {
+    for (const char* baud : {"0", "-1", "+1", "1e6", "115200 ", "9223372036854775808"})
+        EXPECT_EQ(errorFor(requiredAnd({"--baud", baud})), "--baud: not a positive integer") << baud;
+    EXPECT_EQ(errorFor(requiredAnd({"--frequency", "80M"})), "--frequency: must be 80m, 40m, 26m or 20m");
+    EXPECT_EQ(errorFor(requiredAnd({"--after", "reset"})),
+              "--after: must be hard_reset, soft_reset or no_reset");
+}
+
+TEST(PackReleaseOptions, RefuseTextThatIsNotUtf8) {
+    for (const char* option : {"--hardware", "--confirmation"})
+        EXPECT_EQ(errorFor(requiredAnd({option, "\xC3("})), std::string(option) + ": not valid UTF-8");
+    for (const std::size_t value : {5U, 7U}) {
+        Arguments arguments = required;
+        arguments[value] = "\xED\xA0\x80";
+        EXPECT_EQ(errorFor(arguments), required[value - 1] + ": not valid UTF-8");
+    }
+}
+
+}  // namespace
+}  // namespace qelmo

@@ -1,0 +1,84 @@
+#include "tools/pack-release/NewRelease.h"
+
+#include <nlohmann/json.hpp>
+
+#include "release/FlasherFailure.h"
+#include "release/FlasherResources.h"
+#include "tools/pack-release/ImageHeader.h"
+
+namespace qelmo {
+
+namespace {
+
+constexpr std::uint64_t deviceFlashBytes = 8ULL << 20;
+
+constexpr std::string_view imageNameStart = "firmware-";
+constexpr std::string_view imageNameEnd = ".bin";
+constexpr std::size_t imageNameDigits = 16;
+
+FileBytes readImage(const std::string& path) {
+    const RegularFile file(path);
+    if (file.sizeBytes() > deviceFlashBytes)
+        throw FlasherFailure("The image has " + std::to_string(file.sizeBytes()) +
+                             " bytes, but the device's flash holds " + std::to_string(deviceFlashBytes) +
+                             ".");
+    return file.readAll(deviceFlashBytes);
+}
+
+std::string composedManifest(const PackRequest& request, std::span<const std::byte> image) {
+    using Key = FlashManifest::CodingKeys;
+    using BinaryKey = FlashManifest::Binary::CodingKeys;
+    using FlashKey = FlashManifest::Flash::CodingKeys;
+    const auto key = [](auto codingKey) { return std::string(keyText(codingKey)); };
+    const std::string digest = imageDigest(image);
+
+    const nlohmann::ordered_json binary{{key(BinaryKey::path), packedImageName(digest)},
+                                        {key(BinaryKey::offset), 0},
+                                        {key(BinaryKey::size), image.size()},
+                                        {key(BinaryKey::sha256), digest}};
+    const nlohmann::ordered_json flash{{key(FlashKey::baud), request.baud},
+                                       {key(FlashKey::flashSize), "8MB"},
+                                       {key(FlashKey::flashMode), "dio"},
+                                       {key(FlashKey::flashFrequency), request.frequency},
+                                       {key(FlashKey::eraseAllInternalFlash), request.erase},
+                                       {key(FlashKey::after), request.after},
+                                       {key(FlashKey::confirmationText), request.confirmation}};
+    const nlohmann::ordered_json document{{key(Key::schemaVersion), 1},
+                                          {key(Key::name), request.name},
+                                          {key(Key::version), request.version},
+                                          {key(Key::chipFamily), "ESP32-S3"},
+                                          {key(Key::hardware), request.hardware},
+                                          {key(Key::binary), binary},
+                                          {key(Key::flash), flash}};
+    return document.dump(2) + "\n";
+}
+
+}  // namespace
+
+NewRelease newRelease(const PackRequest& request) {
+    FileBytes image = readImage(request.image);
+    std::string text = composedManifest(request, image.span());
+
+    // Judged from the text and not from the request: this is what the application will read.
+    FlashManifest manifest = FlashManifest::decode(std::as_bytes(std::span(text)));
+    requireSupportedRelease(manifest);
+    (void)verifiedImageDigest(image.span(), manifest);
+    if (!request.acceptHeaderRewrite) requireUnchangedHeader(image.span(), manifest);
+    return {std::move(image), std::move(text), std::move(manifest)};
+}
+
+std::string packedImageName(std::string_view digest) {
+    std::string name(imageNameStart);
+    name += digest.substr(0, imageNameDigits);
+    name += imageNameEnd;
+    return name;
+}
+
+bool isPackedImageName(std::string_view name) {
+    if (name.size() != imageNameStart.size() + imageNameDigits + imageNameEnd.size()) return false;
+    const std::string_view digits = name.substr(imageNameStart.size(), imageNameDigits);
+    return name.starts_with(imageNameStart) && name.ends_with(imageNameEnd) &&
+           digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+}  // namespace qelmo

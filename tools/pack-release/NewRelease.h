@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/FileReading.h"
+#include "release/FlashManifest.h"
+#include "tools/pack-release/Options.h"
+
+namespace qelmo {
+
+/// A release that is ready for a bundle: checked, but not yet written anywhere.
+struct NewRelease {
+    FileBytes image;
+    std::string manifestText;  ///< the manifest file's bytes
+    FlashManifest manifest;    ///< decoded from `manifestText`
+};
+
+/// Reads the image, composes the manifest and checks both as the application will.
+/// Errors: FlasherFailure, with the application's own sentence where it would refuse the release;
+///         std::system_error for the image file.
+[[nodiscard]] NewRelease newRelease(const PackRequest& request);
+
+/// The file name under which pack-release stores the image with this digest.
+[[nodiscard]] std::string packedImageName(std::string_view digest);
+
+/// True for names that `packedImageName` gives.
+[[nodiscard]] bool isPackedImageName(std::string_view name);
+
+}  // namespace qelmo

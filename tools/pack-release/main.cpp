@@ -1,0 +1,57 @@
+#include <algorithm>
+#include <cstdlib>
+#include <exception>
+#include <vector>
+
+#include "platform/ThisProcess.h"
+#include "platform/Utf8.h"
+#include "release/FlashButtonTitle.h"
+#include "release/FlasherFailure.h"
+#include "tools/pack-release/NewRelease.h"
+#include "tools/pack-release/Options.h"
+#include "tools/pack-release/ReleaseReplacement.h"
+
+namespace {
+
+using namespace qelmo;
+
+constexpr int misuse = 2;
+
+void reportError(const std::string& message) {
+    std::string line = decodedUtf8(message);
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char unit) { return unit < 0x20; }, '?');
+    writeToStandardError("pack-release: " + line + "\n");
+}
+
+std::string summary(const PackRequest& request, const FlashManifest& manifest,
+                    const std::optional<FlashManifest>& replaced) {
+    return "Packed    " + manifest.name + " " + manifest.version + " into " + request.bundle + "\n" +
+           "Image     " + manifest.binary.path + ", " + std::to_string(manifest.binary.size) + " bytes\n" +
+           "SHA-256   " + manifest.binary.sha256 + "\n" + "Button    " + verifiedFlashButtonTitle(manifest) +
+           "\n" + "Replaced  " + (replaced ? replaced->name + " " + replaced->version : "no release") + "\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        normalizeProcess();
+        const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+        if (std::find(arguments.begin(), arguments.end(), helpOption) != arguments.end()) {
+            writeToStandardOutput(packUsage());
+            return EXIT_SUCCESS;
+        }
+        const PackRequest request = packRequest(arguments);
+        const NewRelease release = newRelease(request);
+        const auto replaced = replaceRelease(request.bundle, release);
+        writeToStandardOutput(summary(request, release.manifest, replaced));
+        return EXIT_SUCCESS;
+    } catch (const OptionError& error) {
+        reportError(error.what());
+        return misuse;
+    } catch (const std::exception& error) {
+        reportError(errorDescription(error));
+        return EXIT_FAILURE;
+    }
+}
