@@ -264,7 +264,7 @@ void ChildProcess::spawn() {
     setUp.connectStreams(writingEnd_.get());
     setUp.resetSignals();
     const auto arguments = pointersTo(arguments_, &executable_);
-    const auto environment = pointersTo(environment_.value_or(std::vector<std::string>{}));
+    const auto environment = environment_ ? pointersTo(*environment_) : std::vector<char*>{};
     const int error =
         setUp.start(processId_, executable_, arguments.data(), environment_ ? environment.data() : environ);
     // The child has its own copies; as long as ours is open, the output would not end.

@@ -1,5 +1,6 @@
 #include "release/FlashManifest.h"
 
+#include <algorithm>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -98,6 +99,10 @@ std::string parserWords(const json::exception& error) {
 }
 
 json parse(std::span<const std::byte> bytes) {
+    // No JSON text holds one; the parser would take it for the end of the text.
+    if (std::find(bytes.begin(), bytes.end(), std::byte{0}) != bytes.end())
+        throw ManifestDecodingError("The flash manifest is not valid JSON: it holds a NUL byte");
+
     // No field lies deeper than this; what does is checked but not kept, so that a hostile manifest costs
     // little more than its own size.
     constexpr int deepestField = 2;

@@ -4,7 +4,8 @@
 
 namespace qelmo {
 
-ActionButton::ActionButton(const QString& initialTitle, AppDelegate& target, Action sentAction, QWidget* parent)
+ActionButton::ActionButton(const QString& initialTitle, AppDelegate& target, Action sentAction,
+                           QWidget* parent)
     : QPushButton(parent), action_(sentAction) {
     setTitle(initialTitle);
     connect(this, &QPushButton::clicked, &target, [&target, sentAction] { (target.*sentAction)(); });

@@ -11,15 +11,23 @@ namespace qelmo {
 
 namespace {
 
-constexpr int textSize = 12;
+constexpr int messageSize = 13;
+constexpr int informativeSize = 12;
+constexpr int informativeWidth = 440;
 
 void showPlainText(QMessageBox& box, const Alert& alert) {
     box.setTextFormat(Qt::PlainText);
     box.setText(QString::fromStdString(alert.messageText));
     box.setInformativeText(QString::fromStdString(alert.informativeText));
-    // The box does not pass its text format on to the second text.
-    if (auto* label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel")))
-        label->setTextFormat(Qt::PlainText);
+
+    // The box passes neither its text format nor a font of its own on to the second text.
+    if (auto* message = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label")))
+        message->setFont(monospacedFont(messageSize, QFont::Bold));
+    if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
+        informative->setTextFormat(Qt::PlainText);
+        informative->setFont(monospacedFont(informativeSize, QFont::Normal));
+        informative->setFixedWidth(informativeWidth);
+    }
 }
 
 QList<QAbstractButton*> addButtons(QMessageBox& box, const std::vector<std::string>& titles) {
@@ -37,10 +45,12 @@ QList<QAbstractButton*> addButtons(QMessageBox& box, const std::vector<std::stri
 
 int Alert::runModal(QWidget* window) const {
     QMessageBox box(window);
+    box.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                       Qt::WindowCloseButtonHint);
     box.setWindowModality(Qt::ApplicationModal);
     box.setIcon(style == Style::critical ? QMessageBox::Critical : QMessageBox::Information);
     box.setWindowTitle(window == nullptr ? QString() : window->windowTitle());
-    box.setFont(monospacedFont(textSize, QFont::Normal));
+    box.setFont(monospacedFont(informativeSize, QFont::Normal));
     showPlainText(box, *this);
     const auto boxButtons = addButtons(box, buttons);
 

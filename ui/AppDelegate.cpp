@@ -36,13 +36,13 @@ void requireUnchangedRelease(const FlasherResources& validated) {
 }  // namespace
 
 AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue)
-    : background(calibratedWhite(0.035)),
-      panel(calibratedWhite(0.085)),
-      foreground(calibratedWhite(0.94)),
-      muted(calibratedWhite(0.6)),
-      accent(calibratedRgb(0.12, 0.83, 0.93)),
-      warning(calibratedRgb(1.0, 0.64, 0.2)),
-      danger(calibratedRgb(1.0, 0.3, 0.29)),
+    : background(Palette::background()),
+      panel(Palette::panel()),
+      foreground(Palette::foreground()),
+      muted(Palette::muted()),
+      accent(Palette::accent()),
+      warning(Palette::warning()),
+      danger(Palette::danger()),
       mainQueue_(std::move(mainQueue)) {}
 
 AppDelegate::~AppDelegate() = default;

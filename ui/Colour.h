@@ -15,4 +15,29 @@ namespace qelmo {
     return QColor::fromRgbF(static_cast<float>(red), static_cast<float>(green), static_cast<float>(blue));
 }
 
+/// The palette of the window; nothing else in it has a colour of its own.
+namespace Palette {
+[[nodiscard]] inline QColor background() {
+    return calibratedWhite(0.035);
+}
+[[nodiscard]] inline QColor panel() {
+    return calibratedWhite(0.085);
+}
+[[nodiscard]] inline QColor foreground() {
+    return calibratedWhite(0.94);
+}
+[[nodiscard]] inline QColor muted() {
+    return calibratedWhite(0.6);
+}
+[[nodiscard]] inline QColor accent() {
+    return calibratedRgb(0.12, 0.83, 0.93);
+}
+[[nodiscard]] inline QColor warning() {
+    return calibratedRgb(1.0, 0.64, 0.2);
+}
+[[nodiscard]] inline QColor danger() {
+    return calibratedRgb(1.0, 0.3, 0.29);
+}
+}  // namespace Palette
+
 }  // namespace qelmo

@@ -1,23 +1,56 @@
 #include "ui/DarkControls.h"
 
 #include <QApplication>
+#include <QPainter>
 #include <QPalette>
+#include <QPixmap>
 #include <QProxyStyle>
 #include <QStyleHints>
 
 #include "ui/Colour.h"
+#include "ui/MonospacedFont.h"
 
 namespace qelmo {
 
 namespace {
 
-/// Desktop themes reorder the buttons of dialogs; an alert's come in the order in which it names them.
-class FixedButtonOrder : public QProxyStyle {
+constexpr int alertIconSize = 48;
+
+/// A disc with a sign on it, in place of the toolkit's pictures, which are drawn for a light ground.
+QIcon alertIcon(const QColor& colour, const QString& sign) {
+    QPixmap picture(alertIconSize, alertIconSize);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour);
+    painter.drawEllipse(picture.rect().adjusted(2, 2, -2, -2));
+    painter.setPen(Qt::black);
+    painter.setFont(monospacedFont(alertIconSize * 2 / 3, QFont::Bold));
+    painter.drawText(picture.rect(), Qt::AlignCenter, sign);
+    return picture;
+}
+
+/// The toolkit's own style without what a desktop theme would change about alerts.
+class AlertStyle : public QProxyStyle {
 public:
-    FixedButtonOrder() : QProxyStyle(QStringLiteral("fusion")) {}
+    AlertStyle() : QProxyStyle(QStringLiteral("fusion")) {}
+
+    QIcon standardIcon(StandardPixmap icon, const QStyleOption* option,
+                       const QWidget* widget) const override {
+        if (icon == SP_MessageBoxCritical) return alertIcon(Palette::danger(), QStringLiteral("!"));
+        if (icon == SP_MessageBoxInformation) return alertIcon(Palette::accent(), QStringLiteral("i"));
+        return QProxyStyle::standardIcon(icon, option, widget);
+    }
+
+    int pixelMetric(PixelMetric metric, const QStyleOption* option, const QWidget* widget) const override {
+        return metric == PM_MessageBoxIconSize ? alertIconSize
+                                               : QProxyStyle::pixelMetric(metric, option, widget);
+    }
 
     int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
                   QStyleHintReturn* returned) const override {
+        // The buttons come in the order in which the alert names them.
         if (hint == SH_DialogButtonLayout) return 0;
         return QProxyStyle::styleHint(hint, option, widget, returned);
     }
@@ -25,8 +58,8 @@ public:
 
 QPalette darkPalette() {
     const QColor window = calibratedWhite(0.11);
-    const QColor text = calibratedWhite(0.94);
-    const QColor dimmed = calibratedWhite(0.6);
+    const QColor text = Palette::foreground();
+    const QColor dimmed = Palette::muted();
     QPalette palette(text, calibratedWhite(0.2), calibratedWhite(0.35), calibratedWhite(0.05),
                      calibratedWhite(0.14), text, calibratedWhite(1.0), calibratedWhite(0.16), window);
     palette.setColor(QPalette::ToolTipBase, calibratedWhite(0.16));
@@ -50,7 +83,7 @@ void applyDarkControls(QApplication& application) {
     Q_UNUSED(application);
     Q_UNUSED(darkPalette);
 #else
-    application.setStyle(new FixedButtonOrder);
+    application.setStyle(new AlertStyle);
     application.setPalette(darkPalette());
 #endif
 }

@@ -1,7 +1,6 @@
 #include "ui/LogTextView.h"
 
 #include <QScrollBar>
-#include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
 
@@ -11,7 +10,6 @@ LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& gr
                          QWidget* parent)
     : QPlainTextEdit(parent) {
     setReadOnly(true);
-    setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     setUndoRedoEnabled(false);
     setFont(font);
     setFrameShape(QFrame::NoFrame);

@@ -2,6 +2,7 @@
 
 #include <QFontMetrics>
 #include <QPalette>
+#include <QtMath>
 
 namespace qelmo {
 
@@ -25,7 +26,8 @@ QColor TextLabel::colour() const {
 }
 
 void TextLabel::setMaximumLines(int lines) {
-    setMaximumHeight(lines * QFontMetrics(font()).lineSpacing());
+    // Every line takes whole pixels.
+    setMaximumHeight(lines * qCeil(QFontMetricsF(font()).lineSpacing()));
     setAlignment(Qt::AlignLeft | Qt::AlignTop);
 }
 

@@ -6,12 +6,14 @@ import os
 import subprocess
 import time
 from pathlib import Path
-from typing import Callable
+from typing import Callable, Sequence
 
 import gi
 
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
+
+PROGRAM = "QelmoFlasher"
 
 # Only a broken program or machine takes this long.
 LIMIT_SECONDS = 60
@@ -31,11 +33,12 @@ def wait_until(condition: Callable[[], object], what: str, seconds: float = LIMI
 class FlasherWindow:
     """One run of the application. Use it in a with statement; the program is gone at its end."""
 
-    def __init__(self, bundle: Path, home: Path, output: Path) -> None:
+    def __init__(self, bundle: Path, home: Path, output: Path, prefix: Sequence[str | Path] = ()) -> None:
+        """`prefix` is a command that runs the program; what the program writes goes to `output`."""
         self.output = output
         with open(output, "wb") as streams:
             self.process = subprocess.Popen(
-                [bundle / "Contents/MacOS/QelmoFlasher"], env=dict(os.environ, HOME=str(home)),
+                [*prefix, bundle / "Contents/MacOS/QelmoFlasher"], env=dict(os.environ, HOME=str(home)),
                 stdin=subprocess.DEVNULL, stdout=streams, stderr=subprocess.STDOUT)
 
     def __enter__(self) -> FlasherWindow:
@@ -87,10 +90,15 @@ class FlasherWindow:
         subprocess.run(["xdotool", "mousemove", str(box.x + box.width // 2), str(box.y + box.height // 2),
                         "click", "1"], check=True)
 
-    def answer(self, title: str) -> None:
+    def activate(self, title: str) -> None:
+        """Presses the button as an assistive tool does, which leaves the pointer alone."""
+        button = wait_until(lambda: self._enabled_button(title), f"an enabled button {title!r}")
+        Atspi.Action.do_action(button, 0)
+
+    def answer(self, title: str, press: Callable[[str], None] | None = None) -> None:
         """Presses a button of the open alert and waits until the alert is gone."""
         wait_until(self._alerts, f"an alert with a button {title!r}")
-        self.press(title)
+        (press or self.press)(title)
         wait_until(lambda: not self._alerts(), "the end of the alert")
 
     def close(self) -> None:
@@ -108,7 +116,7 @@ class FlasherWindow:
         for index in range(desktop.get_child_count()):
             try:
                 application = desktop.get_child_at_index(index)
-                if application is not None and application.get_process_id() == self.process.pid:
+                if application is not None and application.get_name() == PROGRAM:
                     return application
             except GLib.Error:
                 continue
@@ -149,14 +157,18 @@ class FlasherWindow:
         """Where an enabled button is, once its window has the focus and a window manager has placed it."""
         places = []
         for _ in range(2):
-            buttons = [button for button in self._all("push button", title)
-                       if button.get_state_set().contains(Atspi.StateType.ENABLED) and self._is_in_front(button)]
-            if not buttons:
+            button = self._enabled_button(title)
+            if button is None or not self._is_in_front(button):
                 return None
-            places.append(buttons[0].get_component_iface().get_extents(Atspi.CoordType.SCREEN))
+            places.append(Atspi.Component.get_extents(button, Atspi.CoordType.SCREEN))
             time.sleep(0.05)
         first, second = places
         return second if (first.x, first.y) == (second.x, second.y) else None
+
+    def _enabled_button(self, title: str) -> Atspi.Accessible | None:
+        buttons = [button for button in self._all("push button", title)
+                   if button.get_state_set().contains(Atspi.StateType.ENABLED)]
+        return buttons[0] if buttons else None
 
     def _is_in_front(self, item: Atspi.Accessible) -> bool:
         application = self._application()

@@ -6,6 +6,7 @@ import os
 import shutil
 import subprocess
 from pathlib import Path
+from typing import Sequence
 
 from flasher_window import FlasherWindow, wait_until
 
@@ -81,5 +82,5 @@ class FlashingSession:
     def device(self, *options: str) -> SimulatedDevice:
         return SimulatedDevice(self.folder, *options)
 
-    def window(self) -> FlasherWindow:
-        return FlasherWindow(self.bundle, self.home, self.folder / "streams.txt")
+    def window(self, prefix: Sequence[str | Path] = ()) -> FlasherWindow:
+        return FlasherWindow(self.bundle, self.home, self.folder / "streams.txt", prefix)

@@ -11,7 +11,7 @@ import unittest
 from pathlib import Path
 
 from flasher_window import wait_until
-from flashing_session import (BUILD, PORT, SAMPLE_IMAGE, FlashingSession, install_tool, pack, require_private_dev)
+from flashing_session import (PORT, ROOT, SAMPLE_IMAGE, FlashingSession, install_tool, pack, require_private_dev)
 
 FLASH = "FLASH VERIFIED SAMPLE (NOT FIRMWARE)"
 CONFIRM = "ERASE + FLASH"
@@ -200,6 +200,20 @@ class FlashingTest(unittest.TestCase):
             self.expect_failed(window, "Writing at")
             self.start_flash(window)
             self.expect_complete(window)
+
+    def test_a_missing_interpreter_is_reported_and_gives_the_controls_back(self) -> None:
+        # The inner /dev is a new one again; a port is needed there only for its name.
+        prefix = [ROOT / "tests/device/private-dev", "--without-interpreter", "--", "/bin/sh", "-c",
+                  f'ln -s null {PORT} && exec "$@"', "sh"]
+        with self.session.window(prefix) as window:
+            window.press(FLASH)
+            window.press(CONFIRM)
+            wait_until(lambda: window.alert_texts()[:1] == ["QELMO Flasher stopped"], "the error alert")
+            self.assertEqual(window.alert_texts()[1], "start /usr/bin/python3: Permission denied")
+            self.assertEqual(window.status(), "FLASHER COULD NOT START")
+            window.answer("OK")
+            self.assertTrue(window.log().endswith(START), window.log())
+            self.assert_controls_are_back(window)
 
     def test_closing_the_window_while_flashing_quits_and_leaves_the_tool_alone(self) -> None:
         with self.session.device("--bytes-per-second", "400000") as device, self.session.window() as window:

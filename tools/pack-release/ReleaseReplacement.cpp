@@ -24,7 +24,7 @@ namespace {
 constexpr std::uint64_t manifestLimitBytes = 16ULL << 20;
 
 std::string madeResourceFolder(const std::string& bundle) {
-    const std::string folder = resourceFolder(bundle);
+    std::string folder = resourceFolder(bundle);
     if (!isFolder(parentFolder(folder)))
         throw FlasherFailure("not an application bundle, it has no Contents folder: " + bundle);
     if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) throwSystemError(errno, "create", folder);
