@@ -8,6 +8,7 @@
 #include "platform/FilePath.h"
 #include "platform/MainBundle.h"
 #include "platform/ThisProcess.h"
+#include "platform/Utf8.h"
 
 namespace qelmo {
 
@@ -18,7 +19,7 @@ int runWindowedStart() {
     void* const loaded = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     void* const entry = loaded == nullptr ? nullptr : ::dlsym(loaded, "qelmoWindowedStart");
     if (entry == nullptr) {
-        writeToStandardError(std::string("The window cannot be opened: ") + ::dlerror() +
+        writeToStandardError("The window cannot be opened: " + decodedUtf8(::dlerror()) +
                              ". The window needs Qt 6 Widgets; --self-test works without it.\n");
         return EXIT_FAILURE;
     }

@@ -62,10 +62,11 @@ class Installation:
     def set_tool(self, script: str) -> None:
         write(self.tool, script.encode())
 
-    def run(self, *arguments, program=None, stdout=subprocess.PIPE, **options) -> subprocess.CompletedProcess:
+    def run(self, *arguments, program=None, stdout=subprocess.PIPE, **options):
         environment = {**os.environ, "HOME": os.fsdecode(self.home)}
         return subprocess.run([program or self.executable, *arguments], env=environment, stdout=stdout,
-                              stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=LIMIT_SECONDS, **options)
+                              stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, timeout=LIMIT_SECONDS,
+                              **options)
 
     def report(self, release="1.0.0", button="FLASH VERIFIED VARNOX", esptool="4.7.0") -> bytes:
         return (f"app_bundle=OK\nrelease={release}\nflash_button={button}\nbinary_size=65537\n"
@@ -151,8 +152,8 @@ class Selection(HeadlessTest):
                 self.assert_passes(self.app.run(*arguments), self.app.report())
 
     def test_is_not_chosen_by_a_near_miss(self):
-        for argument in ("--self-test=1", "--self-tes", "--self-test ", "--SELF-TEST", "-self-test", "---self-test",
-                         "self-test", "--window-self-test"):
+        for argument in ("--self-test=1", "--self-tes", "--self-test ", "--SELF-TEST", "-self-test",
+                         "---self-test", "self-test", "--window-self-test"):
             with self.subTest(argument):
                 self.assert_windowed_start(self.app.run(argument))
 
@@ -235,13 +236,15 @@ class Place(HeadlessTest):
         self.assert_passes(self.app.run("--self-test", program=link), self.app.report())
 
     def test_may_have_any_path(self):
-        for name in (b"my  app.app", "übung €.app".encode(), b"bytes \xff\xfe.app", b"line\nbreak.app", b"plain"):
+        for name in (b"my  app.app", "übung €.app".encode(), b"bytes \xff\xfe.app", b"line\nbreak.app",
+                         b"plain"):
             with self.subTest(name):
                 app = self.install(name)
                 self.assert_passes(app.run("--self-test"), app.report())
 
     def test_is_found_from_a_relative_path(self):
-        result = self.app.run("--self-test", program=b"./QelmoFlasher", cwd=os.path.dirname(self.app.executable))
+        result = self.app.run("--self-test", program=b"./QelmoFlasher",
+                              cwd=os.path.dirname(self.app.executable))
         self.assert_passes(result, self.app.report())
 
     def test_without_a_window_library_is_named_in_one_sentence_whatever_its_path(self):
@@ -260,7 +263,8 @@ class Place(HeadlessTest):
 
 class Streams(HeadlessTest):
     def closed(self, redirection: str) -> subprocess.CompletedProcess:
-        return self.app.run("-c", f'exec "$0" --self-test {redirection}', self.app.executable, program="/bin/sh")
+        return self.app.run("-c", f'exec "$0" --self-test {redirection}', self.app.executable,
+                            program="/bin/sh")
 
     def test_that_are_full_make_the_self_test_fail_in_one_sentence(self):
         with open("/dev/full", "wb") as full:
@@ -288,7 +292,8 @@ class Streams(HeadlessTest):
 class Children(HeadlessTest):
     def test_are_reported_even_when_their_end_was_ignored_by_the_parent(self):
         self.app.set_tool("import sys; print('broken'); sys.exit(1)")
-        result = self.app.run("-c", 'trap "" CHLD; exec "$0" --self-test', self.app.executable, program="/bin/sh")
+        result = self.app.run("-c", 'trap "" CHLD; exec "$0" --self-test', self.app.executable,
+                              program="/bin/sh")
         self.assert_fails("Espressif tool check failed: broken\n", result)
 
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <mutex>
@@ -87,8 +88,10 @@ public:
         return eventually([&] { return output().find(expected) != std::string::npos; });
     }
     /// Until the reader and waiter threads have ended, so that nothing can come any more.
-    [[nodiscard]] bool waitForThreads() const {
-        return eventually([this] { return ProcessResources::now().threads <= before_.threads; });
+    [[nodiscard]] bool waitForThreads() {
+        const bool ended = eventually([this] { return ProcessResources::now().threads <= before_.threads; });
+        const std::lock_guard lock(mutex_);  // what the threads did has happened before what follows
+        return ended;
     }
 
     const std::shared_ptr<ChildProcess> process;
@@ -101,11 +104,9 @@ public:
 private:
     void keep(std::string_view bytes) {
         outputThread = std::this_thread::get_id();
-        {
-            const std::lock_guard lock(mutex_);
-            chunks_.emplace_back(bytes);
-        }
         onChunk();
+        const std::lock_guard lock(mutex_);
+        chunks_.emplace_back(bytes);
     }
 
     const ProcessResources before_ = ProcessResources::now();

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QMessageBox>
+#include <QPointer>
+#include <QTimer>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace qelmo {
+
+/// What an alert shows to its reader.
+struct ShownAlert {
+    std::string messageText;
+    std::string informativeText;
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+    std::vector<std::string> buttons;  ///< from left to right on the screen
+    std::string defaultButton;
+    std::string focusedButton;
+};
+
+[[nodiscard]] ShownAlert shownAlert(const QMessageBox& box);
+
+/// Something that a test does with an open alert. It must lead to the alert's end.
+using AlertAction = std::function<void(QMessageBox& box)>;
+
+/// A click on the button with this title.
+[[nodiscard]] AlertAction click(const std::string& buttonTitle);
+[[nodiscard]] AlertAction pressKey(Qt::Key key);
+[[nodiscard]] AlertAction closeAlert();
+[[nodiscard]] AlertAction inOrder(AlertAction first, AlertAction second);
+
+/// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. It is
+/// a failure of the test when no alert came, when one does not end, and when one came that nobody waits for.
+class AlertAnswer {
+public:
+    explicit AlertAnswer(AlertAction action);
+    AlertAnswer(const AlertAnswer&) = delete;
+    AlertAnswer& operator=(const AlertAnswer&) = delete;
+    ~AlertAnswer();
+
+    [[nodiscard]] bool wasShown() const { return wasShown_; }
+    [[nodiscard]] bool hasEnded() const;
+    [[nodiscard]] const ShownAlert& alert() const { return alert_; }
+
+    /// The open alert that no answer has taken yet, or null.
+    [[nodiscard]] static QMessageBox* unanswered();
+    [[nodiscard]] static bool isExpected() { return !waiting_.empty(); }
+
+private:
+    void look();
+
+    /// In the order in which they get the alerts.
+    static std::deque<AlertAnswer*> waiting_;
+
+    const AlertAction action_;
+    QTimer timer_;
+    QPointer<QMessageBox> box_;
+    bool wasShown_ = false;
+    ShownAlert alert_;
+};
+
+}  // namespace qelmo
