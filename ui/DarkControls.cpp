@@ -18,16 +18,19 @@ constexpr int alertIconSize = 48;
 
 /// A disc with a sign on it, in place of the toolkit's pictures, which are drawn for a light ground.
 QIcon alertIcon(const QColor& colour, const QString& sign) {
-    QPixmap picture(alertIconSize, alertIconSize);
+    constexpr int sharpestScale = 2;
+    QPixmap picture(alertIconSize * sharpestScale, alertIconSize * sharpestScale);
+    picture.setDevicePixelRatio(sharpestScale);
     picture.fill(Qt::transparent);
+    const QRect disc(0, 0, alertIconSize, alertIconSize);
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setBrush(colour);
-    painter.drawEllipse(picture.rect().adjusted(2, 2, -2, -2));
+    painter.drawEllipse(disc.adjusted(2, 2, -2, -2));
     painter.setPen(Qt::black);
     painter.setFont(monospacedFont(alertIconSize * 2 / 3, QFont::Bold));
-    painter.drawText(picture.rect(), Qt::AlignCenter, sign);
+    painter.drawText(disc, Qt::AlignCenter, sign);
     return picture;
 }
 

@@ -1,10 +1,19 @@
 #include "ui/LogTextView.h"
 
 #include <QScrollBar>
+#include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
 
 namespace qelmo {
+
+namespace {
+
+/// Laying out one endless word at word boundaries takes quadratic time, so a tool that forgets its line feeds
+/// gets its text wrapped anywhere.
+constexpr int longestWordWrappedLine = 4096;
+
+}  // namespace
 
 LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& ground, int inset,
                          QWidget* parent)
@@ -15,8 +24,6 @@ LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& gr
     setFrameShape(QFrame::NoFrame);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    // Anywhere, because laying out one endless line at word boundaries takes quadratic time.
-    setWordWrapMode(QTextOption::WrapAnywhere);
     document()->setDocumentMargin(inset);
 
     QPalette colours = palette();
@@ -29,6 +36,7 @@ void LogTextView::append(const std::string& text) {
     QTextCursor end(document());
     end.movePosition(QTextCursor::End);
     end.insertText(QString::fromStdString(text));
+    if (end.block().length() > longestWordWrappedLine) setWordWrapMode(QTextOption::WrapAnywhere);
     verticalScrollBar()->setValue(verticalScrollBar()->maximum());
 }
 

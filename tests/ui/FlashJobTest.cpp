@@ -26,13 +26,17 @@ constexpr const char* completeLine = "\nFLASH COMPLETE — verified and reset. S
 
 class FlashJob : public ReadyWindowTest {
 protected:
-    /// The tool prints its arguments, one a line and without its own path, and ends well.
-    void letToolPrintItsArguments() { setTool("print('\\n'.join(sys.argv[1:]))"); }
+    /// The tool writes its arguments to a file, one a line and without its own path, and ends well.
+    void letToolWriteDownItsArguments() {
+        setTool("open('" + argumentsFile() + "', 'w').write('\\n'.join(sys.argv[1:]) + '\\n')");
+    }
 
-    std::string logOfSuccessfulJob() {
-        takeLog();
+    std::string argumentsFile() const { return release.home() + "/arguments"; }
+
+    std::string argumentsOfSuccessfulJob() {
+        letToolWriteDownItsArguments();
         runSuccessfulJob();
-        return takeLog();
+        return readTestFile(argumentsFile());
     }
 
     std::string argumentsWith(const std::string& eraseOption) const {
@@ -168,16 +172,14 @@ TEST_F(FlashJob, IsStartedByTheReturnKeyInItsConfirmation) {
 }
 
 TEST_F(FlashJob, HandsTheValidatedReleaseToTheToolWithTheEraseOption) {
-    letToolPrintItsArguments();
-    EXPECT_EQ(logOfSuccessfulJob(), startLine + argumentsWith("--erase-all\n") + completeLine);
+    EXPECT_EQ(argumentsOfSuccessfulJob(), argumentsWith("--erase-all\n"));
 }
 
 TEST_F(FlashJob, LeavesTheEraseOptionOutWhenTheManifestSaysSo) {
     release.manifest.set("flash.eraseAllInternalFlash", "false");
     writeRelease();
     pressRefresh();
-    letToolPrintItsArguments();
-    EXPECT_EQ(logOfSuccessfulJob(), startLine + argumentsWith("") + completeLine);
+    EXPECT_EQ(argumentsOfSuccessfulJob(), argumentsWith(""));
 }
 
 TEST_F(FlashJob, KeepsTheValidatedFlashOptionsWhenOnlyTheManifestsOptionsChange) {
@@ -185,21 +187,18 @@ TEST_F(FlashJob, KeepsTheValidatedFlashOptionsWhenOnlyTheManifestsOptionsChange)
     release.manifest.set("flash.baud", "115200");
     release.manifest.set("version", R"("9.9.9")");
     writeRelease();
-    letToolPrintItsArguments();
-    EXPECT_EQ(logOfSuccessfulJob(), startLine + argumentsWith("--erase-all\n") + completeLine);
+    EXPECT_EQ(argumentsOfSuccessfulJob(), argumentsWith("--erase-all\n"));
 }
 
 TEST_F(FlashJob, WorksOnTheChosenPort) {
     const BootPort second("cu.usbmodem102");
     pressRefresh();
     delegate->portPopup->setCurrentIndex(1);
-    letToolPrintItsArguments();
-    EXPECT_THAT(logOfSuccessfulJob(), HasSubstr("\n--port\n/dev/cu.usbmodem102\n"));
+    EXPECT_THAT(argumentsOfSuccessfulJob(), HasSubstr("\n--port\n/dev/cu.usbmodem102\n"));
 }
 
 TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
-    letToolPrintItsArguments();
-    takeLog();
+    letToolWriteDownItsArguments();
     const AlertAction loseEverything = [this](QMessageBox&) {
         std::filesystem::remove(port.path());
         release.manifest.set("schemaVersion", "2");
@@ -213,7 +212,7 @@ TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheCo
     }
     const AlertAnswer done(click("Done"));
     ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
-    EXPECT_THAT(takeLog(), HasSubstr(argumentsWith("--erase-all\n")));
+    EXPECT_EQ(readTestFile(argumentsFile()), argumentsWith("--erase-all\n"));
     EXPECT_THAT(done.alert().informativeText, testing::StartsWith("1.0.0 was written"));
 }
 

@@ -88,6 +88,14 @@ protected:
         ASSERT_TRUE(waitUntil([&later] { return later; }));
     }
 
+    void waitForLog(const std::string& words) {
+        std::string log;
+        ASSERT_TRUE(waitUntil([&] {
+            log += takeLog();
+            return log.find(words) != std::string::npos;
+        }));
+    }
+
     AlertAction saveAlert(const std::string& state) const {
         return [this, state](QMessageBox& box) {
             ASSERT_TRUE(waitUntil([&box] { return box.isActiveWindow(); }));
@@ -138,11 +146,7 @@ TEST_F(ScreenPictures, Flashing) {
     setTool(std::string(toolOutput) + "    if block == 9: open('" + gate.path() + "').read(); sys.exit(2)");
     launch();
     startJob();
-    std::string log;
-    ASSERT_TRUE(waitUntil([&] {
-        log += takeLog();
-        return log.find("(36 %)") != std::string::npos;
-    }));
+    waitForLog("(36 %)");
     saveActive("flashing");
     gate.open();
     ASSERT_TRUE(waitForEndOfJob());
@@ -152,13 +156,17 @@ TEST_F(ScreenPictures, Flashing) {
 
 TEST_F(ScreenPictures, Complete) {
     const BootPort port("cu.usbmodem101");
+    const Fifo gate;
     setTool(std::string(toolOutput) +
             "print('''Wrote 8388608 bytes (2204661 compressed) at 0x00000000 in 52.3 "
             "seconds (effective 1282.6 kbit/s)...\nHash of data verified.\n\nLeaving..."
-            "\nHard resetting via RTS pin...''')");
+            "\nHard resetting via RTS pin...''')\nopen('" +
+            gate.path() + "').read()");
     launch();
     startJob();
+    waitForLog("RTS pin...");
     const AlertAnswer done(inOrder(saveAlert("complete-alert"), click("Done")));
+    gate.open();
     ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
     saveActive("complete");
 }
