@@ -13,7 +13,7 @@ namespace qelmo {
 
 int runHeadlessSelfTest() {
     try {
-        if (!MainBundle::urlForResource("AppIcon", "icns"))
+        if (!MainBundle::urlForApplicationIcon())
             throw FlasherFailure("AppIcon.icns is missing from the application bundle");
         const auto release = FlasherResources::load(MainBundle::bundleURL());
         const std::string toolVersion = esptoolVersion(release.esptoolURL);

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "platform/FilePath.h"
 #include "platform/MainBundle.h"
@@ -19,7 +20,9 @@ int runWindowedStart() {
     void* const loaded = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     void* const entry = loaded == nullptr ? nullptr : ::dlsym(loaded, "qelmoWindowedStart");
     if (entry == nullptr) {
-        writeToStandardError("The window cannot be opened: " + decodedUtf8(::dlerror()) +
+        // The loader's reason comes first; on some systems a list of tried paths follows.
+        const std::string_view said = ::dlerror();
+        writeToStandardError("The window cannot be opened: " + decodedUtf8(said.substr(0, said.find('\n'))) +
                              ". The window needs Qt 6 Widgets; --self-test works without it.\n");
         return EXIT_FAILURE;
     }

@@ -25,7 +25,7 @@ namespace {
 constexpr std::chrono::milliseconds checkDelay{250};
 
 bool hasIconResource() {
-    return MainBundle::urlForResource("AppIcon", "icns").has_value();
+    return MainBundle::urlForApplicationIcon().has_value();
 }
 
 bool showsVerifiedTitle(const AppDelegate& delegate) {

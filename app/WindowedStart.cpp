@@ -1,7 +1,6 @@
 #include <QApplication>
 #include <cstdlib>
 #include <memory>
-#include <string>
 
 #include "platform/ThisProcess.h"
 #include "ui/AppDelegate.h"
@@ -23,10 +22,13 @@ void showFatalMessagesOnly(QtMsgType type, const QMessageLogContext& /*context*/
 
 int windowedStart() {
     qInstallMessageHandler(showFatalMessagesOnly);
-    // The toolkit gets no arguments: it would take some for itself, and one of them could end the program.
-    std::string name = processArguments().front();
+    // The toolkit gets a name, whatever the program was started as, and no arguments: it would take some for
+    // itself, and one of them could end the program.
+    char name[] = "QelmoFlasher";
+    char* arguments[] = {name, nullptr};
     int argumentCount = 1;
-    char* arguments[] = {name.data(), nullptr};
+    // A native alert takes markup in its texts for markup.
+    QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     QApplication application(argumentCount, arguments);
     applyDarkControls(application);
 

@@ -1,6 +1,16 @@
+#include <cstdlib>
+#include <exception>
+#include <string>
+
 #include "app/QelmoFlasherMain.h"
+#include "platform/ThisProcess.h"
 
 int main() {
-    qelmo::QelmoFlasherMain::main();
-    return 0;
+    try {
+        qelmo::QelmoFlasherMain::main();
+        return 0;
+    } catch (const std::exception& error) {
+        qelmo::writeToStandardError(std::string("The flasher cannot run: ") + error.what() + "\n");
+        return EXIT_FAILURE;
+    }
 }

@@ -7,7 +7,8 @@ file(MAKE_DIRECTORY "${QELMO_BUNDLE_RESOURCES}")
 find_program(RSVG_CONVERT rsvg-convert REQUIRED)
 set(QELMO_ICON_DRAWINGS --small "${PROJECT_SOURCE_DIR}/assets/AppIcon-small.svg"
                         "${PROJECT_SOURCE_DIR}/assets/AppIcon.svg")
-set(QELMO_ICON_DEPENDS "${PROJECT_SOURCE_DIR}/tools/make-icns" "${PROJECT_SOURCE_DIR}/assets/AppIcon.svg"
+set(QELMO_ICON_DEPENDS "${PROJECT_SOURCE_DIR}/tools/make-icns" "${PROJECT_SOURCE_DIR}/tools/whole_file.py"
+                       "${PROJECT_SOURCE_DIR}/assets/AppIcon.svg"
                        "${PROJECT_SOURCE_DIR}/assets/AppIcon-small.svg")
 function(qelmo_add_picture file size)
     add_custom_command(OUTPUT "${file}"

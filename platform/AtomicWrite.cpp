@@ -50,6 +50,10 @@ void writeAll(int descriptor, std::span<const std::byte> bytes, const std::strin
 }
 
 void flushToDisk(int descriptor, const std::string& name) {
+#ifdef __APPLE__
+    // fsync leaves the bytes in the drive's own memory there. Not every file system knows this call.
+    if (::fcntl(descriptor, F_FULLFSYNC) == 0) return;
+#endif
     while (::fsync(descriptor) != 0) {
         if (errno != EINTR) throwSystemError(errno, "flush", name);
     }

@@ -142,7 +142,7 @@ struct ChildProcess::OutputReader {
         for (;;) {
             std::array<pollfd, 2> events{pollfd{output.get(), POLLIN, 0},
                                          pollfd{wake.reading.get(), POLLIN, 0}};
-            if (::poll(events.data(), events.size(), -1) < 0 && errno != EINTR) return;
+            (void)::poll(events.data(), events.size(), -1);
             if (cleared) return;
             if (events[0].revents == 0) continue;
 
@@ -235,8 +235,7 @@ void ChildProcess::requireNoNul() const {
 void ChildProcess::openPipe() {
     requireNoNul();
     Pipe output;
-    int error = openCloseOnExecPipe(output);
-    if (error == 0) error = openCloseOnExecPipe(reader_->wake);
+    const int error = openCloseOnExecPipe(output);
     if (error != 0) throwLaunchError(error);
     reader_->output = std::move(output.reading);
     writingEnd_ = std::move(output.writing);
@@ -244,6 +243,7 @@ void ChildProcess::openPipe() {
 
 void ChildProcess::startReader() {
     if (!outputHandler_) return;
+    if (const int error = openCloseOnExecPipe(reader_->wake); error != 0) throwLaunchError(error);
     std::thread([reader = reader_, handler = std::exchange(outputHandler_, nullptr)] {
         reader->deliver(handler);
     }).detach();

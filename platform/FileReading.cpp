@@ -88,7 +88,7 @@ RegularFile::RegularFile(std::string path) : path_(std::move(path)), descriptor_
     sizeBytes_ = static_cast<std::uint64_t>(status.st_size);
 }
 
-FileBytes RegularFile::readAll(std::uint64_t limitBytes) const {
+FileBytes RegularFile::readAll(std::uint64_t limitBytes) {
     if (sizeBytes_ > limitBytes) throwSystemError(EFBIG, "read", path_);
     const auto wanted = static_cast<std::size_t>(sizeBytes_);
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
@@ -53,7 +54,7 @@ public:
     /// Reads the whole file. Call it once. A file that became shorter meanwhile gives fewer bytes.
     /// Errors: std::system_error naming the file: read errors, EFBIG above `limitBytes`, ENOMEM, and EAGAIN
     ///         when the file grew meanwhile.
-    [[nodiscard]] FileBytes readAll(std::uint64_t limitBytes) const;
+    [[nodiscard]] FileBytes readAll(std::uint64_t limitBytes);
 
 private:
     std::string path_;

@@ -19,6 +19,10 @@ std::optional<std::string> MainBundle::urlForResource(std::string_view name, std
     return path;
 }
 
+std::optional<std::string> MainBundle::urlForApplicationIcon() {
+    return urlForResource("AppIcon", "icns");
+}
+
 std::string resourceFolder(std::string_view bundleURL) {
     return joinedPath(joinedPath(bundleURL, "Contents"), "Resources");
 }

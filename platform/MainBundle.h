@@ -16,6 +16,9 @@ namespace MainBundle {
 /// The bundle's root folder, the one that contains "Contents".
 [[nodiscard]] std::string bundleURL();
 
+/// The path of the application's icon file, when it exists. It is not opened.
+[[nodiscard]] std::optional<std::string> urlForApplicationIcon();
+
 /// The path of Contents/Resources/`name`.`extension`, when that file exists. It is not opened.
 [[nodiscard]] std::optional<std::string> urlForResource(std::string_view name, std::string_view extension);
 

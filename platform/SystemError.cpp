@@ -1,22 +1,11 @@
 #include "platform/SystemError.h"
 
+#include <string>
 #include <system_error>
 
 #include "platform/Utf8.h"
 
 namespace qelmo {
-
-namespace {
-
-std::string shownOnOneLine(std::string_view bytes) {
-    std::string text = decodedUtf8(bytes);
-    for (char& unit : text) {
-        if (static_cast<unsigned char>(unit) < 0x20 || unit == 0x7F) unit = '?';
-    }
-    return text;
-}
-
-}  // namespace
 
 void throwSystemError(int error, std::string_view operation, std::string_view object) {
     throw std::system_error(error, std::generic_category(),

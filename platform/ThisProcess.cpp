@@ -16,7 +16,7 @@ namespace qelmo {
 namespace {
 
 /// Returns 0, or the errno value of the write that failed.
-int written(int descriptor, std::string_view text) noexcept {
+int writeAll(int descriptor, std::string_view text) noexcept {
     while (!text.empty()) {
         const ssize_t count = ::write(descriptor, text.data(), text.size());
         if (count >= 0) text.remove_prefix(static_cast<std::size_t>(count));
@@ -50,12 +50,12 @@ void normalizeProcess() {
 }
 
 void writeToStandardOutput(std::string_view text) {
-    if (const int error = written(STDOUT_FILENO, text); error != 0)
+    if (const int error = writeAll(STDOUT_FILENO, text); error != 0)
         throwSystemError(error, "write", "standard output");
 }
 
 void writeToStandardError(std::string_view text) noexcept {
-    (void)written(STDERR_FILENO, text);
+    (void)writeAll(STDERR_FILENO, text);
 }
 
 }  // namespace qelmo

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 
 #include "platform/FileDescriptor.h"

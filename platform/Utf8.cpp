@@ -62,4 +62,12 @@ std::string decodedUtf8(std::string_view bytes) {
     return text;
 }
 
+std::string shownOnOneLine(std::string_view bytes) {
+    std::string text = decodedUtf8(bytes);
+    for (char& unit : text) {
+        if (static_cast<unsigned char>(unit) < 0x20 || unit == 0x7F) unit = '?';
+    }
+    return text;
+}
+
 }  // namespace qelmo

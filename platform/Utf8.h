@@ -9,4 +9,7 @@ namespace qelmo {
 /// Standard recommends (section 3.9, "U+FFFD Substitution of Maximal Subparts"). Never fails.
 [[nodiscard]] std::string decodedUtf8(std::string_view bytes);
 
+/// The same for one line of a message: control characters become question marks.
+[[nodiscard]] std::string shownOnOneLine(std::string_view bytes);
+
 }  // namespace qelmo

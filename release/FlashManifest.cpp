@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace qelmo {
 
@@ -103,13 +104,9 @@ json parse(std::span<const std::byte> bytes) {
     if (std::find(bytes.begin(), bytes.end(), std::byte{0}) != bytes.end())
         throw ManifestDecodingError("The flash manifest is not valid JSON: it holds a NUL byte");
 
-    // No field lies deeper than this; what does is checked but not kept, so that a hostile manifest costs
-    // little more than its own size.
-    constexpr int deepestField = 2;
-    const auto keep = [](int depth, json::parse_event_t, const json&) { return depth <= deepestField; };
     const auto* const text = reinterpret_cast<const char*>(bytes.data());
     try {
-        return json::parse(text, text + bytes.size(), keep);
+        return json::parse(text, text + bytes.size());
     } catch (const json::exception& error) {
         throw ManifestDecodingError("The flash manifest is not valid JSON: " + parserWords(error));
     }

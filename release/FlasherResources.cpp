@@ -14,18 +14,11 @@ namespace qelmo {
 
 namespace {
 
-constexpr std::int64_t supportedSchemaVersion = 1;
-constexpr std::string_view supportedChipFamily = "ESP32-S3";
-constexpr std::int64_t wholeFlashAddress = 0;
-constexpr std::string_view supportedFlashSize = "8MB";
-constexpr std::string_view supportedFlashMode = "dio";
-
 /// A merged image holds the boot loader at 0 and the application here; both begin with the image magic.
 constexpr std::size_t applicationOffset = 0x10000;
 constexpr std::byte imageMagic{0xE9};
 
-/// Far above what the files can sensibly be; they only bound what a wrong file can cost.
-constexpr std::uint64_t manifestLimitBytes = 16ULL << 20;
+/// Far above what an image can sensibly be; it only bounds what a wrong file can cost.
 constexpr std::uint64_t imageLimitBytes = 256ULL << 20;
 
 constexpr std::string_view esptoolBelowHome = ".platformio/packages/tool-esptoolpy/esptool.py";
@@ -65,7 +58,7 @@ FlashManifest readManifest(const std::string& folder) {
 }
 
 std::string verifiedFileDigest(const std::string& path, const FlashManifest& manifest) {
-    const RegularFile file(path);
+    RegularFile file(path);
     // A file of the wrong length is refused without being read.
     requireImageLength(file.sizeBytes(), manifest);
     return verifiedImageDigest(file.readAll(imageLimitBytes).span(), manifest);

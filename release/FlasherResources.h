@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -10,6 +11,16 @@ namespace qelmo {
 
 /// The manifest's file name in a bundle's resource folder.
 inline constexpr const char* manifestFileName = "qelmo-varnox-flash-manifest.json";
+
+/// Far above what a manifest can sensibly be; it only bounds what a wrong file can cost.
+inline constexpr std::uint64_t manifestLimitBytes = 2ULL << 20;
+
+// What a release must say of itself, for the one device that the flasher serves.
+inline constexpr std::int64_t supportedSchemaVersion = 1;
+inline constexpr const char* supportedChipFamily = "ESP32-S3";
+inline constexpr std::int64_t wholeFlashAddress = 0;
+inline constexpr const char* supportedFlashSize = "8MB";
+inline constexpr const char* supportedFlashMode = "dio";
 
 /// A verified release. Holding one means that it passed every check when it was loaded; only `load` makes
 /// one. Copied freely, immutable. Paths are bytes.

@@ -51,7 +51,7 @@ AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
     setFallbackApplicationIcon();
-    if (const auto icon = MainBundle::urlForResource("AppIcon", "icns")) setApplicationIcon(*icon);
+    if (const auto icon = MainBundle::urlForApplicationIcon()) setApplicationIcon(*icon);
     buildWindow();
     window->show();
     window->raise();

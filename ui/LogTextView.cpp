@@ -9,8 +9,8 @@ namespace qelmo {
 
 namespace {
 
-/// Laying out one endless word at word boundaries takes quadratic time, so a tool that forgets its line feeds
-/// gets its text wrapped anywhere.
+/// A line that grows is laid out anew with every piece. Without spaces, looking for word boundaries makes
+/// that many times as slow, so a tool that forgets its line feeds gets its text wrapped anywhere.
 constexpr int longestWordWrappedLine = 4096;
 
 }  // namespace

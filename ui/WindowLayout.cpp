@@ -5,6 +5,7 @@
 #include <QScreen>
 #include <QVBoxLayout>
 #include <QWidget>
+#include <utility>
 
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <system_error>
 
 #include "release/FlasherFailure.h"
 #include "tests/support/ProcessResources.h"
@@ -110,6 +111,17 @@ TEST(EsptoolProbe, FailsWithNothingBehindTheBlankWhenThereIsNoOutput) {
 TEST(EsptoolProbe, FailsWhenASignalEndsTheTool) {
     EXPECT_EQ(failureOf("import os; print('so far', flush=True); os.kill(os.getpid(), 9)"),
               "Espressif tool check failed: so far\n");
+}
+
+TEST(EsptoolProbe, PassesOnWhyTheInterpreterCannotBeStarted) {
+    // No environment may hold so long a value; the system refuses to start anything with it.
+    const ScopedEnvironment tooLong("QELMO_TEST_TOO_LONG", std::string(200'000, 'x'));
+    try {
+        (void)probed("print('4.7.0')");
+        FAIL() << "started";
+    } catch (const std::system_error& error) {
+        EXPECT_STREQ(error.what(), "start /usr/bin/python3: Argument list too long");
+    }
 }
 
 TEST(EsptoolProbe, LeavesNothingOpenWhetherItPassesOrFails) {

@@ -13,6 +13,8 @@ from pathlib import Path
 EXECUTABLE = Path(os.environ["QELMO_BUNDLE"], "Contents", "MacOS", "QelmoFlasher")
 LIMIT_SECONDS = 60  # only a broken program reaches it
 NOBODY = 65534
+PRIVATE_DEV = Path(__file__).resolve().parents[1] / "device" / "private-dev"
+CANNOT_RUN_HERE = 77
 
 
 def smallest_image() -> bytes:
@@ -223,6 +225,13 @@ class Failure(HeadlessTest):
     def test_of_a_silent_tool_ends_behind_the_blank(self):
         self.app.set_tool("import sys; sys.exit(1)")
         self.assert_fails("Espressif tool check failed: ")
+
+    def test_of_an_interpreter_that_cannot_be_started(self):
+        result = self.app.run("--without-interpreter", "--", self.app.executable, "--self-test",
+                              program=PRIVATE_DEV)
+        if result.returncode == CANNOT_RUN_HERE:
+            self.skipTest(result.stderr.decode())
+        self.assert_fails("start /usr/bin/python3: Permission denied", result)
 
     def test_of_a_tool_with_other_bytes_shows_replacement_characters_and_every_nul(self):
         self.app.set_tool("import os; os.write(1, b'a\\0b\\xff'); os._exit(1)")

@@ -9,7 +9,8 @@ import tempfile
 from pathlib import Path
 
 from flasher_window import FlasherWindow, wait_until
-from flashing_session import (BUILD, BUNDLE, PORT, SAMPLE_IMAGE, SimulatedDevice, install_tool, require_private_dev)
+from flashing_session import (BUILD, BUNDLE, PORT, PROGRAM, SAMPLE_IMAGE, SimulatedDevice, install_tool,
+                              require_private_dev)
 
 # Slow enough to watch, fast enough for a coffee-free run.
 LINE_BYTES_PER_SECOND = "120000"
@@ -21,7 +22,7 @@ def say(text: str) -> None:
 
 
 def headless_self_test(home: Path) -> None:
-    subprocess.run([BUNDLE / "Contents/MacOS/QelmoFlasher", "--self-test"], check=True,
+    subprocess.run([BUNDLE / PROGRAM, "--self-test"], check=True,
                    env=dict(os.environ, HOME=str(home)))
 
 
@@ -82,7 +83,7 @@ def main() -> int:
         headless_self_test(home)
         say("A simulated Cardputer ADV in boot mode, and the window")
         with SimulatedDevice(Path(folder), "--bytes-per-second", LINE_BYTES_PER_SECOND) as device, \
-                FlasherWindow(BUNDLE, home, RESULTS / "streams.txt") as window:
+                FlasherWindow(BUNDLE / PROGRAM, home, RESULTS / "streams.txt") as window:
             if "--interactive" in sys.argv:
                 flash_by_person(window)
             else:

@@ -13,7 +13,7 @@ import gi
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
-PROGRAM = "QelmoFlasher"
+NAME_ON_THE_BUS = "QelmoFlasher"
 
 # Only a broken program or machine takes this long.
 LIMIT_SECONDS = 60
@@ -33,17 +33,21 @@ def wait_until(condition: Callable[[], object], what: str, seconds: float = LIMI
 class FlasherWindow:
     """One run of the application. Use it in a with statement; the program is gone at its end."""
 
-    def __init__(self, bundle: Path, home: Path, output: Path, prefix: Sequence[str | Path] = ()) -> None:
+    def __init__(self, program: Path, home: Path, output: Path, prefix: Sequence[str | Path] = ()) -> None:
         """`prefix` is a command that runs the program; what the program writes goes to `output`."""
         self.output = output
         with open(output, "wb") as streams:
             self.process = subprocess.Popen(
-                [*prefix, bundle / "Contents/MacOS/QelmoFlasher"], env=dict(os.environ, HOME=str(home)),
+                [*prefix, program], env=dict(os.environ, HOME=str(home)),
                 stdin=subprocess.DEVNULL, stdout=streams, stderr=subprocess.STDOUT)
 
     def __enter__(self) -> FlasherWindow:
-        wait_until(lambda: self._application() is not None, "the application on the accessibility bus")
-        wait_until(lambda: self.log() != "", "the first log line")
+        try:
+            wait_until(lambda: self._application() is not None, "the application on the accessibility bus")
+            wait_until(lambda: self.log() != "", "the first log line")
+        except BaseException:
+            self.__exit__()
+            raise
         return self
 
     def __exit__(self, *_: object) -> None:
@@ -116,7 +120,7 @@ class FlasherWindow:
         for index in range(desktop.get_child_count()):
             try:
                 application = desktop.get_child_at_index(index)
-                if application is not None and application.get_name() == PROGRAM:
+                if application is not None and application.get_name() == NAME_ON_THE_BUS:
                     return application
             except GLib.Error:
                 continue

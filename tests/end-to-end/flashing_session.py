@@ -13,6 +13,7 @@ from flasher_window import FlasherWindow, wait_until
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ["QELMO_BUILD"])
 BUNDLE = Path(os.environ["QELMO_BUNDLE"])
+PROGRAM = "Contents/MacOS/QelmoFlasher"
 PORT = Path("/dev/cu.usbmodem101")
 
 MANIFEST = "qelmo-varnox-flash-manifest.json"
@@ -83,4 +84,4 @@ class FlashingSession:
         return SimulatedDevice(self.folder, *options)
 
     def window(self, prefix: Sequence[str | Path] = ()) -> FlasherWindow:
-        return FlasherWindow(self.bundle, self.home, self.folder / "streams.txt", prefix)
+        return FlasherWindow(self.bundle / PROGRAM, self.home, self.folder / "streams.txt", prefix)

@@ -4,14 +4,15 @@ from __future__ import annotations
 
 import json
 import os
+import shutil
 import signal
 import subprocess
 import tempfile
 import unittest
 from pathlib import Path
 
-from flasher_window import wait_until
-from flashing_session import (PORT, ROOT, SAMPLE_IMAGE, FlashingSession, install_tool, pack, require_private_dev)
+from flasher_window import FlasherWindow, wait_until
+from flashing_session import (BUILD, PORT, ROOT, SAMPLE_IMAGE, FlashingSession, install_tool, pack, require_private_dev)
 
 FLASH = "FLASH VERIFIED SAMPLE (NOT FIRMWARE)"
 CONFIRM = "ERASE + FLASH"
@@ -34,10 +35,12 @@ class FlashingTest(unittest.TestCase):
         cls.homes.cleanup()
 
     def setUp(self) -> None:
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        # What the device and the program said stays there after the run; the bundle does not.
+        self.folder = BUILD / "end-to-end" / self._testMethodName
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir(parents=True)
         self.session = FlashingSession(self.folder, self.home)
+        self.addCleanup(shutil.rmtree, self.session.bundle)
 
     # Steps ----
 
@@ -99,6 +102,22 @@ class FlashingTest(unittest.TestCase):
             self.assertIn("erase", device.event_lines())
             self.assertIn("Chip erase completed successfully", window.log())
             self.assertIn("Hash of data verified.", window.log())
+
+    def test_a_read_only_bundle_in_a_folder_of_any_name_flashes_through_a_link(self) -> None:
+        folder = self.folder / os.fsdecode("dür with späces and ".encode() + b"\xff")
+        folder.mkdir()
+        session = FlashingSession(folder, self.home)
+        self.addCleanup(shutil.rmtree, folder)
+        subprocess.run(["mount", "--bind", session.bundle, session.bundle], check=True)
+        self.addCleanup(subprocess.run, ["umount", session.bundle], check=True)
+        subprocess.run(["mount", "-o", "remount,bind,ro", session.bundle], check=True)
+        link = self.folder / "link to the program"
+        link.symlink_to(session.bundle / "Contents/MacOS/QelmoFlasher")
+        with self.session.device() as device, FlasherWindow(link, self.home, self.folder / "streams.txt") as window:
+            self.start_flash(window)
+            self.expect_complete(window)
+            self.assertTrue(device.holds(SAMPLE_IMAGE))
+            self.assertIn("dür with späces and \ufffd", window.log())
 
     def test_controls_are_disabled_while_the_tool_runs(self) -> None:
         with self.session.device("--bytes-per-second", "400000"), self.session.window() as window:

@@ -2,6 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <system_error>
+
+#include "platform/FileReading.h"
 
 namespace qelmo {
 namespace {
@@ -78,6 +83,33 @@ TEST(BootPorts, AreCountedInDecimal) {
 TEST(BootPorts, AreThoseOfTheDeviceFolder) {
     for (const std::string& port : listBootPorts()) EXPECT_THAT(port, testing::StartsWith("/dev/"));
     EXPECT_STREQ(deviceFolder, "/dev");
+}
+
+/// Until the end of the scope this process can open nothing more.
+class NothingMoreToOpen {
+public:
+    NothingMoreToOpen() {
+        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
+        const rlimit none{0, before_.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    NothingMoreToOpen(const NothingMoreToOpen&) = delete;
+    NothingMoreToOpen& operator=(const NothingMoreToOpen&) = delete;
+    ~NothingMoreToOpen() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    rlimit before_{};
+};
+
+TEST(BootPorts, AreNoneWhenTheDeviceFolderCannotBeRead) {
+    std::vector<std::string> ports{"never listed"};
+    {
+        const NothingMoreToOpen limit;
+        EXPECT_THROW((void)namesInFolder(deviceFolder), std::system_error);
+        ports = listBootPorts();
+    }
+    // Outside, because a sanitizer opens something of its own while it looks at what a matcher does.
+    EXPECT_THAT(ports, IsEmpty());
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ TEST(AtomicWrite, ReplacesALongerFileWhole) {
 TEST(AtomicWrite, LeavesTheOldBytesToThoseWhoHaveThemOpen) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "old");
-    const RegularFile reader(folder / "file");
+    RegularFile reader(folder / "file");
     writeFileAtomically(folder / "file", bytesOf("new"));
     const FileBytes bytes = reader.readAll(10);
     EXPECT_EQ(bytes.span()[0], std::byte{'o'});

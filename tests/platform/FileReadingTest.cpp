@@ -106,7 +106,7 @@ TEST(FileReadingDeathTest, RefusesAFileThatTheUserMayNotRead) {
 TEST(FileReading, GivesFewerBytesOfAFileThatBecameShorter) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "12345");
-    const RegularFile file(folder / "file");
+    RegularFile file(folder / "file");
     std::filesystem::resize_file(folder / "file", 2);
     EXPECT_EQ(file.readAll(noLimit).span().size(), 2U);
 }
@@ -114,7 +114,7 @@ TEST(FileReading, GivesFewerBytesOfAFileThatBecameShorter) {
 TEST(FileReading, RefusesAFileThatBecameLonger) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "12345");
-    const RegularFile file(folder / "file");
+    RegularFile file(folder / "file");
     writeTestFile(folder / "file", "123456");
     try {
         (void)file.readAll(noLimit);
@@ -128,7 +128,7 @@ TEST(FileReading, RefusesAFileThatBecameLonger) {
 TEST(FileReading, KeepsReadingTheOpenedFileWhenAnotherTakesItsName) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "old");
-    const RegularFile file(folder / "file");
+    RegularFile file(folder / "file");
     writeTestFile(folder / "new", "a longer one");
     std::filesystem::rename(folder / "new", folder / "file");
     EXPECT_EQ(file.readAll(noLimit).span().size(), 3U);

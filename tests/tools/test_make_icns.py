@@ -9,6 +9,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 import zlib
 from importlib.machinery import SourceFileLoader
 from importlib.util import module_from_spec, spec_from_loader
@@ -95,7 +96,8 @@ def tool_as_module() -> ModuleType:
     sys.dont_write_bytecode = True  # no __pycache__ beside the tools
     loader = SourceFileLoader("make_icns", str(TOOL))
     module = module_from_spec(spec_from_loader(loader.name, loader))
-    loader.exec_module(module)
+    with unittest.mock.patch.object(sys, "path", [str(TOOL.parent), *sys.path]):
+        loader.exec_module(module)
     return module
 
 

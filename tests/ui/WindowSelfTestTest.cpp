@@ -81,6 +81,16 @@ TEST_F(WindowSelfTest, ReportsATitleWithAnAmpersandAsItStands) {
                                          testing::EndsWith("\nflash_button_title=FLASH VERIFIED R&D\n")));
 }
 
+TEST_F(WindowSelfTest, IsNotScheduledWithoutItsArgument) {
+    std::filesystem::remove(windowSelfTestReportPath);
+    delegate->runWindowSelfTestIfRequested();
+    // Due after the check would have been.
+    bool later = false;
+    mainQueue->postAfter(std::chrono::seconds(1), [&later] { later = true; });
+    ASSERT_TRUE(waitUntil([&later] { return later; }));
+    EXPECT_FALSE(std::filesystem::exists(windowSelfTestReportPath));
+}
+
 /// Here the test program itself was started with the argument.
 class WithTheSelfTestArgument : public WindowTest {};
 

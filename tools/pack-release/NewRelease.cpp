@@ -1,6 +1,7 @@
 #include "tools/pack-release/NewRelease.h"
 
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "release/FlasherFailure.h"
 #include "release/FlasherResources.h"
@@ -17,7 +18,7 @@ constexpr std::string_view imageNameEnd = ".bin";
 constexpr std::size_t imageNameDigits = 16;
 
 FileBytes readImage(const std::string& path) {
-    const RegularFile file(path);
+    RegularFile file(path);
     if (file.sizeBytes() > deviceFlashBytes)
         throw FlasherFailure("The image has " + std::to_string(file.sizeBytes()) +
                              " bytes, but the device's flash holds " + std::to_string(deviceFlashBytes) +
@@ -33,20 +34,20 @@ std::string composedManifest(const PackRequest& request, std::span<const std::by
     const std::string digest = imageDigest(image);
 
     const nlohmann::ordered_json binary{{key(BinaryKey::path), packedImageName(digest)},
-                                        {key(BinaryKey::offset), 0},
+                                        {key(BinaryKey::offset), wholeFlashAddress},
                                         {key(BinaryKey::size), image.size()},
                                         {key(BinaryKey::sha256), digest}};
     const nlohmann::ordered_json flash{{key(FlashKey::baud), request.baud},
-                                       {key(FlashKey::flashSize), "8MB"},
-                                       {key(FlashKey::flashMode), "dio"},
+                                       {key(FlashKey::flashSize), supportedFlashSize},
+                                       {key(FlashKey::flashMode), supportedFlashMode},
                                        {key(FlashKey::flashFrequency), request.frequency},
                                        {key(FlashKey::eraseAllInternalFlash), request.erase},
                                        {key(FlashKey::after), request.after},
                                        {key(FlashKey::confirmationText), request.confirmation}};
-    const nlohmann::ordered_json document{{key(Key::schemaVersion), 1},
+    const nlohmann::ordered_json document{{key(Key::schemaVersion), supportedSchemaVersion},
                                           {key(Key::name), request.name},
                                           {key(Key::version), request.version},
-                                          {key(Key::chipFamily), "ESP32-S3"},
+                                          {key(Key::chipFamily), supportedChipFamily},
                                           {key(Key::hardware), request.hardware},
                                           {key(Key::binary), binary},
                                           {key(Key::flash), flash}};

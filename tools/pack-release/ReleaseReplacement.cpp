@@ -21,8 +21,6 @@ namespace qelmo {
 
 namespace {
 
-constexpr std::uint64_t manifestLimitBytes = 16ULL << 20;
-
 std::string madeResourceFolder(const std::string& bundle) {
     std::string folder = resourceFolder(bundle);
     if (!isFolder(parentFolder(folder)))
@@ -51,7 +49,7 @@ std::optional<FlashManifest> presentManifest(const std::string& path) {
 
 bool holds(const std::string& path, std::span<const std::byte> bytes) {
     if (!exists(path)) return false;
-    const RegularFile file(path);
+    RegularFile file(path);
     if (file.sizeBytes() != bytes.size()) return false;
     const FileBytes present = file.readAll(bytes.size());
     return std::equal(bytes.begin(), bytes.end(), present.span().begin(), present.span().end());

@@ -18,10 +18,7 @@ using namespace qelmo;
 constexpr int misuse = 2;
 
 void reportError(const std::string& message) {
-    std::string line = decodedUtf8(message);
-    std::replace_if(
-        line.begin(), line.end(), [](unsigned char unit) { return unit < 0x20; }, '?');
-    writeToStandardError("pack-release: " + line + "\n");
+    writeToStandardError("pack-release: " + shownOnOneLine(message) + "\n");
 }
 
 std::string summary(const PackRequest& request, const FlashManifest& manifest,

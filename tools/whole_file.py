@@ -1,0 +1,16 @@
+"""Writes a file in one step, for the tools beside it."""
+
+import os
+
+
+def write_whole(path: str, data: bytes) -> None:
+    """Either the complete file appears under its name, or what was there before stays. Raises OSError."""
+    part = f"{path}.{os.getpid()}.part"
+    try:
+        with open(part, "xb") as file:
+            file.write(data)
+        os.replace(part, path)
+    except OSError:
+        if os.path.exists(part):
+            os.unlink(part)
+        raise
