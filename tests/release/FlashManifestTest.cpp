@@ -225,10 +225,10 @@ TEST(FlashManifest, FailsWhenTheTopLevelValueIsNoObject) {
 }
 
 TEST(FlashManifest, FailsForAnEmptyFile) {
-    const std::string words =
-        "The flash manifest is not valid JSON: parse error at line 1, column 1: syntax error while parsing "
-        "value - unexpected end of input";
-    EXPECT_THAT(refusalOf(""), testing::StartsWith(words));
+    // What follows are the parser's own words, and they changed between its versions.
+    EXPECT_THAT(
+        refusalOf(""),
+        testing::StartsWith("The flash manifest is not valid JSON: parse error at line 1, column 1: "));
     EXPECT_THAT(refusalOf(" \n"), testing::StartsWith("The flash manifest is not valid JSON: "));
     EXPECT_THROW((void)FlashManifest::decode({}), ManifestDecodingError);
 }

@@ -40,12 +40,13 @@ TEST(PackReleaseOptions, FillInTheUsualValues) {
     EXPECT_EQ(request.confirmation, "FLASH VARNOX");
     EXPECT_TRUE(request.erase);
     EXPECT_FALSE(request.acceptHeaderRewrite);
+    EXPECT_FALSE(request.sign);
 }
 
 TEST(PackReleaseOptions, TakeEveryValueFromTheCommandLine) {
     const PackRequest request = packRequest(
-        requiredAnd({"--no-erase", "--accept-header-rewrite", "--hardware", "Bench", "--baud", "115200",
-                     "--frequency", "26m", "--after", "no_reset", "--confirmation", "INSTALL"}));
+        requiredAnd({"--no-erase", "--accept-header-rewrite", "--sign", "--hardware", "Bench", "--baud",
+                     "115200", "--frequency", "26m", "--after", "no_reset", "--confirmation", "INSTALL"}));
     EXPECT_EQ(request.hardware, "Bench");
     EXPECT_EQ(request.baud, 115200);
     EXPECT_EQ(request.frequency, "26m");
@@ -53,6 +54,7 @@ TEST(PackReleaseOptions, TakeEveryValueFromTheCommandLine) {
     EXPECT_EQ(request.confirmation, "INSTALL");
     EXPECT_FALSE(request.erase);
     EXPECT_TRUE(request.acceptHeaderRewrite);
+    EXPECT_TRUE(request.sign);
 }
 
 TEST(PackReleaseOptions, CapitalizeOnlyTheAsciiLettersOfTheNameForTheButton) {

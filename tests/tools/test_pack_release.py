@@ -221,6 +221,11 @@ class Refusing(PackReleaseTest):
         (self.resources / MANIFEST).mkdir()
         self.assert_refused(f"read {self.resources / MANIFEST}: Is a directory", self.prepared(image("new")))
 
+    @unittest.skipIf(os.access("/usr/bin/codesign", os.X_OK), "there is a signing tool here")
+    def test_refuses_to_sign_before_it_touches_anything_where_there_is_no_signing_tool(self) -> None:
+        self.assert_refused("--sign: there is no /usr/bin/codesign here; bundles are signed on macOS",
+                            self.prepared(image("new"), "--sign"))
+
     def test_refuses_a_command_line_that_it_does_not_understand_with_status_2(self) -> None:
         self.assert_refused("--speed: unknown option", self.prepared(image("new"), "--speed", "1"), 2)
 

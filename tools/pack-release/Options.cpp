@@ -15,7 +15,7 @@ namespace {
 constexpr std::array<std::string_view, 9> valuedOptions{"--bundle",    "--image",        "--name",
                                                         "--version",   "--hardware",     "--baud",
                                                         "--frequency", "--confirmation", "--after"};
-constexpr std::array<std::string_view, 2> switches{"--no-erase", "--accept-header-rewrite"};
+constexpr std::array<std::string_view, 3> switches{"--no-erase", "--accept-header-rewrite", "--sign"};
 constexpr std::array<std::string_view, 3> waysToEnd{"hard_reset", "soft_reset", "no_reset"};
 
 template <typename Range>
@@ -99,6 +99,7 @@ PackRequest packRequest(std::span<const std::string> arguments) {
         text("--confirmation", given.optional("--confirmation", "FLASH " + upperCaseAscii(request.name)));
     request.erase = !given.isGiven("--no-erase");
     request.acceptHeaderRewrite = given.isGiven("--accept-header-rewrite");
+    request.sign = given.isGiven("--sign");
     return request;
 }
 
@@ -115,6 +116,7 @@ std::string packUsage() {
            "  --no-erase                write without erasing the whole flash first\n"
            "  --confirmation TEXT       words of the flash button (FLASH and the name in capitals)\n"
            "  --accept-header-rewrite   take an image whose header the flashing tool will change\n"
+           "  --sign                    sign the bundle ad hoc afterwards, and verify it (on macOS)\n"
            "  --help                    print this text\n"
            "\n"
            "Status: 0 packed, 1 refused or failed, 2 command line not understood.\n";

@@ -21,6 +21,7 @@ struct PackRequest {
     std::string confirmation;
     bool erase = true;                 ///< the whole internal flash is erased before writing
     bool acceptHeaderRewrite = false;  ///< the flashing tool may change the image's header
+    bool sign = false;                 ///< the bundle is signed ad hoc afterwards
 };
 
 /// A command line that is not understood; one line that names the option.

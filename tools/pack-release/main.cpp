@@ -10,6 +10,7 @@
 #include "tools/pack-release/NewRelease.h"
 #include "tools/pack-release/Options.h"
 #include "tools/pack-release/ReleaseReplacement.h"
+#include "tools/pack-release/Signing.h"
 
 namespace {
 
@@ -40,9 +41,16 @@ int main(int argc, char** argv) {
             return EXIT_SUCCESS;
         }
         const PackRequest request = packRequest(arguments);
+        if (request.sign) requireSigningTool(systemSigningTool);
         const NewRelease release = newRelease(request);
         const auto replaced = replaceRelease(request.bundle, release);
         writeToStandardOutput(summary(request, release.manifest, replaced));
+        if (request.sign) {
+            signBundle(systemSigningTool, request.bundle);
+            writeToStandardOutput("Signed    ad hoc, and verified\n");
+        } else if (bundlesAreSealed) {
+            writeToStandardOutput(signingNotice(request.bundle));
+        }
         return EXIT_SUCCESS;
     } catch (const OptionError& error) {
         reportError(error.what());

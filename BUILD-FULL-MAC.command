@@ -1,0 +1,318 @@
+#!/bin/bash
+# Builds the application on a Mac and makes it whole: Qt inside, a release inside, signed ad hoc, tested.
+# Start it by a double click in Finder, or in Terminal with a release of your own:
+#
+#   ./BUILD-FULL-MAC.command [--image MERGED.bin --name NAME --version VERSION [--accept-header-rewrite]]
+#                            [--use-installed-qt]
+#
+#   --image, --name, --version   the release to embed (the sample, which is no firmware)
+#   --accept-header-rewrite      take an image whose header the flashing tool will change
+#   --use-installed-qt           leave Qt where Homebrew has it; the application then runs on this Mac only
+#   --system-root DIR            look below DIR for what macOS and Homebrew have at fixed places (for tests)
+#
+# Each step prints one line. One that fails says what to run next, and the application of an earlier run stays.
+# Status: 0 built, 1 a step failed, 2 command line not understood.
+#
+# Written for bash 3.2, which is what macOS has. No errexit: every step says itself how it ended.
+set -uo pipefail
+unset CDPATH # it would make cd print
+
+oldest_qt=6.9.2 # older ones cannot be linked with the SDK of macOS 26: it has no AGL framework any more
+tool_package='platformio/tool-esptoolpy@~1.40501.0' # esptool 4.5.1, which imports pyserial and nothing else
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P) || exit 1
+image=
+name=
+version=
+accept_rewrite=
+deploys_qt=yes
+system_root=
+
+work=$here/build/macos
+tree=$work/tree
+log=$work/build.log
+bundle_name='QELMO Varnox Flasher.app'
+unfinished=$work/unfinished
+app=$unfinished/$bundle_name
+
+# ---- how a step reports ----
+
+begin() { printf '%s: ' "$1"; }
+passed() { printf 'ok, %s\n' "$1"; }
+
+# failed OUTCOME COMMAND: the command is what to run next.
+failed() {
+    printf 'failed, %s\n  Next: %s\n' "$1" "$2"
+    exit 1
+}
+
+logged() { "$@" >>"$log" 2>&1 </dev/null; }
+last_words() { grep . "$log" | tail -n 1; }
+last_line() { printf '%s\n' "$1" | grep . | tail -n 1; }
+
+# ---- the command line ----
+
+usage() {
+    printf 'BUILD-FULL-MAC.command: %s\n' "$1" >&2
+    printf 'usage: BUILD-FULL-MAC.command [%s [%s]] [%s]\n' '--image MERGED.bin --name NAME --version VERSION' \
+        '--accept-header-rewrite' '--use-installed-qt' >&2
+    exit 2
+}
+
+parse_arguments() {
+    local option
+    again=$(printf '%q ' "$here/BUILD-FULL-MAC.command" ${1+"$@"})
+    again=${again% }
+    while [ $# -gt 0 ]; do
+        option=$1
+        case $option in
+            --use-installed-qt) deploys_qt=no; shift; continue ;;
+            --accept-header-rewrite) accept_rewrite=$option; shift; continue ;;
+            --image | --name | --version | --system-root) ;;
+            *) usage "$option: unknown option" ;;
+        esac
+        if [ $# -lt 2 ] || [ -z "$2" ]; then usage "$option: the value is missing"; fi
+        case $option in
+            --image) image=$2 ;;
+            --name) name=$2 ;;
+            --version) version=$2 ;;
+            --system-root) system_root=$2 ;;
+        esac
+        shift 2
+    done
+    [ -n "$image$name$version$accept_rewrite" ] || return 0
+    if [ -z "$image" ] || [ -z "$name" ] || [ -z "$version" ]; then
+        usage "--image, --name and --version belong together"
+    fi
+    case $image in /*) ;; *) image=$PWD/$image ;; esac
+    if [ ! -f "$image" ] || [ ! -r "$image" ]; then usage "--image: there is no file to read at $image"; fi
+}
+
+# ---- what must be there ----
+
+check_system() {
+    begin "macOS"
+    [ "$(uname -s)" = Darwin ] || failed "this is another system" "./check"
+    passed "$(sw_vers -productVersion)"
+}
+
+# Before anything else of Apple's: without these tools /usr/bin/python3 only opens a dialogue.
+check_xcode_tools() {
+    local folder
+    begin "Xcode command line tools"
+    folder=$("$system_root/usr/bin/xcode-select" -p 2>/dev/null) || failed "not installed" "xcode-select --install"
+    passed "$folder"
+}
+
+check_homebrew() {
+    begin "Homebrew"
+    command -v brew >/dev/null ||
+        failed "not installed" \
+            "/bin/bash -c \"\$(curl -fsSL https://raw.githubusercontent.com/Homebrew/install/HEAD/install.sh)\""
+    passed "$(command -v brew)"
+}
+
+# The installed version of a formula; nothing when it is not installed. The newest of several comes last.
+installed_version() {
+    local versions
+    versions=$(brew list --versions "$1" 2>/dev/null) || return 0
+    versions=${versions##* }
+    printf '%s' "${versions%%_*}"
+}
+
+# is_at_least VERSION OLDEST, each of three numbers.
+is_at_least() {
+    local -a have want
+    local i
+    IFS=. read -r -a have <<<"$1"
+    IFS=. read -r -a want <<<"$2"
+    for i in 0 1 2; do
+        [ "${have[$i]:-0}" -le "${want[$i]}" ] || return 0
+        [ "${have[$i]:-0}" -ge "${want[$i]}" ] || return 1
+    done
+}
+
+# Programs count wherever they come from: a second cmake beside somebody's own is a conflict that nobody needs.
+missing_packages() {
+    command -v cmake >/dev/null || printf ' cmake'
+    command -v ninja >/dev/null || printf ' ninja'
+    command -v rsvg-convert >/dev/null || printf ' librsvg'
+    [ -n "$(installed_version nlohmann-json)" ] || printf ' nlohmann-json'
+    [ -n "$qt_version" ] || printf ' qtbase'
+}
+
+check_packages() {
+    local missing
+    begin "Homebrew packages"
+    # Before Homebrew divided Qt, all of it was one package.
+    qt_formula=qtbase
+    qt_version=$(installed_version qtbase)
+    if [ -z "$qt_version" ]; then
+        qt_formula=qt
+        qt_version=$(installed_version qt)
+    fi
+    missing=$(missing_packages)
+    [ -z "$missing" ] || failed "missing:$missing" "brew install$missing"
+    is_at_least "$qt_version" "$oldest_qt" ||
+        failed "Qt is $qt_version, and $oldest_qt is the oldest that can be linked here" "brew upgrade $qt_formula"
+    # Homebrew names a folder for packages that are not there, too.
+    qt=$(brew --prefix "$qt_formula" 2>/dev/null)
+    [ -d "$qt/lib/cmake/Qt6" ] ||
+        failed "there is no Qt for developers in $qt" "brew reinstall $qt_formula"
+    passed "Qt $qt_version in $qt"
+}
+
+install_tool() {
+    local path=$HOME/.platformio/packages/tool-esptoolpy other
+    begin "PlatformIO's esptool"
+    tool=$path/esptool.py
+    if [ -r "$tool" ]; then
+        passed "$tool"
+        return
+    fi
+    for other in "$path"@*; do
+        [ ! -e "$path" ] && accepts_verify "$other/esptool.py" &&
+            failed "a version that fits stands beside the place" "mv \"$other\" \"$path\""
+    done
+    command -v pio >/dev/null || failed "it is not there, nor is PlatformIO to get it" "brew install platformio"
+    logged pio pkg install -g -t "$tool_package" ||
+        failed "PlatformIO did not install it: $(last_words)" "pio pkg install -g -t \"$tool_package\""
+    [ -r "$tool" ] ||
+        failed "PlatformIO installed it, but not as $tool" "pio pkg install -g -f -t \"$tool_package\""
+    passed "installed as $tool"
+}
+
+esptool() { "$system_root/usr/bin/python3" -B "$@" 2>&1 </dev/null; }
+
+# Asks for help only, so no port is touched.
+accepts_verify() {
+    local help
+    [ -r "$1" ] && help=$(esptool "$1" write_flash --help) || return 1
+    case $help in *--verify*) ;; *) return 1 ;; esac
+}
+
+# PlatformIO lets several versions stand side by side, and knows them by what is in a folder, not by its name.
+refuse_version_5() {
+    local path=${tool%/*}
+    failed "it is version 5, which does not know --verify any more" \
+        "mv \"$path\" \"$path@5\" && $again"
+}
+
+check_tool() {
+    local python=$system_root/usr/bin/python3 output
+    begin "esptool under Apple's Python"
+    if ! output=$(esptool "$tool" version); then
+        case $output in
+            # Version 5 on the Python of the command line tools, which is 3.9.
+            *"unsupported operand type(s) for |"* | *rich_click*) refuse_version_5 ;;
+            *"No module named"* | *"yserial is not installed"*)
+                failed "$(last_line "$output")" "\"$python\" -m pip install --user pyserial intelhex" ;;
+        esac
+        failed "it does not start: $(last_line "$output")" "pio pkg install -g -f -t \"$tool_package\""
+    fi
+    accepts_verify "$tool" || refuse_version_5
+    passed "version $(last_line "$output"), accepts --verify"
+}
+
+# ---- the application ----
+
+build() {
+    begin "Build"
+    (cd "$here" && logged cmake --preset release -B "$tree" -DQELMO_TESTS=OFF \
+        "-DCMAKE_PREFIX_PATH=$qt;$(brew --prefix 2>/dev/null)") || failed "it cannot be configured" "less \"$log\""
+    (cd "$here" && logged cmake --build "$tree" --target bundle QelmoFlasher QelmoWindow pack-release) ||
+        failed "it cannot be compiled" "less \"$log\""
+    # What follows changes a copy, so that the next build finds its own files as it left them.
+    rm -rf "$unfinished"
+    logged mkdir "$unfinished" || failed "$(last_words)" "ls -la \"$work\""
+    logged cp -R "$tree/$bundle_name" "$unfinished/" ||
+        failed "its bundle cannot be copied: $(last_words)" "less \"$log\""
+    passed "$tree"
+}
+
+embed_release() {
+    local resources=$app/Contents/Resources
+    begin "Release"
+    if [ -z "$image" ]; then
+        passed "the sample, which is no firmware"
+        return
+    fi
+    # The sample goes first: the packer keeps what it replaces.
+    rm -f "$resources"/*.bin "$resources/qelmo-varnox-flash-manifest.json"
+    logged "$tree/tools/pack-release" --bundle "$app" --image "$image" --name "$name" --version "$version" \
+        ${accept_rewrite:+"$accept_rewrite"} ||
+        failed "$(last_words)" "\"$tree/tools/pack-release\" --help"
+    passed "$name $version"
+}
+
+# Libraries that anything in the bundle takes from outside of it and of macOS.
+outside_libraries() {
+    find "$app/Contents/Frameworks" "$app/Contents/PlugIns" -type f -perm -100 -exec otool -L {} + 2>/dev/null |
+        awk '/^\t/ && $1 !~ /^(@|\/System\/|\/usr\/lib\/)/ { print $1 }' | sort -u
+}
+
+# The executable links no Qt; the library that it loads does. Named as an executable it also makes the tool write
+# references relative to each library instead of to the program. The tool ends with 0 whatever it could not find.
+deploy_qt() {
+    local outside
+    begin "Qt in the bundle"
+    if [ "$deploys_qt" = no ]; then
+        passed "left in $qt: it runs on this Mac only"
+        return
+    fi
+    logged "$qt/bin/macdeployqt" "$app" -executable="$app/Contents/Frameworks/libQelmoWindow.dylib" ||
+        failed "macdeployqt: $(last_words)" "$again --use-installed-qt"
+    [ -f "$app/Contents/PlugIns/platforms/libqcocoa.dylib" ] ||
+        failed "macdeployqt left out Qt's plugin for macOS: $(last_words)" \
+            "$again --use-installed-qt"
+    outside=$(outside_libraries | head -n 1)
+    if [ -n "$outside" ]; then
+        passed "but it still uses $outside: it runs on this Mac only"
+    else
+        passed "nothing is taken from outside"
+    fi
+}
+
+# Last, because every change in the bundle after it breaks the signature.
+sign() {
+    begin "Signature"
+    logged codesign --force --deep --sign - "$app" || failed "$(last_words)" "less \"$log\""
+    logged codesign --verify --deep --strict "$app" || failed "it does not verify: $(last_words)" "less \"$log\""
+    passed "ad hoc"
+}
+
+self_test() {
+    begin "$1"
+    logged "$app/Contents/MacOS/QelmoFlasher" "$2" || failed "$(last_words)" "less \"$log\""
+    passed "$3"
+}
+
+finish() {
+    local finished=$work/$bundle_name
+    begin "Application"
+    logged rm -rf "$finished" || failed "$(last_words)" "ls -la \"$work\""
+    logged mv "$app" "$finished" || failed "$(last_words)" "ls -la \"$work\""
+    passed "$finished"
+}
+
+parse_arguments ${1+"$@"} # some old versions of bash take a bare "$@" of nothing for unset
+# Finder's Terminal may know neither Homebrew nor PlatformIO; and the application looks in the usual folder only.
+PATH=$PATH:$system_root/opt/homebrew/bin:$system_root/usr/local/bin:$HOME/.platformio/penv/bin
+export PATH HOMEBREW_NO_AUTO_UPDATE=1
+unset PLATFORMIO_CORE_DIR PLATFORMIO_PACKAGES_DIR
+
+check_system
+check_xcode_tools
+check_homebrew
+check_packages
+mkdir -p "$work" && : >"$log" || exit 1
+trap 'rm -rf "$unfinished"' EXIT
+install_tool
+check_tool
+build
+embed_release
+deploy_qt
+sign
+self_test "Self-test" --self-test "the release and the tool are in order"
+self_test "Window self-test" --window-self-test "the window opens"
+finish

@@ -1,0 +1,105 @@
+# cpack, from the build folder, makes the Debian package and the portable tar in packages/ there.
+# Both carry the same bundle; what a user starts and sees in menus comes with the Debian package.
+if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux" OR NOT QELMO_WINDOW OR QELMO_SANITIZE)
+    return()
+endif()
+
+set(QELMO_PACKAGE qelmo-varnox-flasher)
+set(QELMO_APP_ID io.qelmo.varnox-flasher)
+set(sources "${PROJECT_SOURCE_DIR}/packaging")
+set(made "${CMAKE_BINARY_DIR}/packaging")
+file(MAKE_DIRECTORY "${made}/bin")
+
+# ---- what the build makes for the packages ----
+
+function(qelmo_add_compressed file source)
+    # Without a name and a time inside, and whatever GZIP in the environment says.
+    add_custom_command(OUTPUT "${file}"
+        COMMAND ${CMAKE_COMMAND} -E env --unset=GZIP sh -c "gzip -9 -n -c \"$1\" >\"$2\"" sh "${source}" "${file}"
+        DEPENDS "${source}" VERBATIM)
+endfunction()
+
+configure_file("${sources}/${QELMO_PACKAGE}.1.in" "${made}/${QELMO_PACKAGE}.1" @ONLY)
+qelmo_add_compressed("${made}/${QELMO_PACKAGE}.1.gz" "${made}/${QELMO_PACKAGE}.1")
+qelmo_add_compressed("${made}/changelog.Debian.gz" "${sources}/changelog")
+set(packaged "${made}/${QELMO_PACKAGE}.1.gz" "${made}/changelog.Debian.gz")
+foreach(size 48 128 256)
+    qelmo_add_picture("${made}/icon-${size}.png" ${size})
+    list(APPEND packaged "${made}/icon-${size}.png")
+endforeach()
+add_custom_target(packaging ALL DEPENDS ${packaged})
+
+# ---- where it goes ----
+
+# The release in the bundle is asked for when the package is made: it may have been replaced since the build, and
+# the image that it replaced is left out.
+function(qelmo_install_bundle folder component)
+    set(contents "${folder}/QELMO Varnox Flasher.app/Contents")
+    cmake_parse_arguments(PARSE_ARGV 2 arg "EXCLUDE_FROM_ALL" "" "")
+    set(how COMPONENT ${component})
+    if(arg_EXCLUDE_FROM_ALL)
+        list(APPEND how EXCLUDE_FROM_ALL)
+    endif()
+    install(TARGETS QelmoFlasher RUNTIME DESTINATION "${contents}/MacOS" ${how})
+    install(TARGETS QelmoWindow LIBRARY DESTINATION "${contents}/Frameworks" ${how})
+    install(FILES "${QELMO_BUNDLE}/Contents/Info.plist" DESTINATION "${contents}" ${how})
+    install(FILES "${QELMO_BUNDLE_RESOURCES}/AppIcon.icns" DESTINATION "${contents}/Resources" ${how})
+    install(CODE "
+        set(resources \"${QELMO_BUNDLE_RESOURCES}\")
+        set(destination \"${contents}/Resources\")
+        include(\"${PROJECT_SOURCE_DIR}/cmake/InstallRelease.cmake\")" ${how})
+endfunction()
+
+set(library lib/${QELMO_PACKAGE})
+qelmo_install_bundle(${library} debian)
+file(CREATE_LINK "../${library}/QELMO Varnox Flasher.app/Contents/MacOS/QelmoFlasher" "${made}/bin/${QELMO_PACKAGE}"
+     SYMBOLIC)
+install(FILES "${made}/bin/${QELMO_PACKAGE}" DESTINATION bin COMPONENT debian)
+install(FILES "${sources}/${QELMO_APP_ID}.desktop" DESTINATION share/applications COMPONENT debian)
+configure_file("${sources}/${QELMO_APP_ID}.metainfo.xml.in" "${made}/${QELMO_APP_ID}.metainfo.xml" @ONLY)
+install(FILES "${made}/${QELMO_APP_ID}.metainfo.xml" DESTINATION share/metainfo COMPONENT debian)
+install(FILES "${PROJECT_SOURCE_DIR}/assets/AppIcon.svg" DESTINATION share/icons/hicolor/scalable/apps
+        RENAME ${QELMO_APP_ID}.svg COMPONENT debian)
+foreach(size 48 128 256)
+    install(FILES "${made}/icon-${size}.png" DESTINATION share/icons/hicolor/${size}x${size}/apps
+            RENAME ${QELMO_APP_ID}.png COMPONENT debian)
+endforeach()
+install(FILES "${made}/${QELMO_PACKAGE}.1.gz" DESTINATION share/man/man1 COMPONENT debian)
+install(FILES "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION lib/udev/rules.d COMPONENT debian)
+install(FILES "${made}/changelog.Debian.gz" "${sources}/copyright" DESTINATION share/doc/${QELMO_PACKAGE}
+        COMPONENT debian)
+install(FILES "${sources}/lintian-overrides" DESTINATION share/lintian/overrides RENAME ${QELMO_PACKAGE}
+        COMPONENT debian)
+
+qelmo_install_bundle(. portable EXCLUDE_FROM_ALL)
+install(FILES "${sources}/README.txt" "${sources}/copyright" "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION .
+        COMPONENT portable EXCLUDE_FROM_ALL)
+
+# ---- the packages ----
+
+set(CPACK_GENERATOR "DEB;TGZ")
+set(CPACK_PROJECT_CONFIG_FILE "${PROJECT_SOURCE_DIR}/cmake/PackagingOfGenerator.cmake")
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/PackagingOfFolders.cmake")
+list(APPEND CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/PackagingOfTar.cmake")
+set(CPACK_PACKAGE_DIRECTORY "${CMAKE_BINARY_DIR}/packages")
+set(CPACK_PACKAGE_NAME ${QELMO_PACKAGE})
+set(CPACK_PACKAGE_VENDOR "QELMO")
+set(CPACK_PACKAGE_CONTACT "QELMO Varnox Flasher developers <maintainers@users.noreply.c-seed-a018f55f.example>")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_SOURCE_GENERATOR "")
+
+file(READ "${sources}/description" CPACK_DEBIAN_PACKAGE_DESCRIPTION)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+# The linker's view, then what is loaded by name at run time or run as another program.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+    "qt6-image-formats-plugins, python3, python3-serial, python3-intelhex")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-dejavu-core, qt6-wayland")
+set(CPACK_QELMO_PROCESSOR "${CMAKE_SYSTEM_PROCESSOR}")
+set(CPACK_QELMO_SOURCE_DATE_EPOCH "${QELMO_SOURCE_DATE_EPOCH}")
+include(CPack)

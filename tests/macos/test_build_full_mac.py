@@ -1,0 +1,504 @@
+#!/usr/bin/python3
+"""BUILD-FULL-MAC.command as a whole, with stand-ins for what only a Mac has: each step, each way that it fails.
+
+The script sees nothing of this machine but the plain tools that every macOS has too. Where Linux can do the real
+thing, the real thing is done: the packer, the program with both its self-tests, the interpreter.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+SCRIPT = "BUILD-FULL-MAC.command"
+BUNDLE = "QELMO Varnox Flasher.app"
+BUILT = Path(os.environ["QELMO_BUILD"])
+BUILT_BUNDLE = Path(os.environ["QELMO_BUNDLE"])
+SECONDS = 60  # only a broken script reaches it
+
+# What the script takes from macOS without asking.
+PLAIN_TOOLS = ("awk", "bash", "cp", "dirname", "find", "grep", "head", "ls", "mkdir", "mv", "rm", "sort", "tail")
+
+STEPS = ["macOS", "Xcode command line tools", "Homebrew", "Homebrew packages", "PlatformIO's esptool",
+         "esptool under Apple's Python", "Build", "Release", "Qt in the bundle", "Signature", "Self-test",
+         "Window self-test", "Application"]
+
+ESPTOOL_4 = """
+import sys
+if sys.argv[1:] == ["version"]:
+    print("esptool.py v4.5.1\\n4.5.1")
+elif sys.argv[1:] == ["write_flash", "--help"]:
+    print("usage: esptool write_flash [--verify] <address> <filename>")
+else:
+    sys.exit("not expected here: " + " ".join(sys.argv[1:]))
+"""
+ESPTOOL_5 = ESPTOOL_4.replace("4.5.1", "5.1.0").replace("[--verify] ", "")
+
+# The program of a bundle that a stand-in for the compiler made.
+PROGRAM = """#!/bin/sh
+echo "self-test $*" >>"$CALLS"
+[ "$FAILING" != "self-test $1" ] || { echo 'self-test failed: this is why'; exit 1; }
+"""
+
+STAND_INS = {
+    "uname": "echo Darwin",
+    "sw_vers": "echo 26.0",
+    "brew": """
+case $1 in
+    list) [ ! -e "$BREW/$3" ] || { echo "$3 $(cat "$BREW/$3")"; exit 0; }; exit 1 ;;
+    --prefix) echo "$BREW/opt${2:+/$2}" ;;
+esac""",
+    "ninja": "",
+    "rsvg-convert": "",
+    "pio": """
+[ "$FAILING" != pio ] || { echo 'Error: no network'; exit 1; }
+[ "$FAILING" = pio-elsewhere ] || { mkdir -p "$TOOL_FOLDER"; cp "$BREW/esptool-4.py" "$TOOL_FOLDER/esptool.py"; }""",
+    "cmake": """
+case $1 in
+    --preset) [ "$FAILING" != configure ] || { echo 'CMake Error: this is why'; exit 1; } ;;
+    --build)
+        [ "$FAILING" != compile ] || { echo 'error: this is why'; exit 1; }
+        rm -rf "$2" && mkdir -p "$2" && cp -R "$PRODUCT"/. "$2" ;;
+esac""",
+    "macdeployqt": """
+[ "$FAILING" != macdeployqt ] || { echo 'ERROR: this is why'; exit 1; }
+[ "$FAILING" != plugin ] || { echo 'ERROR: Cannot resolve rpath'; exit 0; }
+mkdir -p "$1/Contents/PlugIns/platforms" && echo cocoa >"$1/Contents/PlugIns/platforms/libqcocoa.dylib" &&
+    chmod +x "$1/Contents/PlugIns/platforms/libqcocoa.dylib" """,
+    "otool": r"""
+printf '%s:\n\t@rpath/QtCore (compatibility)\n\t/usr/lib/libSystem.B.dylib (compatibility)\n' "$2"
+[ "$FAILING" != outside ] || printf '\t/opt/homebrew/lib/libz.dylib (compatibility)\n'""",
+    "codesign": """
+case "$FAILING $1" in
+    'sign --force') echo 'detritus not allowed'; exit 1 ;;
+    'verify --verify') echo 'a sealed resource is missing or invalid'; exit 1 ;;
+esac""",
+}
+
+
+def executable(path: Path, text: str) -> None:
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text(text)
+    path.chmod(0o755)
+
+
+class Mac:
+    """A folder that stands for a whole Mac: fixed places, Homebrew, a home, and a checkout below blanks."""
+
+    def __init__(self, folder: Path) -> None:
+        self.folder = folder
+        self.checkout = folder / "my own checkout"
+        self.system = folder / "system root"
+        self.home = folder / "home of mine"
+        self.commands = folder / "commands"
+        self.homebrew = folder / "brew data"
+        self.product = folder / "product"
+        self.calls = folder / "calls"
+        self.tool = self.home / ".platformio/packages/tool-esptoolpy/esptool.py"
+        self.work = self.checkout / "build/macos"
+        self.app = self.work / BUNDLE
+        self.environment = {
+            "PATH": f"{self.commands}:{folder / 'plain'}", "HOME": str(self.home), "CALLS": str(self.calls),
+            "BREW": str(self.homebrew), "PRODUCT": str(self.product), "FAILING": "",
+            "TOOL_FOLDER": str(self.tool.parent), "LC_ALL": "C.UTF-8",
+            "BASH_COMPAT": "3.2",  # what a newer bash can tell of an older one, at least
+        }
+        self.furnish()
+
+    def furnish(self) -> None:
+        self.checkout.mkdir()
+        self.home.mkdir()
+        shutil.copy(ROOT / SCRIPT, self.checkout / SCRIPT)
+        (self.folder / "plain").mkdir()
+        for tool in (*PLAIN_TOOLS, "sh", "cat", "chmod"):  # the last three are for the stand-ins
+            (self.folder / "plain" / tool).symlink_to(shutil.which(tool) or tool)
+        for name, body in STAND_INS.items():
+            self.stand_in(name, body)
+        executable(self.system / "usr/bin/xcode-select", "#!/bin/sh\necho /Library/Developer/CommandLineTools\n")
+        executable(self.system / "usr/bin/python3", '#!/bin/sh\nexec /usr/bin/python3 "$@"\n')
+        (self.homebrew / "opt/qtbase/lib/cmake/Qt6").mkdir(parents=True)
+        (self.homebrew / "opt/qtbase/bin").mkdir()
+        (self.commands / "macdeployqt").rename(self.homebrew / "opt/qtbase/bin/macdeployqt")
+        (self.homebrew / "qtbase").write_text("6.9.3 6.11.2_1")
+        (self.homebrew / "nlohmann-json").write_text("3.12.0")
+        (self.homebrew / "esptool-4.py").write_text(ESPTOOL_4)
+        self.set_tool(ESPTOOL_4)
+        self.set_product()
+
+    def stand_in(self, name: str, body: str) -> None:
+        executable(self.commands / name, f'#!/bin/sh\necho "{name} $*" >>"$CALLS"\n{body}\n')
+
+    def set_tool(self, text: str) -> None:
+        self.tool.parent.mkdir(parents=True, exist_ok=True)
+        self.tool.write_text(text)
+
+    def set_product(self) -> None:
+        """What a build leaves, as far as the script looks at it."""
+        contents = self.product / BUNDLE / "Contents"
+        executable(contents / "MacOS/QelmoFlasher", PROGRAM)
+        executable(contents / "Frameworks/libQelmoWindow.dylib", "a library")
+        (contents / "Resources").mkdir()
+        (contents / "Resources/sample.bin").write_text("the sample")
+        executable(self.product / "tools/pack-release", """#!/bin/sh
+echo "pack-release $*" >>"$CALLS"
+[ "$FAILING" != pack ] || { echo 'pack-release: the image is incomplete'; exit 1; }
+[ ! -e "$2/Contents/Resources/sample.bin" ] || { echo 'the sample is still there'; exit 1; }
+""")
+
+    def build(self, *arguments: object, failing: str = "", cwd: Path | None = None) -> subprocess.CompletedProcess[str]:
+        return subprocess.run([str(self.checkout / SCRIPT), "--system-root", str(self.system), *map(str, arguments)],
+                              env={**self.environment, "FAILING": failing}, cwd=cwd or self.folder, text=True,
+                              capture_output=True, timeout=SECONDS, stdin=subprocess.DEVNULL)
+
+    def called(self) -> list[str]:
+        return self.calls.read_text().splitlines() if self.calls.exists() else []
+
+
+class OnAMac(unittest.TestCase):
+    def setUp(self) -> None:
+        folder = tempfile.TemporaryDirectory(prefix="qelmo mac ")
+        self.addCleanup(folder.cleanup)
+        self.mac = Mac(Path(folder.name).resolve())
+
+    def assert_built(self, done: subprocess.CompletedProcess[str]) -> dict[str, str]:
+        """Every step has its one line, and nothing else was written. Returns the outcomes by step."""
+        self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
+        outcomes = dict(line.split(": ", 1) for line in done.stdout.splitlines())
+        self.assertEqual(list(outcomes), STEPS)
+        for step, outcome in outcomes.items():
+            self.assertTrue(outcome.startswith("ok, "), step)
+        self.assertEqual(outcomes["Application"], f"ok, {self.mac.app}")
+        self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
+        self.assertFalse((self.mac.work / "unfinished").exists())
+        return outcomes
+
+    def assert_failed(self, step: str, outcome: str, following: str,
+                      done: subprocess.CompletedProcess[str]) -> None:
+        """The named step is the last one, says why and what to run next, and nothing half-made stays."""
+        self.assertEqual((done.returncode, done.stderr), (1, ""), done.stdout)
+        *before, failed, hint = done.stdout.splitlines()
+        self.assertEqual([line.split(": ", 1)[0] for line in before], STEPS[:STEPS.index(step)])
+        self.assertEqual((failed, hint), (f"{step}: failed, {outcome}", f"  Next: {following}"))
+        self.assertFalse((self.mac.work / "unfinished").exists())
+        self.assertFalse(self.mac.app.exists())
+        self.assertEqual(subprocess.run(["bash", "-n", "-c", following], capture_output=True).returncode, 0,
+                         "what to run next is a command")
+
+
+class Good(OnAMac):
+    def test_every_step_says_ok_and_the_last_one_says_where_the_application_is(self) -> None:
+        outcomes = self.assert_built(self.mac.build())
+        prefix = self.mac.homebrew / "opt/qtbase"
+        self.assertEqual(outcomes["Homebrew packages"], f"ok, Qt 6.11.2 in {prefix}")
+        self.assertEqual(outcomes["esptool under Apple's Python"], "ok, version 4.5.1, accepts --verify")
+        self.assertEqual(outcomes["Release"], "ok, the sample, which is no firmware")
+        self.assertEqual(outcomes["Qt in the bundle"], "ok, nothing is taken from outside")
+
+    def test_it_builds_without_tests_in_a_folder_of_its_own_against_homebrews_qt(self) -> None:
+        self.assert_built(self.mac.build())
+        prefix = f"{self.mac.homebrew}/opt/qtbase;{self.mac.homebrew}/opt"
+        self.assertIn(f"cmake --preset release -B {self.mac.work}/tree -DQELMO_TESTS=OFF "
+                      f"-DCMAKE_PREFIX_PATH={prefix}", self.mac.called())
+
+    def test_signing_is_the_last_change_and_both_self_tests_run_on_what_was_signed(self) -> None:
+        self.assert_built(self.mac.build())
+        app = self.mac.work / "unfinished" / BUNDLE
+        called = [call for call in self.mac.called() if re.match("macdeployqt|codesign|self-test", call)]
+        self.assertEqual(called, [
+            f"macdeployqt {app} -executable={app}/Contents/Frameworks/libQelmoWindow.dylib",
+            f"codesign --force --deep --sign - {app}",
+            f"codesign --verify --deep --strict {app}",
+            "self-test --self-test",
+            "self-test --window-self-test"])
+
+    def test_a_release_of_ones_own_is_found_from_any_folder_and_takes_the_samples_place(self) -> None:
+        elsewhere = self.mac.folder / "some where"
+        elsewhere.mkdir()
+        (elsewhere / "merged image.bin").write_text("an image")
+        done = self.mac.build("--image", "merged image.bin", "--name", "Varnox", "--version", "1.2.3", cwd=elsewhere)
+        self.assertEqual(self.assert_built(done)["Release"], "ok, Varnox 1.2.3")
+        self.assertIn(f"pack-release --bundle {self.mac.work}/unfinished/{BUNDLE} --image "
+                      f"{elsewhere}/merged image.bin --name Varnox --version 1.2.3", self.mac.called())
+
+    def test_a_second_run_replaces_the_first_ones_application(self) -> None:
+        self.assert_built(self.mac.build())
+        (self.mac.app / "stale").write_text("of the first run")
+        self.assert_built(self.mac.build())
+        self.assertFalse((self.mac.app / "stale").exists())
+
+    def test_a_run_that_fails_keeps_the_application_of_the_one_before(self) -> None:
+        self.assert_built(self.mac.build())
+        self.assertEqual(self.mac.build(failing="sign").returncode, 1)
+        self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
+
+    def test_a_missing_esptool_is_installed_in_the_users_folder_whatever_platformio_is_told(self) -> None:
+        self.mac.tool.unlink()
+        self.mac.tool.parent.rmdir()
+        self.mac.stand_in("pio", '[ -z "${PLATFORMIO_CORE_DIR:-}" ] || exit 1\n' + STAND_INS["pio"])
+        self.mac.environment["PLATFORMIO_CORE_DIR"] = "/elsewhere"
+        outcomes = self.assert_built(self.mac.build())
+        self.assertEqual(outcomes["PlatformIO's esptool"], f"ok, installed as {self.mac.tool}")
+        self.assertIn("pio pkg install -g -t platformio/tool-esptoolpy@~1.40501.0", self.mac.called())
+
+    def test_the_undivided_qt_of_before_serves_as_well(self) -> None:
+        (self.mac.homebrew / "qtbase").rename(self.mac.homebrew / "qt")
+        (self.mac.homebrew / "opt/qtbase").rename(self.mac.homebrew / "opt/qt")
+        (self.mac.homebrew / "qt").write_text("6.9.2")
+        outcomes = self.assert_built(self.mac.build())
+        self.assertEqual(outcomes["Homebrew packages"], f"ok, Qt 6.9.2 in {self.mac.homebrew}/opt/qt")
+
+    def test_homebrew_and_platformio_are_found_although_finder_knows_no_path_to_them(self) -> None:
+        for name, folder in (("brew", self.mac.system / "opt/homebrew/bin"),
+                             ("pio", self.mac.home / ".platformio/penv/bin")):
+            folder.mkdir(parents=True)
+            (self.mac.commands / name).rename(folder / name)
+        self.mac.tool.unlink()
+        self.assertEqual(self.assert_built(self.mac.build())["Homebrew"],
+                         f"ok, {self.mac.system}/opt/homebrew/bin/brew")
+
+    def test_qt_can_be_left_where_it_is(self) -> None:
+        outcomes = self.assert_built(self.mac.build("--use-installed-qt"))
+        self.assertEqual(outcomes["Qt in the bundle"],
+                         f"ok, left in {self.mac.homebrew}/opt/qtbase: it runs on this Mac only")
+        self.assertFalse([call for call in self.mac.called() if call.startswith("macdeployqt")])
+
+    def test_a_library_from_outside_is_named(self) -> None:
+        outcomes = self.assert_built(self.mac.build(failing="outside"))
+        self.assertEqual(outcomes["Qt in the bundle"],
+                         "ok, but it still uses /opt/homebrew/lib/libz.dylib: it runs on this Mac only")
+
+
+class Missing(OnAMac):
+    def test_a_mac(self) -> None:
+        self.mac.stand_in("uname", "echo Linux")
+        self.assert_failed("macOS", "this is another system", "./check", self.mac.build())
+
+    def test_the_command_line_tools_and_the_interpreter_is_not_touched(self) -> None:
+        executable(self.mac.system / "usr/bin/xcode-select", "#!/bin/sh\necho 'xcode-select: error' >&2\nexit 2\n")
+        executable(self.mac.system / "usr/bin/python3", '#!/bin/sh\necho touched >>"$CALLS"\n')
+        self.assert_failed("Xcode command line tools", "not installed", "xcode-select --install", self.mac.build())
+        self.assertEqual(self.mac.called(), ["uname -s", "sw_vers -productVersion"])
+
+    def test_homebrew(self) -> None:
+        (self.mac.commands / "brew").unlink()
+        done = self.mac.build()
+        self.assert_failed("Homebrew", "not installed", done.stdout.split("Next: ")[1].rstrip("\n"), done)
+        self.assertIn("Next: /bin/bash -c \"$(curl -fsSL https://", done.stdout)
+
+    def test_each_package_alone(self) -> None:
+        for path, package in ((self.mac.commands / "cmake", "cmake"), (self.mac.commands / "ninja", "ninja"),
+                              (self.mac.commands / "rsvg-convert", "librsvg"),
+                              (self.mac.homebrew / "nlohmann-json", "nlohmann-json"),
+                              (self.mac.homebrew / "qtbase", "qtbase")):
+            with self.subTest(package):
+                path.rename(self.mac.folder / "away")
+                self.assert_failed("Homebrew packages", f"missing: {package}", f"brew install {package}",
+                                   self.mac.build())
+                (self.mac.folder / "away").rename(path)
+
+    def test_all_packages_in_one_command(self) -> None:
+        for path in (*(self.mac.commands / name for name in ("cmake", "ninja", "rsvg-convert")),
+                     self.mac.homebrew / "nlohmann-json", self.mac.homebrew / "qtbase"):
+            path.unlink()
+        names = "cmake ninja librsvg nlohmann-json qtbase"
+        self.assert_failed("Homebrew packages", f"missing: {names}", f"brew install {names}", self.mac.build())
+
+    def test_platformio_when_it_is_needed(self) -> None:
+        self.mac.tool.unlink()
+        (self.mac.commands / "pio").unlink()
+        self.assert_failed("PlatformIO's esptool", "it is not there, nor is PlatformIO to get it",
+                           "brew install platformio", self.mac.build())
+
+    def test_qt_for_developers(self) -> None:
+        shutil.rmtree(self.mac.homebrew / "opt/qtbase/lib")
+        self.assert_failed("Homebrew packages", f"there is no Qt for developers in {self.mac.homebrew}/opt/qtbase",
+                           "brew reinstall qtbase", self.mac.build())
+
+    def test_a_module_of_the_tool(self) -> None:
+        python = self.mac.system / "usr/bin/python3"
+        for said in ("Pyserial is not installed for /usr/bin/python3.",
+                     "ModuleNotFoundError: No module named 'intelhex'"):
+            with self.subTest(said):
+                self.mac.set_tool(f"import sys; sys.exit({said!r})")
+                self.assert_failed("esptool under Apple's Python", said,
+                                   f'"{python}" -m pip install --user pyserial intelhex', self.mac.build())
+
+
+class TooOldOrTooNew(OnAMac):
+    def test_a_qt_that_cannot_be_linked(self) -> None:
+        for version in ("6.9.1", "6.8.9", "5.15.16"):
+            with self.subTest(version):
+                (self.mac.homebrew / "qtbase").write_text(version)
+                self.assert_failed("Homebrew packages",
+                                   f"Qt is {version}, and 6.9.2 is the oldest that can be linked here",
+                                   "brew upgrade qtbase", self.mac.build())
+
+    def test_an_esptool_without_verify(self) -> None:
+        self.assert_version_5_is_refused(ESPTOOL_5)
+
+    def test_an_esptool_that_is_too_new_for_apples_python(self) -> None:
+        for said in ("TypeError: unsupported operand type(s) for |: 'type' and 'type'",
+                     "ModuleNotFoundError: No module named 'rich_click'"):
+            with self.subTest(said):
+                self.assert_version_5_is_refused(f"import sys; sys.exit({said!r})")
+
+    def assert_version_5_is_refused(self, tool: str) -> None:
+        self.mac.set_tool(tool)
+        path = self.mac.tool.parent
+        again = f"{quoted(self.mac.checkout / SCRIPT)} --system-root {quoted(self.mac.system)}"
+        self.assert_failed("esptool under Apple's Python", "it is version 5, which does not know --verify any more",
+                           f'mv "{path}" "{path}@5" && {again}', self.mac.build())
+
+    def test_the_way_out_of_version_5_is_one_command(self) -> None:
+        self.mac.set_tool(ESPTOOL_5)
+        following = self.mac.build().stdout.split("Next: ")[1]
+        done = subprocess.run(["bash", "-c", following], env=self.mac.environment, capture_output=True, text=True,
+                              timeout=SECONDS, cwd=self.mac.folder)
+        self.assert_built(done)
+        self.assertTrue(Path(f"{self.mac.tool.parent}@5/esptool.py").exists())
+
+    def test_a_version_4_that_platformio_put_beside_the_place_is_moved_there(self) -> None:
+        self.mac.tool.parent.rename(f"{self.mac.tool.parent}@1.40501.0")
+        path = self.mac.tool.parent
+        self.assert_failed("PlatformIO's esptool", "a version that fits stands beside the place",
+                           f'mv "{path}@1.40501.0" "{path}"', self.mac.build())
+        self.assertFalse([call for call in self.mac.called() if call.startswith("pio")])
+
+
+class Failing(OnAMac):
+    def log(self) -> str:
+        return f'less "{self.mac.work}/build.log"'
+
+    def without_qt(self) -> str:
+        return (f"{quoted(self.mac.checkout / SCRIPT)} --system-root {quoted(self.mac.system)} "
+                "--use-installed-qt")
+
+    def test_platformio(self) -> None:
+        shutil.rmtree(self.mac.tool.parent)
+        package = '"platformio/tool-esptoolpy@~1.40501.0"'
+        self.assert_failed("PlatformIO's esptool", "PlatformIO did not install it: Error: no network",
+                           f"pio pkg install -g -t {package}", self.mac.build(failing="pio"))
+        self.assert_failed("PlatformIO's esptool", f"PlatformIO installed it, but not as {self.mac.tool}",
+                           f"pio pkg install -g -f -t {package}", self.mac.build(failing="pio-elsewhere"))
+
+    def test_an_esptool_that_does_not_start(self) -> None:
+        self.mac.set_tool("import sys; sys.exit('SyntaxError: half a file')")
+        self.assert_failed("esptool under Apple's Python", "it does not start: SyntaxError: half a file",
+                           'pio pkg install -g -f -t "platformio/tool-esptoolpy@~1.40501.0"', self.mac.build())
+
+    def test_the_build(self) -> None:
+        self.assert_failed("Build", "it cannot be configured", self.log(), self.mac.build(failing="configure"))
+        self.assertIn("CMake Error: this is why", (self.mac.work / "build.log").read_text())
+        self.assert_failed("Build", "it cannot be compiled", self.log(), self.mac.build(failing="compile"))
+        shutil.rmtree(self.mac.product / BUNDLE)
+        done = self.mac.build()
+        self.assertRegex(done.stdout, r"Build: failed, its bundle cannot be copied: .*No such file or directory\n")
+
+    def test_the_packer_in_its_own_words(self) -> None:
+        image = self.mac.folder / "merged.bin"
+        image.write_text("half an image")
+        self.assert_failed("Release", "pack-release: the image is incomplete",
+                           f'"{self.mac.work}/tree/tools/pack-release" --help',
+                           self.mac.build("--image", image, "--name", "N", "--version", "1", failing="pack"))
+
+    def test_the_deployment_of_qt(self) -> None:
+        self.assert_failed("Qt in the bundle", "macdeployqt: ERROR: this is why", self.without_qt(),
+                           self.mac.build(failing="macdeployqt"))
+        # It ends with 0 in this case, too.
+        self.assert_failed("Qt in the bundle",
+                           "macdeployqt left out Qt's plugin for macOS: ERROR: Cannot resolve rpath",
+                           self.without_qt(), self.mac.build(failing="plugin"))
+
+    def test_the_signature(self) -> None:
+        self.assert_failed("Signature", "detritus not allowed", self.log(), self.mac.build(failing="sign"))
+        self.assert_failed("Signature", "it does not verify: a sealed resource is missing or invalid", self.log(),
+                           self.mac.build(failing="verify"))
+
+    def test_either_self_test(self) -> None:
+        for step, option in (("Self-test", "--self-test"), ("Window self-test", "--window-self-test")):
+            with self.subTest(step):
+                self.assert_failed(step, "self-test failed: this is why", self.log(),
+                                   self.mac.build(failing=f"self-test {option}"))
+
+    def test_the_command_line(self) -> None:
+        for arguments, said in (
+                (["--imag", "x"], "--imag: unknown option"),
+                (["--image"], "--image: the value is missing"),
+                (["--image", ""], "--image: the value is missing"),
+                (["--name", "Varnox"], "--image, --name and --version belong together"),
+                (["--accept-header-rewrite"], "--image, --name and --version belong together"),
+                (["--image", "none.bin", "--name", "N", "--version", "1"],
+                 f"--image: there is no file to read at {self.mac.folder}/none.bin")):
+            with self.subTest(arguments):
+                done = self.mac.build(*arguments)
+                self.assertEqual((done.returncode, done.stdout), (2, ""))
+                self.assertEqual(done.stderr.splitlines()[0], f"{SCRIPT}: {said}")
+                self.assertEqual(self.mac.called(), [])
+                self.assertFalse((self.mac.checkout / "build").exists())
+
+
+class WithTheRealPrograms(OnAMac):
+    """The built bundle and packer in place of the compiler's stand-in."""
+
+    def setUp(self) -> None:
+        super().setUp()
+        window = BUILT_BUNDLE / "Contents/Frameworks/libQelmoWindow.so"
+        if not window.exists():
+            self.skipTest("this build has no window")
+        shutil.rmtree(self.mac.product)
+        shutil.copytree(BUILT_BUNDLE, self.mac.product / BUNDLE)
+        (self.mac.product / "tools").mkdir()
+        shutil.copy2(BUILT / "tools/pack-release", self.mac.product / "tools")
+        self.mac.environment["QT_QPA_PLATFORM"] = "offscreen"
+        self.image = self.mac.folder / "merged.bin"
+
+    def test_a_merged_image_becomes_a_release_that_both_self_tests_accept(self) -> None:
+        self.image.write_bytes(b"\xe9\0\x02\x3f" + bytes(65532) + b"\xe9")
+        self.assert_built(self.mac.build("--image", self.image, "--name", "Varnox", "--version", "1.2.3"))
+        log = (self.mac.work / "build.log").read_text()
+        self.assertIn("\nrelease=1.2.3\n", log)
+        self.assertIn("\nwindow_self_test=OK\n", log)
+        names = sorted(file.suffix for file in (self.mac.app / "Contents/Resources").iterdir())
+        self.assertEqual(names, [".bin", ".icns", ".json"], "one image, the new one")
+
+    def test_an_image_whose_header_would_be_rewritten_needs_the_word_of_who_builds(self) -> None:
+        self.image.write_bytes(b"\xe9" + bytes(65535) + b"\xe9")
+        release = ("--image", self.image, "--name", "Varnox", "--version", "1.2.3")
+        self.assertRegex(self.mac.build(*release).stdout, r"\nRelease: failed, .* give --accept-header-rewrite\.\n")
+        self.assert_built(self.mac.build(*release, "--accept-header-rewrite"))
+
+    def test_an_image_that_is_no_firmware_stops_it_with_the_packers_sentence(self) -> None:
+        self.image.write_bytes(bytes(65537))
+        done = self.mac.build("--image", self.image, "--name", "Varnox", "--version", "1.2.3")
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stdout, r"\nRelease: failed, pack-release: .+\n  Next: .+\n\Z")
+        self.assertFalse(self.mac.app.exists())
+
+
+class OldBash(unittest.TestCase):
+    def test_nothing_is_used_that_bash_3_2_does_not_have(self) -> None:
+        text = (ROOT / SCRIPT).read_text()
+        for what, pattern in {
+                "associative arrays": r"\b(declare|local|typeset) -\w*A", "references": r"\b(declare|local) -\w*n",
+                "letter case": r"\$\{\w+(,|\^)", "mapfile": r"\b(mapfile|readarray)\b", "&>>": r"&>>", "|&": r"\|&",
+                "transformations": r"\$\{\w+@", "negative indexes": r"\[-\d", "[[ -v": r"\[\[? -v ",
+                "fall through": r";;?&", "coproc": r"\bcoproc\b", "printf times": r"%\(",
+                "an array that may be empty": r"\$\{\w+\[@\]\}"}.items():
+            with self.subTest(what):
+                code = "\n".join(line for line in text.splitlines() if not line.lstrip().startswith("#"))
+                self.assertEqual(re.findall(pattern, code), [])
+
+
+def quoted(path: Path) -> str:
+    """A path as bash's printf %q writes it."""
+    return str(path).replace(" ", "\\ ")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,188 @@
+#!/usr/bin/python3
+"""In a Debian that never saw this project, the package installs, flashes and goes without a trace."""
+
+from __future__ import annotations
+
+import os
+import platform
+import shutil
+import stat
+import subprocess
+import sys
+import unittest
+from pathlib import Path
+
+from packages import BUILD, PACKAGE, PROGRAM, ROOT, debian_package, portable_tar
+
+PLACE = BUILD / "clean-root"
+DEBIAN = PLACE / "root"
+SHARED = PLACE / "shared"
+ARCHIVES = PLACE / "archives"
+HOME = "/mnt/shared/home"  # as the root sees it
+
+# A display, and a user for it. Installed after the package has worked without them.
+DESKTOP = ["xvfb", "openbox", "dbus-daemon", "dbus-bin", "at-spi2-core", "gir1.2-atspi-2.0", "python3-gi",
+           "xdotool", "fonts-dejavu-core"]
+# What the package system writes down for itself whenever it installs or removes anything.
+RECORDS = ("var/log", "var/lib/dpkg", "var/lib/apt", "var/cache/apt", "var/cache/debconf",
+           "var/cache/ldconfig", "etc/ld.so.cache", "dev", "proc", "tmp", "mnt")
+
+
+def cannot_run_here(reason: str) -> None:
+    print(f"test_clean_root: {reason}", file=sys.stderr)
+    sys.exit(77)
+
+
+def this_debian() -> tuple[str, str]:
+    """The running release's name, and where this machine's apt gets it from."""
+    codename = platform.freedesktop_os_release().get("VERSION_CODENAME", "")
+    targets = subprocess.run(
+        ["apt-get", "indextargets", "--format", "$(ORIGIN)|$(CODENAME)|$(COMPONENT)|$(REPO_URI)",
+         "Created-By: Packages"], capture_output=True, text=True).stdout.splitlines()
+    for target in targets:
+        if codename and target.startswith(f"Debian|{codename}|main|"):
+            return codename, target.rpartition("|")[2]
+    cannot_run_here("apt names no mirror of this machine's Debian release (run apt-get update once)")
+    raise AssertionError
+
+
+def base_tar(codename: str, mirror: str) -> Path:
+    """The smallest Debian as a tar, made once."""
+    tar = PLACE / f"{codename}.tar"
+    if not tar.exists():
+        folder = PLACE / "base"
+        shutil.rmtree(folder, ignore_errors=True)
+        subprocess.run(["unshare", "-m", "debootstrap", "--variant=minbase", codename, folder, mirror],
+                       check=True, stdout=subprocess.DEVNULL)
+        part = tar.with_suffix(".part")
+        subprocess.run(["tar", "--numeric-owner", "--exclude=./var/cache/apt/archives/*.deb", "-C", folder,
+                        "-cf", part, "."], check=True)
+        part.rename(tar)
+        shutil.rmtree(folder)
+    return tar
+
+
+def take_apt_configuration() -> None:
+    """Where packages come from is this machine's business; who it is there (auth.conf) is not the root's."""
+    for name in ("sources.list", "sources.list.d", "trusted.gpg", "trusted.gpg.d", "keyrings", "apt.conf.d",
+                 "preferences.d"):
+        source, target = Path("/etc/apt", name), DEBIAN / "etc/apt" / name
+        if source.is_dir():
+            shutil.copytree(source, target, dirs_exist_ok=True)
+        elif source.exists():
+            shutil.copy(source, target)
+        elif target.is_file():
+            target.unlink()
+    for name in ("/etc/resolv.conf", "/etc/hosts"):
+        shutil.copy(name, DEBIAN / name.lstrip("/"))
+
+
+def make_root() -> None:
+    tar = base_tar(*this_debian())
+    shutil.rmtree(DEBIAN, ignore_errors=True)
+    shutil.rmtree(SHARED, ignore_errors=True)
+    for folder in (DEBIAN, SHARED / "home", SHARED / "device", ARCHIVES / "partial"):
+        folder.mkdir(parents=True, exist_ok=True)
+    subprocess.run(["tar", "--numeric-owner", "-C", DEBIAN, "-xpf", tar], check=True)
+    take_apt_configuration()
+    apt_get("update")
+
+
+def in_root(*command: str, environment: dict[str, str] | None = None) -> str:
+    """What the command printed; it has to succeed."""
+    variables = [f"{name}={value}" for name, value in (environment or {}).items()]
+    result = subprocess.run(
+        [ROOT / "tests/packaging/in-root", DEBIAN, "--show", ROOT, "/mnt/repo", "--show", BUILD, "/mnt/build",
+         "--share", SHARED, "/mnt/shared", "--share", ARCHIVES, "/var/cache/apt/archives", "--",
+         *variables, *command],
+        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    if result.returncode != 0:
+        raise AssertionError(f"{' '.join(command)} ended with {result.returncode}:\n{result.stdout}")
+    return result.stdout
+
+
+def apt_get(*arguments: str) -> str:
+    return in_root("apt-get", "-q", "-y", "--no-install-recommends", "-o", "APT::Sandbox::User=root",
+                   "-o", "APT::Keep-Downloaded-Packages=true", *arguments)
+
+
+def install_package() -> None:
+    apt_get("install", f"/mnt/build/packages/{debian_package().name}")
+
+
+def files() -> dict[str, tuple]:
+    found = {}
+    for folder, folders, names in os.walk(DEBIAN):
+        for name in folders + names:
+            path = Path(folder, name)
+            relative = str(path.relative_to(DEBIAN))
+            if relative not in RECORDS:
+                about = path.lstat()
+                size = 0 if stat.S_ISDIR(about.st_mode) else about.st_size
+                found[relative] = (oct(about.st_mode), about.st_uid, about.st_gid, size)
+        folders[:] = [name for name in folders if str(Path(folder, name).relative_to(DEBIAN)) not in RECORDS]
+    return found
+
+
+def tearDownModule() -> None:
+    shutil.rmtree(DEBIAN)
+
+
+class InTheSmallestDebian(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls) -> None:
+        make_root()
+
+    def test_the_package_brings_all_that_it_and_the_portable_tar_need(self) -> None:
+        install_package()
+        # The tool's script refuses to install where the package's own dependencies do not let the tool start.
+        in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
+        self.expect_nine_lines(PACKAGE)
+        in_root(PACKAGE, "--window-self-test", environment={"HOME": HOME, "QT_QPA_PLATFORM": "offscreen"})
+        tar = portable_tar().name
+        anywhere = "/mnt/shared/any where"
+        in_root("mkdir", anywhere)
+        in_root("tar", "-C", anywhere, "-xzf", f"/mnt/build/packages/{tar}")
+        self.expect_nine_lines(f"{anywhere}/{tar.removesuffix('.tar.gz')}/{PROGRAM}")
+
+    def expect_nine_lines(self, program: str) -> None:
+        said = in_root(program, "--self-test", environment={"HOME": HOME})
+        self.assertEqual(len(said.splitlines()), 9, said)
+
+
+class WithADesktop(unittest.TestCase):
+    maxDiff = 4000
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        # What the package needs stays when it goes, so it is there before.
+        make_root()
+        depends = subprocess.run(["dpkg-deb", "-f", debian_package(), "Depends"], check=True, capture_output=True,
+                                 text=True).stdout.strip()
+        apt_get("satisfy", depends)
+        apt_get("install", *DESKTOP)
+        in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
+
+    def test_the_installed_program_flashes_through_its_window_and_goes_without_a_trace(self) -> None:
+        before = files()
+        install_package()
+        self.assertIn(f"usr/bin/{PACKAGE}", files())
+        self.flash()
+        apt_get("purge", PACKAGE)
+        self.assertEqual(sorted(set(files().items()) ^ set(before.items())), [])
+        self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
+
+    def flash(self) -> None:
+        print(in_root(
+            "/mnt/repo/tests/device/private-dev", "--", "/mnt/repo/tests/with-display", "--window-manager",
+            "--accessibility", "--", "/usr/bin/python3", "-B", "/mnt/repo/tests/packaging/flash_installed.py",
+            f"/usr/bin/{PACKAGE}", HOME, "/mnt/shared/device",
+            environment={"QELMO_BUILD": "/mnt/build", "QELMO_BUNDLE": "/mnt/build", "HOME": HOME}), end="")
+
+
+if __name__ == "__main__":
+    if os.geteuid() != 0:
+        cannot_run_here("only root can make a clean root")
+    if not shutil.which("debootstrap"):
+        cannot_run_here("debootstrap is not installed")
+    unittest.main(verbosity=2, failfast=True)

@@ -1,0 +1,143 @@
+#!/usr/bin/python3
+"""Two builds of one commit, in different folders, by different users with different habits: the same bytes."""
+
+from __future__ import annotations
+
+import io
+import os
+import subprocess
+import tarfile
+import tempfile
+import unittest
+from pathlib import Path
+from typing import Iterator, NamedTuple
+
+SOURCE = Path(__file__).resolve().parents[2]
+BUNDLE = "QELMO Varnox Flasher.app"
+STEP_SECONDS = 900
+
+
+class Builder(NamedTuple):
+    folder: str
+    environment: dict[str, str]
+    umask: int
+    jobs: int
+    user: list[str]  # runs cpack in front of its command, as somebody else
+
+
+BUILDERS = [
+    Builder("one", {"LC_ALL": "C.UTF-8", "TZ": "UTC"}, 0o022, 2, []),
+    Builder("somewhere else/and deeper", {"LC_ALL": "C", "TZ": "Asia/Kathmandu", "GZIP": "-1"}, 0o077, 1,
+            ["unshare", "--user", "--map-user=1234", "--map-group=1234"]),
+]
+
+
+def run(command: list[str], folder: Path, **settings) -> str:
+    done = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                          timeout=STEP_SECONDS, **settings)
+    if done.returncode != 0:
+        raise AssertionError(f"{command} in {folder} ended with {done.returncode}:\n{done.stdout[-4000:]}")
+    return done.stdout
+
+
+def copy_of_this_tree(folder: Path) -> None:
+    """The files as they are here, changed ones too, with the commit that they belong to."""
+    folder.mkdir(parents=True)
+    run(["git", "clone", "-q", "--no-checkout", "--depth", "1", SOURCE.as_uri(), "."], folder)
+    listed = run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], SOURCE)
+    names = [name for name in listed.split("\0") if name and (SOURCE / name).exists()]
+    subprocess.run(["cp", "--parents", "--no-dereference", "--preserve=mode", "-t", str(folder), *names],
+                   cwd=SOURCE, check=True, timeout=STEP_SECONDS)
+
+
+def built(builder: Builder, root: Path) -> Path:
+    source = root / builder.folder
+    copy_of_this_tree(source)
+    environment = {**os.environ, **builder.environment, "HOME": str(root)}
+    environment.pop("SOURCE_DATE_EPOCH", None)
+    settings = {"env": environment, "umask": builder.umask}
+    run(["cmake", "-G", "Ninja", "-S", ".", "-B", "build", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+         "-DQELMO_TESTS=OFF"], source, **settings)
+    run(["cmake", "--build", "build", "-j", str(builder.jobs)], source, **settings)
+    run([*builder.user, "cpack"], source / "build", **settings)
+    return source / "build"
+
+
+def results(build: Path) -> dict[str, Path]:
+    """What the build makes for others, by names that do not depend on the folder."""
+    found = [path for path in (build / BUNDLE).rglob("*") if path.is_file()]
+    found += [*build.glob("packages/*.deb"), *build.glob("packages/*.tar.gz"), *build.glob("*.cdx.json"),
+              build / "tools" / "pack-release"]
+    return {str(path.relative_to(build)): path for path in sorted(found)}
+
+
+def archives(package: Path) -> Iterator[tuple[str, tarfile.TarFile]]:
+    if package.suffix == ".deb":
+        for part in ("--ctrl-tarfile", "--fsys-tarfile"):
+            data = subprocess.run(["dpkg-deb", part, str(package)], check=True, capture_output=True,
+                                  timeout=STEP_SECONDS).stdout
+            yield f"{package.name} {part}", tarfile.open(fileobj=io.BytesIO(data))
+    elif package.name.endswith(".tar.gz"):
+        yield package.name, tarfile.open(package)
+
+
+def members(package: Path) -> list[tuple]:
+    """One line for each member of a package, for reading where two packages differ."""
+    found = []
+    for name, archive in archives(package):
+        for member in archive:
+            data = archive.extractfile(member).read() if member.isreg() else b""
+            found.append((name, member.name, oct(member.mode), member.mtime, member.uid, member.gid,
+                          member.uname, member.gname, member.linkname, hash(data)))
+    return found
+
+
+def first_difference(one: Path, other: Path) -> str:
+    for line, other_line in zip(members(one), members(other)):
+        if line != other_line:
+            return f"{line} and {other_line}"
+    bytes_one, bytes_other = one.read_bytes(), other.read_bytes()
+    pairs = enumerate(zip(bytes_one, bytes_other))
+    at = next((at for at, (a, b) in pairs if a != b), min(len(bytes_one), len(bytes_other)))
+    return f"from byte {at} on, of {len(bytes_one)} and {len(bytes_other)} bytes"
+
+
+class TwoFolders(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.root = Path(cls.enterClassContext(tempfile.TemporaryDirectory(prefix="qelmo-two-folders-")))
+        cls.builds = [built(builder, cls.root) for builder in BUILDERS]
+        cls.one, cls.other = (results(build) for build in cls.builds)
+
+    def test_hold_the_same_files_with_the_same_bytes(self) -> None:
+        self.assertEqual(list(self.one), list(self.other))
+        for expected in ["MacOS/QelmoFlasher", "Frameworks/libQelmoWindow.so", ".deb", ".tar.gz", ".cdx.json"]:
+            self.assertTrue(any(name.endswith(expected) for name in self.one), f"no {expected}")
+        for name, path in self.one.items():
+            if path.read_bytes() != self.other[name].read_bytes():
+                self.fail(f"{name} differs: {first_difference(path, self.other[name])}")
+
+    def test_leave_no_trace_of_the_folder_in_what_they_make(self) -> None:
+        for build, found in zip(self.builds, [self.one, self.other]):
+            for name, path in found.items():
+                self.assertNotIn(os.fsencode(self.root), path.read_bytes(), f"{name} of {build}")
+
+    def test_leave_no_search_path_for_libraries(self) -> None:
+        for name in ["MacOS/QelmoFlasher", "Frameworks/libQelmoWindow.so"]:
+            dynamic = run(["readelf", "-d", str(self.one[f"{BUNDLE}/Contents/{name}"])], self.root)
+            self.assertIn("(NEEDED)", dynamic)
+            self.assertNotRegex(dynamic, r"\((RPATH|RUNPATH)\)")
+
+    def test_pack_files_of_root_with_the_time_of_the_commit(self) -> None:
+        commit = int(run(["git", "log", "-1", "--format=%ct"], SOURCE))
+        packages = [path for path in self.one.values() if path.parent.name == "packages"]
+        self.assertEqual(len(packages), 2)
+        for package in packages:
+            for name, archive in archives(package):
+                for member in archive:
+                    self.assertEqual((member.mtime, member.uid, member.gid), (commit, 0, 0),
+                                     f"{member.name} in {name}")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,90 @@
+#include "tools/pack-release/Signing.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "release/FlasherFailure.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestFiles.h"
+
+namespace qelmo {
+namespace {
+
+/// A stand-in for Apple's tool: notes its arguments, one in brackets each, then does what the test says.
+class PackReleaseSigning : public testing::Test {
+protected:
+    void standInDoes(const std::string& commands) {
+        writeTestFile(tool, "#!/bin/sh\nprintf '[%s]' \"$@\" >>'" + calls + "'; echo >>'" + calls + "'\n" +
+                                commands + "\n");
+        ASSERT_EQ(::chmod(tool.c_str(), 0755), 0);
+    }
+
+    std::string errorOfSigning() {
+        try {
+            signBundle(tool, "Some Flasher.app");
+        } catch (const FlasherFailure& failure) {
+            return failure.what();
+        }
+        return "no error";
+    }
+
+    TemporaryFolder folder;
+    const std::string tool = folder / "codesign";
+    const std::string calls = folder / "calls";
+};
+
+constexpr auto signCall = "[--force][--deep][--sign][-][Some Flasher.app]\n";
+constexpr auto verifyCall = "[--verify][--deep][--strict][Some Flasher.app]\n";
+
+TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
+    standInDoes("exit 0");
+    EXPECT_EQ(errorOfSigning(), "no error");
+    EXPECT_EQ(readTestFile(calls), std::string(signCall) + verifyCall);
+}
+
+TEST_F(PackReleaseSigning, SaysThatTheReleaseIsInPlaceWhenTheToolFailsAndDoesNotVerify) {
+    standInDoes("echo 'Some Flasher.app: bundle format unrecognized' >&2; exit 3");
+    EXPECT_EQ(errorOfSigning(), "the new release is in place, but signing the bundle failed: " + tool +
+                                    " ended with 3: Some Flasher.app: bundle format unrecognized");
+    EXPECT_EQ(readTestFile(calls), signCall);
+}
+
+TEST_F(PackReleaseSigning, PassesTheFindingOfTheVerification) {
+    standInDoes("[ \"$1\" != --verify ] || { echo 'a sealed resource is missing or invalid'; exit 1; }");
+    EXPECT_EQ(errorOfSigning(), "the new release is in place, but verifying its signature failed: " + tool +
+                                    " ended with 1: a sealed resource is missing or invalid");
+}
+
+TEST_F(PackReleaseSigning, ReadsAToolThatPrintsMoreThanAPipeHolds) {
+    standInDoes("head -c 300000 /dev/zero | tr '\\0' x");
+    EXPECT_EQ(errorOfSigning(), "no error");
+}
+
+TEST_F(PackReleaseSigning, KeepsABundleWhoseNameStartsWithADashFromBeingAnOption) {
+    standInDoes("exit 0");
+    signBundle(tool, "-v.app");
+    EXPECT_EQ(readTestFile(calls),
+              "[--force][--deep][--sign][-][./-v.app]\n[--verify][--deep][--strict][./-v.app]\n");
+}
+
+TEST_F(PackReleaseSigning, NeedsAToolThatCanBeRun) {
+    standInDoes("exit 0");
+    EXPECT_NO_THROW(requireSigningTool(tool));
+    try {
+        requireSigningTool(folder / "nowhere");
+        ADD_FAILURE() << "a missing tool was accepted";
+    } catch (const FlasherFailure& failure) {
+        EXPECT_EQ(failure.what(),
+                  "--sign: there is no " + (folder / "nowhere") + " here; bundles are signed on macOS");
+    }
+}
+
+TEST_F(PackReleaseSigning, IsAskedForByACommandThatAShellTakesAsItIs) {
+    EXPECT_EQ(signingNotice("/tmp/Karl's $HOME.app"),
+              "Sign it   the release was replaced, so the bundle must be signed again before it is given "
+              "away:\n"
+              "          /usr/bin/codesign --force --deep --sign - '/tmp/Karl'\\''s $HOME.app'\n");
+}
+
+}  // namespace
+}  // namespace qelmo

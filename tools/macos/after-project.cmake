@@ -1,0 +1,10 @@
+# What Qt's own packages look for on macOS and a Debian machine does not have: the code here uses none of it.
+foreach(target IN ITEMS WrapOpenGL::WrapOpenGL WrapVulkanHeaders::WrapVulkanHeaders WrapAtomic::WrapAtomic)
+    if(NOT TARGET ${target})
+        add_library(${target} INTERFACE IMPORTED GLOBAL)
+    endif()
+endforeach()
+
+# CMake gives libraries an @rpath name only where it can ask the machine for its macOS version.
+set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")
+set(CMAKE_SHARED_LIBRARY_RUNTIME_CXX_FLAG "-Wl,-rpath,")
