@@ -61,15 +61,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 void AppDelegate::buildWindow() {
-    WindowLayout layout = buildWindowLayout(*this);
-    window = std::move(layout.window);
-    releaseLabel = layout.releaseLabel;
-    statusLabel = layout.statusLabel;
-    portPopup = layout.portPopup;
-    refreshButton = layout.refreshButton;
-    flashButton = layout.flashButton;
-    progress = layout.progress;
-    logTextView = layout.logTextView;
+    buildWindowLayout(*this);
 }
 
 // The embedded release ------------------------------------------------------------------------------------

@@ -5,7 +5,7 @@
 #include <QScreen>
 #include <QVBoxLayout>
 #include <QWidget>
-#include <utility>
+#include <memory>
 
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
@@ -48,7 +48,7 @@ class WindowBuilder {
 public:
     explicit WindowBuilder(AppDelegate& delegate) : delegate_(delegate) {}
 
-    WindowLayout build() {
+    void build() {
         buildWindow();
         addTitles();
         addAccentRule();
@@ -60,7 +60,6 @@ public:
         addFlashButton();
         addFooter();
         column_->addStretch();
-        return std::move(layout_);
     }
 
 private:
@@ -75,7 +74,7 @@ private:
     void addFlashButton();
     void addFooter();
 
-    QWidget* parent() { return layout_.window.get(); }
+    QWidget* parent() { return delegate_.window.get(); }
 
     TextLabel* label(const char* text, int size, QFont::Weight weight, const QColor& colour) {
         return new TextLabel(QString::fromUtf8(text), monospacedFont(size, weight), colour, parent());
@@ -90,15 +89,14 @@ private:
     }
 
     AppDelegate& delegate_;
-    WindowLayout layout_;
     QVBoxLayout* column_ = nullptr;
 };
 
 void WindowBuilder::buildWindow() {
-    layout_.window = std::make_unique<QWidget>(
+    delegate_.window = std::make_unique<QWidget>(
         nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
                      Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
-    QWidget& window = *layout_.window;
+    QWidget& window = *delegate_.window;
     window.setWindowTitle(QStringLiteral("QELMO Varnox Flasher"));
     window.setFixedSize(Length::windowWidth, Length::windowHeight);
     const QRect screen = window.screen()->geometry();
@@ -132,12 +130,12 @@ void WindowBuilder::addReleasePanel() {
     panel->setFixedHeight(Length::panelHeight);
     column_->addWidget(panel);
 
-    layout_.releaseLabel = label("Validating embedded release…", 13, QFont::Medium, delegate_.foreground);
-    layout_.releaseLabel->setMaximumLines(3);
-    layout_.releaseLabel->setAccessibleDescription(QStringLiteral("Release"));
+    delegate_.releaseLabel = label("Validating embedded release…", 13, QFont::Medium, delegate_.foreground);
+    delegate_.releaseLabel->setMaximumLines(3);
+    delegate_.releaseLabel->setAccessibleDescription(QStringLiteral("Release"));
     auto* const inside = new QHBoxLayout(panel);
     inside->setContentsMargins(Length::panelInset, 0, Length::panelInset, 0);
-    inside->addWidget(layout_.releaseLabel, 0, Qt::AlignVCenter);
+    inside->addWidget(delegate_.releaseLabel, 0, Qt::AlignVCenter);
 }
 
 void WindowBuilder::addPortRow() {
@@ -147,22 +145,22 @@ void WindowBuilder::addPortRow() {
     caption->setFixedWidth(Length::portCaptionWidth);
     row->addWidget(caption, 0, Qt::AlignVCenter);
 
-    layout_.portPopup = new QComboBox(parent());
+    delegate_.portPopup = new QComboBox(parent());
     // Before anything asks for its size: a long name must not widen the window.
-    layout_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    layout_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    layout_.portPopup->setFont(monospacedFont(12, QFont::Medium));
-    layout_.portPopup->setFixedHeight(Length::portPopupHeight);
-    layout_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
-    row->addWidget(layout_.portPopup, 0, Qt::AlignVCenter);
+    delegate_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    delegate_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    delegate_.portPopup->setFont(monospacedFont(12, QFont::Medium));
+    delegate_.portPopup->setFixedHeight(Length::portPopupHeight);
+    delegate_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
+    row->addWidget(delegate_.portPopup, 0, Qt::AlignVCenter);
 
-    layout_.refreshButton = new ActionButton(QStringLiteral("REFRESH BUILD"), delegate_,
-                                             &AppDelegate::refreshBuildAndPorts, parent());
-    layout_.refreshButton->setFont(monospacedFont(11, QFont::Bold));
-    layout_.refreshButton->setToolTip(
+    delegate_.refreshButton = new ActionButton(QStringLiteral("REFRESH BUILD"), delegate_,
+                                               &AppDelegate::refreshBuildAndPorts, parent());
+    delegate_.refreshButton->setFont(monospacedFont(11, QFont::Bold));
+    delegate_.refreshButton->setToolTip(
         QStringLiteral("Reload the newest embedded build and rescan USB boot ports"));
-    layout_.refreshButton->setFixedWidth(Length::refreshButtonWidth);
-    row->addWidget(layout_.refreshButton, 0, Qt::AlignVCenter);
+    delegate_.refreshButton->setFixedWidth(Length::refreshButtonWidth);
+    row->addWidget(delegate_.refreshButton, 0, Qt::AlignVCenter);
 }
 
 void WindowBuilder::addBootModeHint() {
@@ -176,33 +174,33 @@ void WindowBuilder::addBootModeHint() {
 void WindowBuilder::addActionRow() {
     QHBoxLayout* const row = addRow(Length::actionRowSpacing);
 
-    layout_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
-    layout_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
-    layout_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
-    row->addWidget(layout_.statusLabel, 0, Qt::AlignVCenter);
+    delegate_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
+    delegate_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
+    delegate_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
+    row->addWidget(delegate_.statusLabel, 0, Qt::AlignVCenter);
 
-    layout_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());
-    layout_.progress->setAccessibleName(QStringLiteral("Flash progress"));
-    row->addWidget(layout_.progress, 1, Qt::AlignVCenter);
+    delegate_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());
+    delegate_.progress->setAccessibleName(QStringLiteral("Flash progress"));
+    row->addWidget(delegate_.progress, 1, Qt::AlignVCenter);
 }
 
 void WindowBuilder::addLog() {
-    layout_.logTextView = new LogTextView(monospacedFont(11, QFont::Normal), delegate_.foreground, Qt::black,
-                                          Length::logInset, parent());
-    layout_.logTextView->setFixedHeight(Length::logHeight);
-    layout_.logTextView->setAccessibleName(QStringLiteral("Log"));
-    column_->addWidget(layout_.logTextView);
+    delegate_.logTextView = new LogTextView(monospacedFont(11, QFont::Normal), delegate_.foreground,
+                                            Qt::black, Length::logInset, parent());
+    delegate_.logTextView->setFixedHeight(Length::logHeight);
+    delegate_.logTextView->setAccessibleName(QStringLiteral("Log"));
+    column_->addWidget(delegate_.logTextView);
 }
 
 void WindowBuilder::addFlashButton() {
-    layout_.flashButton = new ActionButton(QStringLiteral("VALIDATING RELEASE"), delegate_,
-                                           &AppDelegate::flashDevice, parent());
-    layout_.flashButton->setFont(monospacedFont(14, QFont::Bold));
-    layout_.flashButton->setEnabled(false);
-    layout_.flashButton->setFixedHeight(Length::flashButtonHeight);
+    delegate_.flashButton = new ActionButton(QStringLiteral("VALIDATING RELEASE"), delegate_,
+                                             &AppDelegate::flashDevice, parent());
+    delegate_.flashButton->setFont(monospacedFont(14, QFont::Bold));
+    delegate_.flashButton->setEnabled(false);
+    delegate_.flashButton->setFixedHeight(Length::flashButtonHeight);
     // Whatever its title: the column decides the width.
-    layout_.flashButton->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
-    column_->addWidget(layout_.flashButton);
+    delegate_.flashButton->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    column_->addWidget(delegate_.flashButton);
 }
 
 void WindowBuilder::addFooter() {
@@ -212,8 +210,8 @@ void WindowBuilder::addFooter() {
 
 }  // namespace
 
-WindowLayout buildWindowLayout(AppDelegate& delegate) {
-    return WindowBuilder(delegate).build();
+void buildWindowLayout(AppDelegate& delegate) {
+    WindowBuilder(delegate).build();
 }
 
 }  // namespace qelmo
