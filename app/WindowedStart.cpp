@@ -1,11 +1,22 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QApplication>
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <optional>
+#include <system_error>
+#include <thread>
 
+#include "platform/FileDescriptor.h"
+#include "platform/SystemError.h"
 #include "platform/ThisProcess.h"
 #include "ui/AppDelegate.h"
 #include "ui/DarkControls.h"
 #include "ui/QtMainQueue.h"
+#include "ui/WithoutSharedMemory.h"
 
 namespace qelmo {
 
@@ -20,7 +31,24 @@ void showFatalMessagesOnly(QtMsgType type, const QMessageLogContext& /*context*/
     std::_Exit(EXIT_FAILURE);
 }
 
+/// The toolkit waits forever for a thread that it does not get, and aborts when descriptors run out while it
+/// starts. Here either is an error that can be shown.
+void requireThreadAndDescriptors() {
+    constexpr const char* what = "the window";
+    try {
+        std::thread([] {}).join();
+    } catch (const std::system_error& error) {
+        throwSystemError(error.code().value(), "start", what);
+    }
+    std::array<FileDescriptor, 16> reserve;
+    for (FileDescriptor& one : reserve) {
+        one = FileDescriptor(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
+        if (!one.isOpen()) throwSystemError(errno, "start", what);
+    }
+}
+
 int windowedStart() {
+    requireThreadAndDescriptors();
     qInstallMessageHandler(showFatalMessagesOnly);
     // The toolkit gets a name, whatever the program was started as, and no arguments: it would take some for
     // itself, and one of them could end the program.
@@ -29,7 +57,9 @@ int windowedStart() {
     int argumentCount = 1;
     // A native alert takes markup in its texts for markup.
     QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+    std::optional<WithoutSharedMemory> connecting(std::in_place);
     QApplication application(argumentCount, arguments);
+    connecting.reset();
     applyDarkControls(application);
 
     const auto mainQueue = std::make_shared<QtMainQueue>();

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -47,6 +48,14 @@ std::size_t readUpTo(int descriptor, std::byte* buffer, std::size_t sizeBytes, c
         if (got < 0 && errno != EINTR) throwSystemError(errno, "read", path);
     }
     return count;
+}
+
+PopulatedBuffer bufferFor(std::size_t sizeBytes, const std::string& path) {
+    try {
+        return PopulatedBuffer(sizeBytes);
+    } catch (const std::bad_alloc&) {
+        throwSystemError(ENOMEM, "read", path);
+    }
 }
 
 }  // namespace
@@ -92,13 +101,8 @@ FileBytes RegularFile::readAll(std::uint64_t limitBytes) {
     if (sizeBytes_ > limitBytes) throwSystemError(EFBIG, "read", path_);
     const auto wanted = static_cast<std::size_t>(sizeBytes_);
 
-    std::unique_ptr<std::byte[]> buffer;
-    try {
-        buffer = std::make_unique_for_overwrite<std::byte[]>(wanted);
-    } catch (const std::bad_alloc&) {
-        throwSystemError(ENOMEM, "read", path_);
-    }
-    const std::size_t count = readUpTo(descriptor_.get(), buffer.get(), wanted, path_);
+    PopulatedBuffer buffer = bufferFor(wanted, path_);
+    const std::size_t count = readUpTo(descriptor_.get(), buffer.span().data(), wanted, path_);
 
     std::byte beyond{};
     if (count == wanted && readUpTo(descriptor_.get(), &beyond, 1, path_) != 0)

@@ -2,13 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
+#include "platform/PopulatedBuffer.h"
 
 namespace qelmo {
 
@@ -25,18 +25,17 @@ namespace qelmo {
 /// Errors: std::system_error naming the folder.
 [[nodiscard]] std::vector<std::string> namesInFolder(const std::string& path);
 
-/// The bytes of one file in one buffer of their exact number.
+/// The bytes of one file in one buffer.
 class FileBytes {
 public:
-    FileBytes() = default;
-    FileBytes(std::unique_ptr<std::byte[]> buffer, std::size_t sizeBytes)
+    FileBytes(PopulatedBuffer buffer, std::size_t sizeBytes)
         : buffer_(std::move(buffer)), sizeBytes_(sizeBytes) {}
 
-    [[nodiscard]] std::span<const std::byte> span() const { return {buffer_.get(), sizeBytes_}; }
+    [[nodiscard]] std::span<const std::byte> span() const { return buffer_.span().first(sizeBytes_); }
 
 private:
-    std::unique_ptr<std::byte[]> buffer_;
-    std::size_t sizeBytes_ = 0;
+    PopulatedBuffer buffer_;
+    std::size_t sizeBytes_;
 };
 
 /// One regular file, opened once for reading.

@@ -8,8 +8,11 @@
 namespace qelmo {
 
 void throwSystemError(int error, std::string_view operation, std::string_view object) {
-    throw std::system_error(error, std::generic_category(),
-                            std::string(operation) + " " + shownOnOneLine(object));
+    // The longest path that a system takes; what is longer is cut.
+    constexpr std::size_t longestShown = 4096;
+    std::string shown = shownOnOneLine(object.substr(0, longestShown));
+    if (object.size() > longestShown) shown += "...";
+    throw std::system_error(error, std::generic_category(), std::string(operation) + " " + shown);
 }
 
 bool holdsNul(std::string_view path) noexcept {

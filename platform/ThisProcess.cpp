@@ -45,8 +45,10 @@ void normalizeProcess() {
         if (::fcntl(stream, F_GETFD) < 0)
             (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
-    std::signal(SIGCHLD, SIG_DFL);
-    std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGCHLD, SIG_DFL);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    // Writing beyond the user's limit of size then fails like writing to a full disk.
+    (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void writeToStandardOutput(std::string_view text) {

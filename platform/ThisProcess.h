@@ -22,7 +22,8 @@ namespace qelmo {
 
 /// Puts the process into the state on which the rest of the program relies, whatever its parent left behind:
 /// descriptors 0 to 2 are taken (a closed one fails every read and write, and no file or socket of ours gets
-/// its number), a child's exit status is kept for us, and writing to a closed pipe is an error, not a death.
+/// its number), a child's exit status is kept for us, and writing to a closed pipe or beyond a limit
+/// of size is an error, not a death.
 /// Call it first, before there is a second thread.
 void normalizeProcess();
 

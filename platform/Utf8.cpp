@@ -49,6 +49,15 @@ Step sequenceAt(std::string_view rest) {
     return {1, false};
 }
 
+/// The control characters of ASCII and those of U+0080 to U+009F, which a terminal may obey too; the
+/// separators of lines and paragraphs; and what turns the direction of the text behind it.
+bool endsOrTurnsALine(std::string_view character) {
+    if (character.size() == 1) return static_cast<unsigned char>(character[0]) < 0x20 || character == "\x7F";
+    return (character >= "\u0080" && character <= "\u009F") ||
+           (character >= "\u2028" && character <= "\u202E") ||
+           (character >= "\u2066" && character <= "\u2069");
+}
+
 }  // namespace
 
 std::string decodedUtf8(std::string_view bytes) {
@@ -63,11 +72,14 @@ std::string decodedUtf8(std::string_view bytes) {
 }
 
 std::string shownOnOneLine(std::string_view bytes) {
-    std::string text = decodedUtf8(bytes);
-    for (char& unit : text) {
-        if (static_cast<unsigned char>(unit) < 0x20 || unit == 0x7F) unit = '?';
+    const std::string text = decodedUtf8(bytes);
+    std::string line;
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view character = rest.substr(0, sequenceAt(rest).length);
+        line += endsOrTurnsALine(character) ? std::string_view("?") : character;
+        rest.remove_prefix(character.size());
     }
-    return text;
+    return line;
 }
 
 }  // namespace qelmo

@@ -20,8 +20,9 @@ template <typename CodingKeys>
 /// The key whose text is exactly `text`, or nothing. There is no look-up by number: keys have no number.
 template <typename CodingKeys>
 [[nodiscard]] constexpr std::optional<CodingKeys> codingKey(std::string_view text) {
-    for (std::size_t index = 0; index < codingKeyTexts<CodingKeys>.size(); ++index) {
-        if (codingKeyTexts<CodingKeys>[index] == text) return static_cast<CodingKeys>(index);
+    constexpr const auto& texts = codingKeyTexts<CodingKeys>;
+    for (std::size_t index = 0; index < texts.size(); ++index) {
+        if (texts[index] == text) return static_cast<CodingKeys>(index);
     }
     return std::nullopt;
 }

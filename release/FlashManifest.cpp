@@ -69,8 +69,8 @@ public:
 private:
     template <typename Key>
     std::string pathOf(Key key) const {
-        const std::string text(keyText(key));
-        return path_.empty() ? text : path_ + "." + text;
+        const std::string name(keyText(key));
+        return path_.empty() ? name : path_ + "." + name;
     }
 
     template <typename Key>

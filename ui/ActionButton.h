@@ -20,6 +20,10 @@ public:
 
     [[nodiscard]] Action action() const { return action_; }
 
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
+
 private:
     QString title_;
     const Action action_;

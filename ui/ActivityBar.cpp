@@ -17,17 +17,24 @@ ActivityBar::ActivityBar(const QColor& groove, const QColor& block, QWidget* par
     : QProgressBar(parent), groove_(groove), block_(block) {
     setRange(0, 0);
     setTextVisible(false);
+    describe();
 }
 
 void ActivityBar::startAnimation() {
     step_ = 0;
     timer_.start(frameMilliseconds, this);
+    describe();
     update();
 }
 
 void ActivityBar::stopAnimation() {
     timer_.stop();
+    describe();
     update();
+}
+
+void ActivityBar::describe() {
+    setAccessibleDescription(isAnimating() ? QStringLiteral("Busy") : QStringLiteral("Idle"));
 }
 
 void ActivityBar::paintEvent(QPaintEvent* /*event*/) {

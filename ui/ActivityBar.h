@@ -22,6 +22,9 @@ protected:
     void timerEvent(QTimerEvent* event) override;
 
 private:
+    /// For those who do not see the animation.
+    void describe();
+
     const QColor groove_;
     const QColor block_;
     QBasicTimer timer_;

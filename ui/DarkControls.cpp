@@ -6,6 +6,7 @@
 #include <QPixmap>
 #include <QProxyStyle>
 #include <QStyleHints>
+#include <QStyleOption>
 
 #include "ui/Colour.h"
 #include "ui/MonospacedFont.h"
@@ -44,6 +45,21 @@ public:
         if (icon == SP_MessageBoxCritical) return alertIcon(Palette::danger(), QStringLiteral("!"));
         if (icon == SP_MessageBoxInformation) return alertIcon(Palette::accent(), QStringLiteral("i"));
         return QProxyStyle::standardIcon(icon, option, widget);
+    }
+
+    /// The toolkit's sign of the keyboard's focus is darker than the buttons.
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override {
+        if (element == PE_FrameFocusRect) return;
+        QProxyStyle::drawPrimitive(element, option, painter, widget);
+        constexpr State focusByKey = State_HasFocus | State_KeyboardFocusChange;
+        if (element != PE_PanelButtonCommand || (option->state & focusByKey) != focusByKey) return;
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(QPen(Palette::accent(), 2));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRoundedRect(QRectF(option->rect).adjusted(1, 1, -1, -1), 2, 2);
+        painter->restore();
     }
 
     int pixelMetric(PixelMetric metric, const QStyleOption* option, const QWidget* widget) const override {

@@ -1,5 +1,6 @@
 #include "ui/TextLabel.h"
 
+#include <QAccessible>
 #include <QFontMetrics>
 #include <QPalette>
 #include <QtMath>
@@ -12,7 +13,7 @@ TextLabel::TextLabel(const QString& text, const QFont& font, const QColor& colou
     setWordWrap(true);
     setFont(font);
     setColour(colour);
-    setText(text);
+    QLabel::setText(text);
 }
 
 void TextLabel::setColour(const QColor& colour) {
@@ -29,6 +30,15 @@ void TextLabel::setMaximumLines(int lines) {
     // Every line takes whole pixels.
     setMaximumHeight(lines * qCeil(QFontMetricsF(font()).lineSpacing()));
     setAlignment(Qt::AlignLeft | Qt::AlignTop);
+}
+
+void TextLabel::setText(const QString& text) {
+    QLabel::setText(text);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 8, 0)
+    if (!announcesTexts_) return;
+    QAccessibleAnnouncementEvent announcement(this, text);
+    QAccessible::updateAccessibility(&announcement);
+#endif
 }
 
 }  // namespace qelmo

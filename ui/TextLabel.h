@@ -14,6 +14,14 @@ public:
 
     /// Further lines are cut off below.
     void setMaximumLines(int lines);
+
+    /// From now on an assistive tool says every new text as soon as it stands here, without being asked.
+    /// Before Qt 6.8 it only hears of the label's new name, and decides itself.
+    void announceTexts() { announcesTexts_ = true; }
+    void setText(const QString& text);
+
+private:
+    bool announcesTexts_ = false;
 };
 
 }  // namespace qelmo

@@ -2,7 +2,9 @@
 
 #include <QComboBox>
 #include <QHBoxLayout>
+#include <QKeySequence>
 #include <QScreen>
+#include <QShortcut>
 #include <QVBoxLayout>
 #include <QWidget>
 #include <memory>
@@ -60,6 +62,7 @@ public:
         addFlashButton();
         addFooter();
         column_->addStretch();
+        orderKeyboardFocus();
     }
 
 private:
@@ -73,6 +76,7 @@ private:
     void addLog();
     void addFlashButton();
     void addFooter();
+    void orderKeyboardFocus();
 
     QWidget* parent() { return delegate_.window.get(); }
 
@@ -106,6 +110,11 @@ void WindowBuilder::buildWindow() {
     QPalette colours = window.palette();
     colours.setColor(QPalette::Window, delegate_.background);
     window.setPalette(colours);
+
+#ifndef Q_OS_MACOS  // There the application's menu has it.
+    auto* const quit = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q), &window);
+    QObject::connect(quit, &QShortcut::activated, &window, &QWidget::close);
+#endif
 
     column_ = new QVBoxLayout(&window);
     column_->setContentsMargins(Length::columnSideInset, Length::columnEndInset, Length::columnSideInset,
@@ -152,6 +161,8 @@ void WindowBuilder::addPortRow() {
     delegate_.portPopup->setFont(monospacedFont(12, QFont::Medium));
     delegate_.portPopup->setFixedHeight(Length::portPopupHeight);
     delegate_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
+    // Where a menu is named by its selected item, the caption says what it is.
+    caption->setBuddy(delegate_.portPopup);
     row->addWidget(delegate_.portPopup, 0, Qt::AlignVCenter);
 
     delegate_.refreshButton = new ActionButton(QStringLiteral("REFRESH BUILD"), delegate_,
@@ -177,6 +188,7 @@ void WindowBuilder::addActionRow() {
     delegate_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
     delegate_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
     delegate_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
+    delegate_.statusLabel->announceTexts();
     row->addWidget(delegate_.statusLabel, 0, Qt::AlignVCenter);
 
     delegate_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());
@@ -206,6 +218,12 @@ void WindowBuilder::addFlashButton() {
 void WindowBuilder::addFooter() {
     column_->addWidget(label("INTERNAL FLASH ONLY  •  SD CARD IS NEVER MOUNTED OR ACCESSED", 10, QFont::Bold,
                              delegate_.accent));
+}
+
+void WindowBuilder::orderKeyboardFocus() {
+    QWidget::setTabOrder(delegate_.portPopup, delegate_.refreshButton);
+    QWidget::setTabOrder(delegate_.refreshButton, delegate_.logTextView);
+    QWidget::setTabOrder(delegate_.logTextView, delegate_.flashButton);
 }
 
 }  // namespace

@@ -4,11 +4,12 @@ from typing import Callable, Optional
 
 NEVER_ANSWERS = "never-answers"
 OTHER_CHIP = "other-chip"
+GARBAGE = "garbage"
 UNPLUGGED = "unplugged"
 BIT_ERROR = "bit-error"
 STOPS_ANSWERING = "stops-answering"
 
-AT_ONCE = (NEVER_ANSWERS, OTHER_CHIP)
+AT_ONCE = (NEVER_ANSWERS, OTHER_CHIP, GARBAGE)
 DURING_THE_WRITE = (UNPLUGGED, BIT_ERROR, STOPS_ANSWERING)
 
 

@@ -6,6 +6,7 @@ from typing import Callable, Iterator, Optional
 
 import device_fault
 import flash_memory
+import slip
 
 MAGIC_REGISTER = 0x40001000
 MAGIC_ESP32S3 = 9
@@ -36,6 +37,9 @@ SPI_FLASH_MD5, GET_SECURITY_INFO, ERASE_FLASH = 0x13, 0x14, 0xD0
 SYNC_PATTERN = b"\x07\x07\x12\x20" + 32 * b"\x55"
 SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
+
+# What a device that was not brought into its boot mode has to say: text of its firmware, or bytes of another speed.
+GARBAGE = b"I (8) firmware: \xe9\xfe\x00\x1b[0m\r\n"
 
 # The starter of the flashing tool reports the modem lines in a packet of its own, since a pseudo-terminal
 # has none.  A loader request begins with a zero byte, so the two cannot be confused.
@@ -98,7 +102,7 @@ class Esp32S3:
         self._write: Optional[flash_memory.ImageWrite] = None
 
     def answer(self, packet: bytes) -> Iterator[bytes]:
-        """Gives the packets that answer one packet of the host.  Noise is met with silence, as by the ROM."""
+        """Gives what answers one packet of the host, framed for the line.  Noise is met with silence, as by the ROM."""
         if packet.startswith(MODEM_LINES) and len(packet) == len(MODEM_LINES) + 1:
             self._follow_modem_lines(packet[-1])
             return
@@ -111,9 +115,13 @@ class Esp32S3:
         if self._fault.is_armed(device_fault.NEVER_ANSWERS):
             self._fault.strike()
             return
+        if self._fault.is_armed(device_fault.GARBAGE):
+            self._fault.strike()
+            yield GARBAGE
+            return
         if self._hung:
             return
-        yield from self._execute(command, body, stated_sum)
+        yield from map(slip.encode, self._execute(command, body, stated_sum))
 
     def _execute(self, command: int, body: bytes, stated_sum: int) -> Iterator[bytes]:
         stub_ran = self._stub_runs

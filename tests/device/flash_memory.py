@@ -1,5 +1,6 @@
 """The handheld's flash chip: 8 MiB that can be erased, programmed, digested and saved."""
 
+import contextlib
 import hashlib
 import os
 import tempfile
@@ -16,7 +17,8 @@ def save_atomically(path: str, content: bytes) -> None:
             file.write(content)
         os.replace(beside, path)
     except BaseException:
-        os.unlink(beside)
+        with contextlib.suppress(FileNotFoundError):  # a signal may come when the file has its name already
+            os.unlink(beside)
         raise
 
 

@@ -109,7 +109,7 @@ class SimulatedCardputer:
             self._keep_pace(len(data))
             for packet in decoder.feed(data):
                 for answer in self._chip.answer(packet):
-                    self.port.write(slip.encode(answer))
+                    self.port.write(answer)
 
     def _keep_pace(self, size: int) -> None:
         if self._arguments.bytes_per_second:

@@ -27,9 +27,16 @@ FIRMWARE_IMAGE = (b"\0" + noise.randbytes(400 * 1024)).ljust(FLASH_SIZE, b"\xff"
 
 TENTHS = [f"write {percent}%" for percent in range(10, 101, 10)]
 CONNECTED = ["opened", "download mode", "sync", "stub uploaded", "baud 921600"]
+GARBAGE_WORDS = "Failed to connect to ESP32-S3: Invalid head of packet (0x49): Possible serial noise or corruption."
 UNPLUGGED_WORDS = "A serial exception error occurred: Could not configure port: (5, 'Input/output error')"
+PERCENTAGES = (0, 1, 50, 99)
 
 home = ""
+
+
+def first_part(percent):
+    """What of the image is written when a fault strikes at this percentage."""
+    return RANDOM_IMAGE[:-(-len(RANDOM_IMAGE) * percent // 100)]
 
 
 def run(*command, **options):
@@ -115,6 +122,10 @@ class Flashing(DeviceTest):
         self.assertTrue(self.dump.read_bytes() == padded + before[len(padded):])
         self.assertNotIn("erase", self.log())
 
+    # fault: the flashing tool is killed during the write
+    # injected: SIGKILL to the real tool
+    # seen: nothing more from the tool
+    # kept: the device; the next try succeeds
     def test_is_possible_again_after_a_host_died_in_the_middle_of_a_frame(self):
         self.device("--bytes-per-second", 500_000)
         host = subprocess.Popen(self.tool(RANDOM_IMAGE), stdout=subprocess.DEVNULL, **self.surroundings())
@@ -125,6 +136,10 @@ class Flashing(DeviceTest):
         self.assertNotIn("reset", self.log())
         self.assert_flashed(FIRMWARE_IMAGE)
 
+    # fault: the flashing tool is killed during the erase
+    # injected: SIGKILL to the real tool
+    # seen: nothing more from the tool
+    # kept: the device, which waits for the next host
     def test_that_waits_for_the_erase_can_be_given_up(self):
         device = self.device("--erase-seconds", 10 * ONLY_WHEN_BROKEN)
         host = subprocess.Popen(self.tool(RANDOM_IMAGE), stdout=subprocess.DEVNULL, **self.surroundings())
@@ -170,8 +185,8 @@ class Device(DeviceTest):
         required = ["--port", PORT, "--flash-dump", self.dump]
         for options, complaint in [
             (["--port", PORT], "the following arguments are required: --flash-dump"),
-            (required + ["--fault", "fire"], "unknown fault 'fire' (known: never-answers, other-chip, unplugged, "
-                                             "bit-error, stops-answering)"),
+            (required + ["--fault", "fire"], "unknown fault 'fire' (known: never-answers, other-chip, garbage, "
+                                             "unplugged, bit-error, stops-answering)"),
             (required + ["--fault", "unplugged@101"],
              "the percentage of a fault is a number from 0 to 100: unplugged@101"),
             (required + ["--fault", "other-chip@5"], "the fault other-chip takes no percentage: other-chip@5"),
@@ -202,8 +217,9 @@ class Faults(DeviceTest):
         """Returns the flash as the failed job left it."""
         device = self.device("--fault", fault, "--fault-once")
         result = self.flash(RANDOM_IMAGE)
-        self.assertEqual(result.returncode, status, result.stdout)
-        self.assertIn(words, result.stdout)
+        self.assertEqual(result.returncode, status, f"{fault}: {result.stdout}")
+        self.assertIn(words, result.stdout, fault)
+        self.assertNotIn("Hash of data verified.", result.stdout, fault)
         self.wait_for("closed")
         self.assertEqual([event for event in self.log() if event.startswith("fault")], [f"fault {fault}"])
         left = self.dump.read_bytes()
@@ -213,32 +229,82 @@ class Faults(DeviceTest):
         self.end(device)
         return left
 
-    def test_a_device_that_never_answers(self):
+    def connect_once_only(self):
+        """The tool's own seven attempts differ in nothing but the time that they take."""
         (self.folder / "esptool.cfg").write_text("[esptool]\nconnect_attempts = 1\n")
+
+    # fault: the device never answers
+    # injected: the simulated chip keeps silent from the first request on
+    # seen: the tool's "Failed to connect to ESP32-S3: No serial data received." and status 2
+    # kept: the device's flash; the next try succeeds
+    def test_a_device_that_never_answers(self):
+        self.connect_once_only()
         left = self.fail_then_succeed("never-answers", 2, "Failed to connect to ESP32-S3: No serial data received.")
         self.assertEqual(left, bytes(FLASH_SIZE))
 
+    # fault: the device was not brought into its boot mode: it answers with garbage
+    # injected: the simulated chip answers each request with text of its firmware and bytes that are no text
+    # seen: the tool's "Possible serial noise or corruption." and status 2
+    # kept: the device's flash; the next try succeeds
+    def test_a_device_that_answers_garbage(self):
+        self.connect_once_only()
+        left = self.fail_then_succeed("garbage", 2, GARBAGE_WORDS)
+        self.assertEqual(left, bytes(FLASH_SIZE))
+
+    # fault: another chip is at the port
+    # injected: the simulated chip says that it is an ESP32-C3
+    # seen: the tool's "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?" and status 2
+    # kept: the device's flash; the next try succeeds
     def test_another_chip(self):
         left = self.fail_then_succeed("other-chip", 2, "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?")
         self.assertEqual(left, bytes(FLASH_SIZE))
 
-    def test_a_device_unplugged_at_the_start_of_the_write(self):
-        left = self.fail_then_succeed("unplugged@0", 1, UNPLUGGED_WORDS)
-        self.assertTrue(left == b"\xff" * FLASH_SIZE)
+    # fault: the device is unplugged during the erase
+    # injected: the simulated device ends, and takes its port along, before the flash is erased
+    # seen: the tool's "A serial exception error occurred" and status 1
+    # kept: what the flash held; another device at the same port is flashed
+    def test_a_device_unplugged_during_the_erase(self):
+        device = self.device("--erase-seconds", 10 * ONLY_WHEN_BROKEN)
+        host = subprocess.Popen(self.tool(RANDOM_IMAGE), stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                                **self.surroundings())
+        self.wait_for("erase")
+        self.end(device)
+        output = host.communicate(timeout=ONLY_WHEN_BROKEN)[0]
+        self.assertEqual(host.returncode, 1, output)
+        self.assertIn(UNPLUGGED_WORDS, output)
+        self.assertEqual(self.dump.read_bytes(), bytes(FLASH_SIZE))
+        self.device()
+        self.assert_flashed(RANDOM_IMAGE)
 
-    def test_a_device_unplugged_in_the_middle_of_the_write(self):
-        left = self.fail_then_succeed("unplugged@50", 1, UNPLUGGED_WORDS)
-        half = len(RANDOM_IMAGE) // 2
-        self.assertTrue(left == RANDOM_IMAGE[:half].ljust(FLASH_SIZE, b"\xff"))
+    # fault: the device is unplugged at 0, 1, 50 or 99 % of the write
+    # injected: the pseudo-terminal is closed and its name taken away at that byte of the image
+    # seen: the tool's "A serial exception error occurred" and status 1
+    # kept: the part of the image that was written; plugged in again, the next try succeeds
+    def test_a_device_unplugged_during_the_write(self):
+        for percent in PERCENTAGES:
+            left = self.fail_then_succeed(f"unplugged@{percent}", 1, UNPLUGGED_WORDS)
+            self.assertTrue(left == first_part(percent).ljust(FLASH_SIZE, b"\xff"), f"the flash after {percent} %")
 
+    # fault: one bit of the flash is wrong, at 0, 1, 50 or 99 % of the image
+    # injected: the simulated flash flips the bit behind the write
+    # seen: the tool's "MD5 of file does not match data in flash!" and status 2
+    # kept: every other bit of the image; the next try succeeds
     def test_one_wrong_bit_in_the_flash(self):
-        left = self.fail_then_succeed("bit-error@50", 2, "MD5 of file does not match data in flash!")
-        wrong = [at for at, byte in enumerate(RANDOM_IMAGE) if left[at] != byte]
-        self.assertEqual(wrong, [len(RANDOM_IMAGE) // 2])
-        self.assertEqual(left[wrong[0]] ^ RANDOM_IMAGE[wrong[0]], 1)
+        for percent in PERCENTAGES:
+            left = self.fail_then_succeed(f"bit-error@{percent}", 2, "MD5 of file does not match data in flash!")
+            wrong = [(at, left[at] ^ byte) for at, byte in enumerate(RANDOM_IMAGE) if left[at] != byte]
+            self.assertEqual(wrong, [(len(first_part(percent)), 1)])
 
+    # fault: the device stops answering at 0, 1, 50 or 99 % of the write
+    # injected: the simulated chip hangs in the middle of a request at that byte of the image
+    # seen: at 0 % the tool's "Serial data stream stopped: Possible serial noise or corruption.", later "The chip
+    #     stopped responding.", each with status 2
+    # kept: the part of the image that was written; the reset of the next try wakes the chip, and it succeeds
     def test_a_device_that_stops_answering(self):
-        self.fail_then_succeed("stops-answering@30", 2, "A fatal error occurred: The chip stopped responding.")
+        for percent in PERCENTAGES:
+            words = "The chip stopped responding." if percent else "Serial data stream stopped: Possible serial"
+            left = self.fail_then_succeed(f"stops-answering@{percent}", 2, f"A fatal error occurred: {words}")
+            self.assertTrue(left == first_part(percent).ljust(FLASH_SIZE, b"\xff"), f"the flash after {percent} %")
 
     def test_a_fault_that_is_not_limited_strikes_again(self):
         self.device("--fault", "bit-error@99")
@@ -246,6 +312,10 @@ class Faults(DeviceTest):
             self.assertEqual(self.flash(RANDOM_IMAGE).returncode, 2)
             self.wait_for("fault bit-error@99", times)
 
+    # fault: the device is unplugged and not plugged in again
+    # injected: the simulated device ends at 20 % of the write
+    # seen: the tool ends with status 1
+    # kept: nothing: the port is gone
     def test_a_device_unplugged_for_good_ends_and_takes_its_port_along(self):
         device = self.device("--fault", "unplugged@20")
         self.assertEqual(self.flash(RANDOM_IMAGE).returncode, 1)
@@ -319,6 +389,10 @@ class InstallEsptool(DeviceTest):
             version = run(PYTHON, "-B", packages / "tool-esptoolpy/esptool.py", "version").stdout
             self.assertRegex(version, r"^esptool.py v(4[.\d]+)\n\1\n$")
 
+    # fault: the real tool is to be fetched without a network
+    # injected: a proxy that nobody serves
+    # seen: "install-esptool: cannot fetch …" or "install-esptool: cannot download …", status 1
+    # kept: the home folder, without half a tool
     def test_says_in_one_line_that_there_is_no_network(self):
         result = self.install("--cache", self.folder / "cache", self.folder,
                               http_proxy=DEAD_PROXY, https_proxy=DEAD_PROXY)
@@ -326,6 +400,10 @@ class InstallEsptool(DeviceTest):
         self.assertRegex(result.stdout, r"^install-esptool: cannot (fetch|download) .*\n$")
         self.assertEqual(os.listdir(self.folder / ".platformio/packages"), [])
 
+    # fault: there is a tool of somebody else's in the home folder
+    # injected: a folder in its place
+    # seen: "install-esptool: … is a tool of somebody else's and is left alone", status 1
+    # kept: that tool
     def test_leaves_somebody_elses_tool_alone(self):
         theirs = self.folder / ".platformio/packages/tool-esptoolpy"
         theirs.mkdir(parents=True)

@@ -112,6 +112,29 @@ class FlasherWindow:
         subprocess.run(["xdotool", "windowfocus", "--sync", windows[0], "key", "alt+F4"], check=True)
         wait_until(lambda: self.process.poll() is not None, "the end of the program")
 
+    def type_keys(self, *keys: str) -> None:
+        """Types on the keyboard, to whatever has its focus."""
+        subprocess.run(["xdotool", "key", "--delay", "50", *keys], check=True)
+
+    def focus(self) -> str:
+        """The role and the name of what has the keyboard's focus."""
+        for role in ("combo box", "push button", "text"):
+            for view in self._all(role):
+                if view.get_state_set().contains(Atspi.StateType.FOCUSED) and self._is_in_front(view):
+                    return f"{role} {view.get_name()}"
+        return ""
+
+    def views(self) -> list[Atspi.Accessible]:
+        """What the window holds, in the order in which an assistive tool reads it."""
+        found: list[Atspi.Accessible] = []
+        window = self._application().get_child_at_index(0)
+        for index in range(window.get_child_count()):
+            view = window.get_child_at_index(index)
+            # A box says nothing; what is in it does.
+            inside = [view.get_child_at_index(child) for child in range(view.get_child_count())]
+            found += inside if view.get_role_name() == "filler" else [view]
+        return found
+
     # Finding things ----
 
     def _application(self) -> Atspi.Accessible | None:

@@ -15,6 +15,7 @@ BUILD = Path(os.environ["QELMO_BUILD"])
 BUNDLE = Path(os.environ["QELMO_BUNDLE"])
 PROGRAM = "Contents/MacOS/QelmoFlasher"
 PORT = Path("/dev/cu.usbmodem101")
+FLASH_SIZE = 8 * 1024 * 1024
 
 MANIFEST = "qelmo-varnox-flash-manifest.json"
 SAMPLE_IMAGE = BUILD / "sample/sample-firmware.bin"
@@ -41,12 +42,14 @@ def pack(bundle: Path, image: Path, *options: str) -> None:
 
 
 class SimulatedDevice:
-    """The simulated Cardputer at PORT. Use it in a with statement."""
+    """The simulated Cardputer at PORT, or at the port of the last option `--port`. Use it in a with statement."""
 
     def __init__(self, folder: Path, *options: str) -> None:
         self.flash = folder / "device-flash.bin"
         self.events = folder / "device-events.txt"
         self._ready = folder / "device-ready"
+        for left_by_another in (self.flash, self.events, self._ready):
+            left_by_another.unlink(missing_ok=True)
         self.process = subprocess.Popen(
             [ROOT / "tests/device/simulated_cardputer.py", "--port", PORT, "--flash-dump", self.flash,
              "--event-log", self.events, "--ready-file", self._ready, *options])
@@ -65,7 +68,8 @@ class SimulatedDevice:
         return self.events.read_text().splitlines() if self.events.exists() else []
 
     def holds(self, image: Path) -> bool:
-        return self.flash.exists() and self.flash.read_bytes() == image.read_bytes()
+        """Whether the whole flash, as the last session left it, is the image and erased behind it."""
+        return self.flash.exists() and self.flash.read_bytes() == image.read_bytes().ljust(FLASH_SIZE, b"\xff")
 
 
 class FlashingSession:

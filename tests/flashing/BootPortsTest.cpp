@@ -2,11 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <system_error>
 
 #include "platform/FileReading.h"
+#include "tests/support/DescriptorLimit.h"
 
 namespace qelmo {
 namespace {
@@ -85,26 +85,14 @@ TEST(BootPorts, AreThoseOfTheDeviceFolder) {
     EXPECT_STREQ(deviceFolder, "/dev");
 }
 
-/// Until the end of the scope this process can open nothing more.
-class NothingMoreToOpen {
-public:
-    NothingMoreToOpen() {
-        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
-        const rlimit none{0, before_.rlim_max};
-        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    }
-    NothingMoreToOpen(const NothingMoreToOpen&) = delete;
-    NothingMoreToOpen& operator=(const NothingMoreToOpen&) = delete;
-    ~NothingMoreToOpen() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-
-private:
-    rlimit before_{};
-};
-
+// fault: /dev cannot be listed
+// injected: RLIMIT_NOFILE 0 while it is listed
+// seen: an empty list, as if no port were there
+// kept: the program; no error
 TEST(BootPorts, AreNoneWhenTheDeviceFolderCannotBeRead) {
     std::vector<std::string> ports{"never listed"};
     {
-        const NothingMoreToOpen limit;
+        const DescriptorLimit limit(0);
         EXPECT_THROW((void)namesInFolder(deviceFolder), std::system_error);
         ports = listBootPorts();
     }

@@ -79,6 +79,10 @@ TEST(AtomicWrite, LeavesTheOldBytesToThoseWhoHaveThemOpen) {
     EXPECT_EQ(bytes.span()[0], std::byte{'o'});
 }
 
+// fault: a link stands in the place of the file
+// injected: a link to another file
+// seen: nothing
+// kept: the link's target; the link is replaced by the file
 TEST(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
     const TemporaryFolder folder;
     writeTestFile(folder / "victim", "precious");
@@ -89,6 +93,10 @@ TEST(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
     EXPECT_FALSE(std::filesystem::is_symlink(folder / "report"));
 }
 
+// fault: the disk is full in the middle of the file
+// injected: RLIMIT_FSIZE
+// seen: "write …: File too large"
+// kept: the old file; no temporary file
 TEST(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "old");
@@ -102,6 +110,10 @@ TEST(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
     EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("file"));
 }
 
+// fault: a folder stands in the place of the file
+// injected: a folder
+// seen: "replace …: Is a directory"
+// kept: the folder; no temporary file
 TEST(AtomicWrite, NeverWritesOverAFolder) {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder / "folder");
@@ -109,6 +121,10 @@ TEST(AtomicWrite, NeverWritesOverAFolder) {
     EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("folder"));
 }
 
+// fault: the folder of the file is missing
+// injected: a path below a folder that is not there
+// seen: "create …: No such file or directory"
+// kept: nothing was there
 TEST(AtomicWrite, RefusesAMissingFolder) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder / "none/file", "x"),
@@ -122,6 +138,10 @@ TEST(AtomicWrite, RefusesAPathWithANul) {
     EXPECT_THAT(namesInFolder(folder.path()), testing::IsEmpty());
 }
 
+// fault: the folder may not be written
+// injected: an ordinary user and a folder without the right to write
+// seen: "create …: Permission denied"
+// kept: the old file; no temporary file
 TEST(AtomicWriteDeathTest, LeavesTheOldBytesAndNoTemporaryFileInAFolderThatMayNotBeWritten) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "old");

@@ -199,6 +199,10 @@ TEST(ChildProcess, GetsTheEnvironmentThatReplacesTheInheritedOne) {
     EXPECT_EQ(run({longValue, "A=1"}), longValue + "\0A=1\0"s);
 }
 
+// fault: the program has descriptors open that a child could inherit
+// injected: three descriptors without close-on-exec
+// seen: the child has its three streams and no more
+// kept: the program's descriptors
 TEST(ChildProcess, InheritsNoOtherDescriptor) {
     const std::array descriptors{FileDescriptor(::open("/dev/null", O_RDONLY)),
                                  FileDescriptor(::open("/dev/zero", O_RDONLY)),
@@ -239,6 +243,10 @@ TEST(ChildProcess, StartsWithNoSignalBlocked) {
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+// fault: the program, or its parent, ignores signals
+// injected: SIGHUP, SIGPIPE, SIGTERM and SIGINT are ignored
+// seen: the child starts with the default of each
+// kept: the program's own choice
 TEST(ChildProcess, StartsWithNoSignalIgnored) {
     const std::array signals{SIGHUP, SIGPIPE, SIGTERM, SIGINT};
     for (const int signal : signals) ASSERT_NE(std::signal(signal, SIG_IGN), SIG_ERR);
@@ -254,6 +262,10 @@ TEST(ChildProcess, ReportsItsExitStatus) {
     EXPECT_EQ(statusOf("exit 255"), 255);
 }
 
+// fault: a child is killed
+// injected: a real child sends itself SIGTERM or SIGKILL
+// seen: the signal's number as its status
+// kept: the child is reaped
 TEST(ChildProcess, ReportsASignalAsANumberOtherThanZero) {
     EXPECT_EQ(statusOf("kill -TERM $$"), SIGTERM);
     EXPECT_EQ(statusOf("kill -KILL $$"), SIGKILL);
@@ -327,6 +339,10 @@ TEST(ChildProcess, DeliversEveryByteOfALongOutput) {
     EXPECT_EQ(run.output(), expected);
 }
 
+// fault: a grandchild keeps the pipe open
+// injected: a real child that leaves a sleeping process behind
+// seen: the child's exit at once
+// kept: no thread is left when the output is not wanted any more
 TEST(ChildProcess, ReportsItsExitWhileAGrandchildKeepsThePipeOpen) {
     SupervisedRun run(shell, {"-c", "sleep 600 & echo $!; exit 3"});
     run.process->launchSupervised();
@@ -393,6 +409,10 @@ TEST(ChildProcess, RunsWithoutHandlers) {
     EXPECT_TRUE(before.areBack());
 }
 
+// fault: the executable is missing
+// injected: a path that does not exist
+// seen: "start /nonexistent/python3: No such file or directory"
+// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAMissingExecutable) {
     expectRefusal("/nonexistent/python3", {"x"}, "start /nonexistent/python3: No such file or directory");
 }
@@ -405,12 +425,20 @@ TEST(ChildProcess, SearchesNothingForABareName) {
     std::filesystem::current_path(before);
 }
 
+// fault: the executable may not be executed
+// injected: a file without the right
+// seen: "start …: Permission denied"
+// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAFileThatIsNotExecutable) {
     const TemporaryFolder folder;
     writeTestFile(folder / "tool", "#!/bin/sh\n");
     expectRefusal(folder / "tool", {}, "start " + (folder / "tool") + ": Permission denied");
 }
 
+// fault: the executable is no program
+// injected: an executable text file
+// seen: "start …: Exec format error"
+// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAFileInNoExecutableFormat) {
     const TemporaryFolder folder;
     writeTestFile(folder / "tool", "text");
@@ -418,17 +446,29 @@ TEST(ChildProcess, RefusesAFileInNoExecutableFormat) {
     expectRefusal(folder / "tool", {}, "start " + (folder / "tool") + ": Exec format error");
 }
 
+// fault: a folder stands in the place of the executable
+// injected: a folder
+// seen: "start …: Permission denied"
+// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAFolder) {
     const TemporaryFolder folder;
     expectRefusal(folder.path(), {}, "start " + folder.path() + ": Permission denied");
 }
 
+// fault: an argument holds a NUL
+// injected: a NUL in an argument and in the executable's path
+// seen: "start … (an argument holds a NUL character): Invalid argument"
+// kept: nothing runs with a shortened argument
 TEST(ChildProcess, RefusesANulThatWouldCutAnArgumentOrItsNameShort) {
     expectRefusal("/bin/echo", {"a", "b\0c"s},
                   "start /bin/echo (an argument holds a NUL character): Invalid argument");
     expectRefusal("/bin/true\0x"s, {}, "start /bin/true?x: Invalid argument");
 }
 
+// fault: the arguments are too long for the system
+// injected: an argument of 256 KB
+// seen: "start /bin/true: Argument list too long"
+// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesArgumentsThatAreTooLongForTheSystem) {
     expectRefusal("/bin/true", {std::string(1 << 18, 'a')}, "start /bin/true: Argument list too long");
 }

@@ -64,16 +64,28 @@ TEST(FileReading, ReadsAFileOfExactlyTheLimitAndRefusesOneByteMore) {
     EXPECT_EQ(refusalOf(folder / "file", 4), "read " + (folder / "file") + ": File too large");
 }
 
+// fault: a file is missing
+// injected: a path that does not exist
+// seen: "open …: No such file or directory"
+// kept: no descriptor stays open
 TEST(FileReading, RefusesAMissingFile) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder / "none"), "open " + (folder / "none") + ": No such file or directory");
 }
 
+// fault: a folder stands in the place of a file
+// injected: a folder
+// seen: "read …: Is a directory"
+// kept: the folder
 TEST(FileReading, RefusesAFolder) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder.path()), "read " + folder.path() + ": Is a directory");
 }
 
+// fault: a FIFO stands in the place of a file
+// injected: a FIFO that nobody writes to
+// seen: "read (not a regular file) …: Invalid argument"
+// kept: the program, which does not wait
 TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
     const TemporaryFolder folder;
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
@@ -81,6 +93,10 @@ TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
               "read (not a regular file) " + (folder / "fifo") + ": Invalid argument");
 }
 
+// fault: a device stands in the place of a file
+// injected: /dev/null
+// seen: "read (not a regular file) /dev/null: Invalid argument"
+// kept: the device is not opened
 TEST(FileReading, RefusesADevice) {
     EXPECT_EQ(refusalOf("/dev/null"), "read (not a regular file) /dev/null: Invalid argument");
 }
@@ -95,6 +111,10 @@ TEST(FileReading, RefusesAPathWithANulInsteadOfOpeningItsBeginning) {
     EXPECT_FALSE(isFolder(folder.path() + "\0"s));
 }
 
+// fault: a file may not be read
+// injected: an ordinary user and a file without the right to read
+// seen: "open …: Permission denied"
+// kept: the file
 TEST(FileReadingDeathTest, RefusesAFileThatTheUserMayNotRead) {
     const TemporaryFolder folder;
     writeTestFile(folder / "secret", "text");
@@ -103,6 +123,10 @@ TEST(FileReadingDeathTest, RefusesAFileThatTheUserMayNotRead) {
                 "open .*/secret: Permission denied");
 }
 
+// fault: a file becomes shorter while it is read
+// injected: the file is cut between opening and reading
+// seen: the bytes that are left, which no digest matches
+// kept: the program
 TEST(FileReading, GivesFewerBytesOfAFileThatBecameShorter) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "12345");
@@ -111,6 +135,10 @@ TEST(FileReading, GivesFewerBytesOfAFileThatBecameShorter) {
     EXPECT_EQ(file.readAll(noLimit).span().size(), 2U);
 }
 
+// fault: a file becomes longer while it is read
+// injected: the file grows between opening and reading
+// seen: "read (the file is being changed) …: Resource temporarily unavailable"
+// kept: the file
 TEST(FileReading, RefusesAFileThatBecameLonger) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "12345");

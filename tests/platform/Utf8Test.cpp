@@ -147,5 +147,16 @@ TEST(Utf8, AgreesWithASlowDecoderOnFourBytesAtEveryBoundary) {
     }
 }
 
+TEST(ShownOnOneLine, HasNoCharacterThatEndsALineOrThatATerminalObeys) {
+    EXPECT_EQ(shownOnOneLine("a\nb\rc\x1B[31md\x7F"), "a?b?c?[31md?");
+    EXPECT_EQ(shownOnOneLine("a\u202Eb\u2066c\u2069"), "a?b?c?");
+    EXPECT_EQ(shownOnOneLine("a\u0085b\u009B31mc\u2028d\u2029e"), "a?b?31mc?d?e");
+}
+
+TEST(ShownOnOneLine, KeepsEveryOtherCharacter) {
+    EXPECT_EQ(shownOnOneLine("d\u00FCr \u00A0 \u2027 \u202F \u2065 \U0001F600 \xFF"),
+              "d\u00FCr \u00A0 \u2027 \u202F \u2065 \U0001F600 \uFFFD");
+}
+
 }  // namespace
 }  // namespace qelmo

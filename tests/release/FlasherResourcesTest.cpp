@@ -60,6 +60,10 @@ TEST(ReleaseValidation, PassesTheSmallestCompleteImageOf65537Bytes) {
     EXPECT_EQ(resources.checksum.size(), 64U);
 }
 
+// fault: the bundle has no resource folder
+// injected: the folder is removed
+// seen: "The embedded flash manifest is missing."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsMissing) {
     ReleaseFixture release;
     fs::remove_all(release.resources());
@@ -75,6 +79,10 @@ TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsMissing) {
         FlasherFailure);
 }
 
+// fault: a file stands in the place of the resource folder
+// injected: an empty file of that name
+// seen: "The embedded flash manifest is missing."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsAFile) {
     ReleaseFixture release;
     fs::remove_all(release.resources());
@@ -82,6 +90,10 @@ TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsAFile) {
     EXPECT_THROW((void)FlasherResources::load(release.bundle()), FlasherFailure);
 }
 
+// fault: the manifest may not be read
+// injected: mode 0, and a child that is an ordinary user
+// seen: "The embedded flash manifest is missing."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidationDeathTest, ReportsAManifestThatMayNotBeReadAsMissing) {
     ReleaseFixture release;
     release.writeManifest(release.manifest.text());
@@ -90,6 +102,10 @@ TEST(ReleaseValidationDeathTest, ReportsAManifestThatMayNotBeReadAsMissing) {
                 testing::ExitedWithCode(0), "^The embedded flash manifest is missing.$");
 }
 
+// fault: a folder stands in the place of the manifest
+// injected: a folder of that name
+// seen: "read …/qelmo-varnox-flash-manifest.json: Is a directory"
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, PassesTheFileLayersErrorForAManifestThatIsAFolder) {
     ReleaseFixture release;
     fs::create_directory(release.manifestFile());
@@ -101,6 +117,10 @@ TEST(ReleaseValidation, PassesTheFileLayersErrorForAManifestThatIsAFolder) {
     }
 }
 
+// fault: the manifest cannot be decoded
+// injected: a number written as a text
+// seen: "flash.baud: expected an integer, found a string"
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, PassesTheDecodersError) {
     ReleaseFixture release;
     release.manifest.set("flash.baud", R"("921600")");
@@ -108,6 +128,10 @@ TEST(ReleaseValidation, PassesTheDecodersError) {
     EXPECT_THROW((void)release.load(), ManifestDecodingError);
 }
 
+// fault: the manifest is larger than 16 MiB
+// injected: a sparse file of one byte more
+// seen: "read …/qelmo-varnox-flash-manifest.json: File too large"
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAManifestBeyondEverySensibleLength) {
     ReleaseFixture release;
     release.writeManifest("");
@@ -120,6 +144,10 @@ TEST(ReleaseValidation, RefusesAManifestBeyondEverySensibleLength) {
     }
 }
 
+// fault: the manifest has another schema version
+// injected: 0, 2, -1 and the largest integer
+// seen: "The embedded flash manifest version is unsupported."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesEverySchemaButOne) {
     for (const char* version : {"0", "2", "-1", "9223372036854775807"}) {
         ReleaseFixture release;
@@ -128,6 +156,10 @@ TEST(ReleaseValidation, RefusesEverySchemaButOne) {
     }
 }
 
+// fault: the release is for another chip, or its name is spelled otherwise
+// injected: seven other texts
+// seen: "This release is not locked to ESP32-S3."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesEveryChipFamilyThatIsNotWrittenExactly) {
     for (const char* chip :
          {"esp32-s3", "ESP32-S3 ", " ESP32-S3", "ESP32S3", "ESP32-S2", "ESP32-S3\\u0000", ""}) {
@@ -137,6 +169,10 @@ TEST(ReleaseValidation, RefusesEveryChipFamilyThatIsNotWrittenExactly) {
     }
 }
 
+// fault: the image is to be written to another address
+// injected: 1, -1 and 65536
+// seen: "The complete firmware must flash at address 0x0."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesEveryAddressButZero) {
     for (const char* offset : {"1", "-1", "65536"}) {
         ReleaseFixture release;
@@ -145,6 +181,10 @@ TEST(ReleaseValidation, RefusesEveryAddressButZero) {
     }
 }
 
+// fault: the flash has another size or mode, or they are spelled otherwise
+// injected: ten other texts
+// seen: "The embedded flash geometry is not Cardputer ADV safe."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesEveryOtherGeometryAndEveryOtherSpellingOfIt) {
     for (const char* size : {"8mb", "4MB", "16MB", "8MB ", "keep", ""}) {
         ReleaseFixture release;
@@ -173,6 +213,10 @@ TEST(ReleaseValidation, ChecksNoneOfTheOtherFields) {
     EXPECT_EQ(release.failure(), "");
 }
 
+// fault: the image is missing
+// injected: the manifest names a file that is not there
+// seen: "open …/other.bin: No such file or directory"
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, PassesTheFileLayersErrorForAMissingImage) {
     ReleaseFixture release;
     release.manifest.set("binary.path", R"("other.bin")");
@@ -180,12 +224,20 @@ TEST(ReleaseValidation, PassesTheFileLayersErrorForAMissingImage) {
     EXPECT_THROW((void)release.load(), std::system_error);
 }
 
+// fault: the image is a folder
+// injected: the manifest names the resource folder itself
+// seen: "read …/: Is a directory"
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, PassesTheFileLayersErrorForAnImageThatIsAFolder) {
     ReleaseFixture release;
     release.manifest.set("binary.path", R"("")");
     EXPECT_EQ(release.failure(), "read " + release.resources() + "/: Is a directory");
 }
 
+// fault: the image may not be read
+// injected: mode 0, and a child that is an ordinary user
+// seen: "open …/release-complete.bin: Permission denied"
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidationDeathTest, PassesTheFileLayersErrorForAnImageThatMayNotBeRead) {
     ReleaseFixture release;
     ASSERT_EQ(::chmod(release.image().c_str(), 0), 0);
@@ -205,6 +257,10 @@ TEST(ReleaseValidation, TakesTheImagePathExactlyAsWritten) {
     EXPECT_EQ(release.failure(), "open " + release.resources() + "/a??: Invalid argument");
 }
 
+// fault: the image is not as long as the manifest says
+// injected: one byte more or less, none, and impossible lengths in the manifest
+// seen: "The embedded firmware size does not match its manifest."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAnImageOfAnotherLength) {
     for (const char* size : {"65536", "65538", "0", "-65537", "9223372036854775807"}) {
         ReleaseFixture release;
@@ -213,18 +269,30 @@ TEST(ReleaseValidation, RefusesAnImageOfAnotherLength) {
     }
 }
 
+// fault: the image is empty
+// injected: an empty file, which the manifest calls so
+// seen: "The embedded file is not a complete QELMO firmware image."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAnEmptyImageAsIncompleteWhenItsLengthMatches) {
     ReleaseFixture release;
     release.setImage("");
     EXPECT_EQ(release.failure(), incompleteImage);
 }
 
+// fault: the image ends before its application
+// injected: 65536 bytes, which the manifest calls so
+// seen: "The embedded file is not a complete QELMO firmware image."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAnImageOfExactly65536Bytes) {
     ReleaseFixture release;
     release.setImage(std::string(65536, '\xE9'));
     EXPECT_EQ(release.failure(), incompleteImage);
 }
 
+// fault: the image has no boot loader or no application
+// injected: another first byte of either
+// seen: "The embedded file is not a complete QELMO firmware image."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAnImageWithoutTheMagicAtTheStartOrAtTheApplication) {
     for (const std::size_t place : {std::size_t{0}, std::size_t{65536}}) {
         ReleaseFixture release;
@@ -235,6 +303,10 @@ TEST(ReleaseValidation, RefusesAnImageWithoutTheMagicAtTheStartOrAtTheApplicatio
     }
 }
 
+// fault: the image was damaged
+// injected: one other bit
+// seen: "The embedded firmware checksum is not trusted."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAnImageWithOneOtherBit) {
     ReleaseFixture release;
     std::string image = ReleaseFixture::smallestImage();
@@ -253,6 +325,10 @@ TEST(ReleaseValidation, PassesADigestInUpperCaseAndKeepsItInLowerCase) {
     EXPECT_EQ(resources.manifest.binary.sha256, upperCase(digest));
 }
 
+// fault: the manifest's digest is no plain digest
+// injected: a line feed, blanks, a prefix, a NUL, a digit less, nothing
+// seen: "The embedded firmware checksum is not trusted."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesADigestWithAnythingAroundIt) {
     const std::string digest = ReleaseFixture::digestOf(ReleaseFixture::smallestImage());
     for (const std::string& text : {digest + "\\n", " " + digest, digest + " ", "sha256:" + digest,
@@ -263,12 +339,20 @@ TEST(ReleaseValidation, RefusesADigestWithAnythingAroundIt) {
     }
 }
 
+// fault: the flashing tool is missing
+// injected: its file is removed
+// seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, ReportsAMissingToolOnAValidRelease) {
     ReleaseFixture release;
     fs::remove(release.tool());
     EXPECT_EQ(release.failure(), toolMissing);
 }
 
+// fault: the flashing tool may not be read
+// injected: mode 0, and a child that is an ordinary user
+// seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidationDeathTest, ReportsAToolThatMayNotBeReadAsMissing) {
     ReleaseFixture release;
     release.writeManifest(release.manifest.text());
@@ -296,6 +380,10 @@ TEST(ReleaseValidation, ReportsTheSchemaBeforeTheChip) {
     EXPECT_EQ(release.failure(), wrongSchema);
 }
 
+// fault: the image was damaged, and the tool is missing too
+// injected: another digest in the manifest, and no tool
+// seen: "The embedded firmware checksum is not trusted."
+// kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, ReportsTheDigestBeforeTheMissingTool) {
     ReleaseFixture release;
     release.manifest.set("binary.sha256", R"("00")");
@@ -303,6 +391,10 @@ TEST(ReleaseValidation, ReportsTheDigestBeforeTheMissingTool) {
     EXPECT_EQ(release.failure(), wrongDigest);
 }
 
+// fault: everything is wrong at once
+// injected: each check has its fault, and they are mended one by one
+// seen: the fault of the first check that fails, each time
+// kept: the files, which are only read; the mended release passes
 TEST(ReleaseValidation, ReportsTheFirstOfAllFaultsAndThenTheNext) {
     ReleaseFixture release;
     // Every fault at once; each is mended in turn and uncovers the next.
@@ -357,6 +449,10 @@ TEST(ReleaseValidation, LeavesNoFileOpenWhetherItPassesOrFails) {
     EXPECT_EQ(ProcessResources::now().descriptors, before.descriptors);
 }
 
+// fault: the image is beyond every flash
+// injected: a sparse file of 1 TiB, which the manifest calls so
+// seen: "read …/release-complete.bin: File too large"
+// kept: the memory; nothing can be flashed
 TEST(ReleaseValidation, RefusesAHugeFileOfTheRightLengthWithoutReadingIt) {
     ReleaseFixture release;
     constexpr std::uint64_t size = 1ULL << 40;

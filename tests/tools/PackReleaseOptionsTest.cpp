@@ -63,6 +63,10 @@ TEST(PackReleaseOptions, CapitalizeOnlyTheAsciiLettersOfTheNameForTheButton) {
     EXPECT_EQ(packRequest(arguments).confirmation, "FLASH STRAßE é2");
 }
 
+// fault: a required option is missing
+// injected: each of the four left out in turn
+// seen: "--bundle: the option is missing", and so on
+// kept: the bundle, which was not touched yet
 TEST(PackReleaseOptions, NameTheRequiredOptionThatIsMissing) {
     for (std::size_t pair = 0; pair < required.size(); pair += 2) {
         Arguments arguments = required;
@@ -72,6 +76,11 @@ TEST(PackReleaseOptions, NameTheRequiredOptionThatIsMissing) {
     }
 }
 
+// fault: an option is unknown, repeated, or without a value
+// injected: nine such command lines
+// seen: "--speed: unknown option", "--name: given more than once", "--hardware: the value is missing" or
+//     "--hardware: the value is empty"
+// kept: the bundle, which was not touched yet
 TEST(PackReleaseOptions, RefuseWhatIsUnknownRepeatedOrWithoutValue) {
     EXPECT_EQ(errorFor(requiredAnd({"--speed", "1"})), "--speed: unknown option");
     EXPECT_EQ(errorFor(requiredAnd({"--baud=115200"})), "--baud=115200: unknown option");
@@ -84,6 +93,11 @@ TEST(PackReleaseOptions, RefuseWhatIsUnknownRepeatedOrWithoutValue) {
     EXPECT_EQ(errorFor(requiredAnd({"--hardware", ""})), "--hardware: the value is empty");
 }
 
+// fault: the flashing tool would refuse a value
+// injected: speeds, a frequency and a way to end that it does not know
+// seen: "--baud: not a positive integer", "--frequency: must be 80m, 40m, 26m or 20m" or "--after: must be
+//     hard_reset, soft_reset or no_reset"
+// kept: the bundle, which was not touched yet
 TEST(PackReleaseOptions, RefuseValuesThatTheFlashingToolWouldNotTake) {
     for (const char* baud : {"0", "-1", "+1", "1e6", "115200 ", "9223372036854775808"})
         EXPECT_EQ(errorFor(requiredAnd({"--baud", baud})), "--baud: not a positive integer") << baud;
@@ -92,6 +106,10 @@ TEST(PackReleaseOptions, RefuseValuesThatTheFlashingToolWouldNotTake) {
               "--after: must be hard_reset, soft_reset or no_reset");
 }
 
+// fault: a text is no UTF-8
+// injected: ill-formed sequences in each text
+// seen: "--hardware: not valid UTF-8", and so on
+// kept: the bundle, which was not touched yet
 TEST(PackReleaseOptions, RefuseTextThatIsNotUtf8) {
     for (const char* option : {"--hardware", "--confirmation"})
         EXPECT_EQ(errorFor(requiredAnd({option, "\xC3("})), std::string(option) + ": not valid UTF-8");

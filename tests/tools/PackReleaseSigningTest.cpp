@@ -42,6 +42,10 @@ TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
     EXPECT_EQ(readTestFile(calls), std::string(signCall) + verifyCall);
 }
 
+// fault: the signing tool fails
+// injected: a stand-in for it ends with 3
+// seen: "the new release is in place, but signing the bundle failed: … ended with 3: …"
+// kept: the new release
 TEST_F(PackReleaseSigning, SaysThatTheReleaseIsInPlaceWhenTheToolFailsAndDoesNotVerify) {
     standInDoes("echo 'Some Flasher.app: bundle format unrecognized' >&2; exit 3");
     EXPECT_EQ(errorOfSigning(), "the new release is in place, but signing the bundle failed: " + tool +
@@ -49,12 +53,20 @@ TEST_F(PackReleaseSigning, SaysThatTheReleaseIsInPlaceWhenTheToolFailsAndDoesNot
     EXPECT_EQ(readTestFile(calls), signCall);
 }
 
+// fault: the signature does not verify
+// injected: a stand-in for the signing tool refuses to verify
+// seen: "the new release is in place, but verifying its signature failed: … ended with 1: …"
+// kept: the new release
 TEST_F(PackReleaseSigning, PassesTheFindingOfTheVerification) {
     standInDoes("[ \"$1\" != --verify ] || { echo 'a sealed resource is missing or invalid'; exit 1; }");
     EXPECT_EQ(errorOfSigning(), "the new release is in place, but verifying its signature failed: " + tool +
                                     " ended with 1: a sealed resource is missing or invalid");
 }
 
+// fault: the signing tool prints very much
+// injected: a stand-in for it prints 300000 bytes
+// seen: nothing
+// kept: the new release, signed
 TEST_F(PackReleaseSigning, ReadsAToolThatPrintsMoreThanAPipeHolds) {
     standInDoes("head -c 300000 /dev/zero | tr '\\0' x");
     EXPECT_EQ(errorOfSigning(), "no error");
@@ -67,6 +79,10 @@ TEST_F(PackReleaseSigning, KeepsABundleWhoseNameStartsWithADashFromBeingAnOption
               "[--force][--deep][--sign][-][./-v.app]\n[--verify][--deep][--strict][./-v.app]\n");
 }
 
+// fault: the bundle shall be signed where nothing can sign
+// injected: no file at the tool's place
+// seen: "--sign: there is no … here; bundles are signed on macOS"
+// kept: the bundle, which was not touched yet
 TEST_F(PackReleaseSigning, NeedsAToolThatCanBeRun) {
     standInDoes("exit 0");
     EXPECT_NO_THROW(requireSigningTool(tool));

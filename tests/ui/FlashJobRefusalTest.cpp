@@ -83,16 +83,28 @@ protected:
     }
 };
 
+// fault: no release has been validated
+// injected: the press without one
+// seen: nothing
+// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, IsSilentWithoutARelease) {
     delegate->resources.reset();
     expectSilence();
 }
 
+// fault: no port is selected
+// injected: the press without a selection
+// seen: nothing
+// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, IsSilentWhenNoPortIsSelected) {
     delegate->portPopup->setCurrentIndex(-1);
     expectSilence();
 }
 
+// fault: the selection is outside the list of ports
+// injected: a further item in the menu
+// seen: nothing
+// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, IsSilentWithTheSelectionOutsideTheListOfPorts) {
     delegate->portPopup->addItem(QStringLiteral("/dev/cu.usbmodem102"));
     delegate->portPopup->setCurrentIndex(1);
@@ -106,6 +118,10 @@ TEST_F(FlashJobRefusal, IsSilentWithThePlaceholderSelected) {
     expectSilence();
 }
 
+// fault: the button is pressed while a job runs
+// injected: the press during a real job
+// seen: nothing
+// kept: the running job
 TEST_F(FlashJobRefusal, IsSilentWhileAJobRuns) {
     const Fifo gate;
     setTool("open('" + gate.path() + "').read()\nsys.exit(1)");
@@ -119,6 +135,10 @@ TEST_F(FlashJobRefusal, IsSilentWhileAJobRuns) {
     EXPECT_TRUE(waitForEndOfJob());
 }
 
+// fault: the image was changed after validation
+// injected: one byte of the file
+// seen: the alert "QELMO Flasher stopped" with "The embedded firmware checksum is not trusted."
+// kept: status, release and ports; nothing is asked, nothing runs
 TEST_F(FlashJobRefusal, NamesTheFaultOfAnImageThatWasChanged) {
     std::string image = ReleaseFixture::smallestImage();
     image[100] = 'x';
@@ -126,17 +146,30 @@ TEST_F(FlashJobRefusal, NamesTheFaultOfAnImageThatWasChanged) {
     expectPressRefused("The embedded firmware checksum is not trusted.");
 }
 
+// fault: the tool was removed after validation
+// injected: the file is removed
+// seen: the alert "QELMO Flasher stopped" with "The local Espressif tool is missing. Run
+//     BUILD-FULL-MAC.command once."
+// kept: status, release and ports; nothing is asked, nothing runs
 TEST_F(FlashJobRefusal, NamesTheFaultWhenTheToolIsGone) {
     std::filesystem::remove(release.tool());
     expectPressRefused("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
 }
 
+// fault: the manifest was damaged after validation
+// injected: a value of another type
+// seen: the alert "QELMO Flasher stopped" with "flash.baud: expected an integer, found a string"
+// kept: status, release and ports; nothing is asked, nothing runs
 TEST_F(FlashJobRefusal, NamesTheFaultOfAManifestThatCannotBeDecoded) {
     release.manifest.set("flash.baud", R"("fast")");
     writeRelease();
     expectPressRefused("flash.baud: expected an integer, found a string");
 }
 
+// fault: another valid release took the place of the validated one
+// injected: image and manifest are replaced
+// seen: the alert "QELMO Flasher stopped" with "The embedded release changed after validation."
+// kept: status, release and ports; nothing is asked, nothing runs
 TEST_F(FlashJobRefusal, RefusesAnotherValidReleaseThatTookThePlaceOfTheValidatedOne) {
     std::string image = ReleaseFixture::smallestImage();
     image[100] = 'x';
@@ -159,6 +192,10 @@ TEST_F(FlashJobRefusal, AsksBeforeAnythingIsErased) {
     EXPECT_EQ(answer.alert().defaultButton, "ERASE + FLASH");
 }
 
+// fault: the user does not confirm
+// injected: a click on "Cancel"
+// seen: "Flash cancelled. Nothing was written."
+// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, WritesOneLineWhenTheUserCancels) {
     expectDeclined(click("Cancel"));
 }
@@ -171,6 +208,10 @@ TEST_F(FlashJobRefusal, TakesClosingTheAlertAsCancel) {
     expectDeclined(closeAlert());
 }
 
+// fault: the button is pressed again behind the open alert
+// injected: two more presses
+// seen: nothing
+// kept: the one alert
 TEST_F(FlashJobRefusal, IgnoresASecondPressBehindAnOpenAlert) {
     const AlertAction pressAgain = [this](QMessageBox&) {
         delegate->flashDevice();
@@ -188,6 +229,10 @@ TEST_F(FlashJobRefusal, CanBeFollowedByAJob) {
 /// Here the interpreter is hidden by the test's surroundings.
 class WithoutTheInterpreter : public ReadyWindowTest {};
 
+// fault: the interpreter may not be executed
+// injected: a device in its place, in mounts of the test's own
+// seen: "FLASHER COULD NOT START" in danger; the alert names the interpreter
+// kept: the flash button is enabled again
 TEST_F(WithoutTheInterpreter, AFlashJobSaysThatItCannotStartAndWhy) {
     takeLog();
     const AlertAnswer confirmation(click("ERASE + FLASH"));

@@ -142,6 +142,10 @@ TEST_F(FlashJob, ReportsSuccessInTheStatusThenTheLogThenAnAlert) {
     expectControlsEnabled();
 }
 
+// fault: the tool ends with a status that is not 0
+// injected: a real child ends with 1
+// seen: "FLASH FAILED" in danger; the failure line ends the log; no alert
+// kept: all controls are enabled
 TEST_F(FlashJob, FailsWithoutAnAlertWhenTheToolExitsWithOne) {
     expectFailure("sys.exit(1)");
 }
@@ -154,6 +158,10 @@ TEST_F(FlashJob, FailsWithoutAnAlertWhenTheToolIsKilled) {
     expectFailure("os.kill(os.getpid(), signal.SIGKILL)");
 }
 
+// fault: the tool fails, and the user tries again
+// injected: a real child ends with 2, the next one well
+// seen: "FLASH FAILED", then "FLASH COMPLETE"
+// kept: the release and the port
 TEST_F(FlashJob, CanBeRepeatedAfterAFailure) {
     expectFailure("sys.exit(2)");
     setTool("");
@@ -197,6 +205,10 @@ TEST_F(FlashJob, WorksOnTheChosenPort) {
     EXPECT_THAT(argumentsOfSuccessfulJob(), HasSubstr("\n--port\n/dev/cu.usbmodem102\n"));
 }
 
+// fault: port and release are lost while the user is asked
+// injected: the node is removed and the manifest damaged behind the alert
+// seen: the job as it was confirmed
+// kept: the tool's arguments
 TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
     letToolWriteDownItsArguments();
     const AlertAction loseEverything = [this](QMessageBox&) {
@@ -227,6 +239,10 @@ TEST_F(FlashJob, LeavesTheListOfPortsAloneAfterAnyOutcome) {
     EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre(port.path()));
 }
 
+// fault: the tool cannot be launched
+// injected: an environment that is too long for the system
+// seen: "FLASHER COULD NOT START" in danger; the alert names the interpreter and "Argument list too long"
+// kept: all controls are enabled; the next press runs a job
 TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     takeLog();
     {
@@ -250,6 +266,10 @@ TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     EXPECT_EQ(takeLog(), std::string(startLine) + completeLine);
 }
 
+// fault: the window is gone when the tool ends
+// injected: it is destroyed while a real child runs
+// seen: nothing
+// kept: the tool runs to its end
 TEST_F(FlashJob, EndsWithoutATraceWhenTheDelegateIsGone) {
     const Fifo gate;
     setTool("open('" + gate.path() + "').read()\nprint('late words')");

@@ -111,6 +111,10 @@ TEST_F(ReleaseStatus, ReportsAFirstSuccessAsVerifiedEvenWhenTheUserAskedForIt) {
     EXPECT_EQ(textOf(delegate->statusLabel), "WAITING FOR G0 BOOT PORT");
 }
 
+// fault: a refresh finds a fault
+// injected: the tool is removed
+// seen: "NOT READY" in danger and the reason in the panel and the log
+// kept: the button's title and the list of ports; no flash
 TEST_F(ReleaseStatus, KeepsTheTitleAndThePortsWhenARefreshFails) {
     const BootPort port("cu.usbmodem101");
     release.manifest.set("flash.confirmationText", R"("FLASH VARNOX & MORE")");
@@ -164,6 +168,10 @@ Damage wrongValue(const std::string& name, const std::string& path, const std::s
 
 class DamagedRelease : public ReleaseStatus, public testing::WithParamInterface<Damage> {};
 
+// fault: the release is damaged at the start
+// injected: each checked value, the image's magic and the tool in turn
+// seen: "NOT READY" in danger; the sentence of that fault in the panel, and behind "STOP: " in the log
+// kept: the window; no flash
 TEST_P(DamagedRelease, IsRefusedInThePanelTheStatusAndTheLog) {
     GetParam().make(release);
     writeRelease();
@@ -189,6 +197,10 @@ INSTANTIATE_TEST_SUITE_P(
                "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."}),
     [](const auto& test) { return test.param.name; });
 
+// fault: the image is missing at the start
+// injected: the file is removed
+// seen: "RELEASE VALIDATION FAILED" and "open …/release-complete.bin: No such file or directory"
+// kept: the window
 TEST_F(ReleaseStatus, NamesTheImageThatIsMissing) {
     std::filesystem::remove(release.image());
     launch();

@@ -1,17 +1,25 @@
-// Not checks but pictures: puts the real window into each of its states and saves what the screen shows, as
-// PNG files in the working directory. Run by the target "screenshots".
+// Puts the real window into each of its states, compares what the screen shows with the tables of sizes and
+// colours, and saves it as a PNG file in the working directory. No glyph is compared.
 
 #include <QApplication>
+#include <QComboBox>
 #include <QGuiApplication>
-#include <QPainter>
+#include <QPushButton>
 #include <QScreen>
 #include <QTest>
 #include <QWindow>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 
 #include "tests/support/Fifo.h"
+#include "tests/support/ScopedEnvironment.h"
+#include "tests/ui/WindowRows.h"
 #include "tests/ui/WindowTest.h"
+#include "ui/ActionButton.h"
+#include "ui/ActivityBar.h"
+#include "ui/TextLabel.h"
 
 namespace qelmo {
 
@@ -39,6 +47,56 @@ for block in range(1, 26):
     sys.stdout.write('Writing at 0x%08x... (%d %%)\r' % (block * 0x14000, block * 4))
 )PY";
 
+/// What the window shows in one of its states.
+struct State {
+    const char* name;
+    const char* status;
+    const char* statusColour;
+    bool menuIsEnabled;
+    bool refreshIsEnabled;
+    bool flashIsEnabled;
+    bool isBusy = false;
+};
+
+constexpr const char* accent = "#1fd4ed";
+constexpr const char* warning = "#ffa333";
+constexpr const char* danger = "#ff4d4a";
+
+constexpr auto states = std::to_array<State>({
+    {"start", "STARTING", warning, true, true, false},
+    {"ready", "READY", accent, true, true, true},
+    {"choose-port", "CHOOSE CARDPUTER PORT", accent, true, true, true},
+    {"no-port", "WAITING FOR G0 BOOT PORT", warning, false, true, false},
+    {"validation-failed", "NOT READY", danger, true, true, false},
+    {"confirmation", "READY", accent, true, true, true},
+    {"flashing", "FLASHING — DO NOT DISCONNECT", warning, false, false, false, true},
+    {"failed", "FLASH FAILED", danger, true, true, true},
+    {"complete-alert", "FLASH COMPLETE", accent, true, true, true},
+    {"complete", "FLASH COMPLETE", accent, true, true, true},
+    {"error-alert", "READY", accent, true, true, true},
+    {"could-not-start-alert", "FLASHER COULD NOT START", danger, true, true, true},
+    {"could-not-start", "FLASHER COULD NOT START", danger, true, true, true},
+});
+
+const State& stateNamed(const std::string& name) {
+    for (const State& state : states)
+        if (state.name == name) return state;
+    throw std::runtime_error("no state " + name);
+}
+
+/// A place in a control of this size where its ground is seen.
+QPoint besideText(const QSize& size) {
+    return {3, size.height() / 2};
+}
+
+/// The ground of a plain button that is enabled or not, in the colours of the application.
+std::string groundOfAButton(bool isEnabled, const QSize& size) {
+    QPushButton plain;
+    plain.resize(size);
+    plain.setEnabled(isEnabled);
+    return hex(plain.grab().toImage().pixelColor(plain.devicePixelRatio() * besideText(size)));
+}
+
 /// The example release that all pictures show.
 class ScreenPictures : public WindowTest {
 protected:
@@ -61,6 +119,7 @@ protected:
     }
 
     void save(const std::string& state) const {
+        expectState(stateNamed(state));
         const qreal scale = qGuiApp->devicePixelRatio();
         const QRect frame = delegate->window->frameGeometry();
         // grabWindow takes lengths of the window's own kind; the picture has the screen's.
@@ -68,6 +127,46 @@ protected:
             delegate->window->screen()->grabWindow(0, frame.x(), frame.y(), frame.width(), frame.height());
         const std::string name = state + (scale > 1 ? "@2x" : "") + ".png";
         EXPECT_TRUE(picture.save(QString::fromStdString(name))) << name;
+    }
+
+    /// The window as its state must show it; what an alert covers is not looked at.
+    void expectState(const State& state) const {
+        SCOPED_TRACE(state.name);
+        expectRowsInPlace(*delegate);
+        expectGroundsOnScreen(*delegate);
+        expectStatus(state);
+        expectControl("port menu", delegate->portPopup, state.menuIsEnabled);
+        expectControl("refresh button", delegate->refreshButton, state.refreshIsEnabled);
+        expectControl("flash button", delegate->flashButton, state.flashIsEnabled);
+        EXPECT_EQ(delegate->progress->isAnimating(), state.isBusy);
+    }
+
+    static bool isCovered(const QWidget* view) {
+        const QWidget* const alert = QApplication::activeModalWidget();
+        return alert != nullptr &&
+               alert->frameGeometry().intersects({view->mapToGlobal(QPoint()), view->size()});
+    }
+
+    void expectStatus(const State& state) const {
+        const TextLabel* const label = delegate->statusLabel;
+        EXPECT_EQ(textOf(label), state.status);
+        EXPECT_EQ(hex(label->palette().color(label->foregroundRole())), state.statusColour) << "status";
+        if (isCovered(label)) return;
+        const QImage shown = onScreen(*delegate->window, frameOf(label));
+        bool isShown = false;
+        for (int y = 0; y < shown.height(); ++y)
+            for (int x = 0; x < shown.width(); ++x)
+                isShown = isShown || hex(shown.pixelColor(x, y)) == state.statusColour;
+        EXPECT_TRUE(isShown) << "no pixel of the status is " << state.statusColour;
+    }
+
+    void expectControl(const char* name, const QWidget* control, bool isEnabled) const {
+        EXPECT_EQ(control->isEnabled(), isEnabled) << name;
+        if (isCovered(control)) return;
+        const QRect frame = frameOf(control);
+        EXPECT_EQ(colourOnScreen(*delegate->window, frame.topLeft() + besideText(frame.size())),
+                  groundOfAButton(isEnabled, frame.size()))
+            << name;
     }
 
     void launchAndSave(const std::string& state) {
@@ -169,6 +268,19 @@ TEST_F(ScreenPictures, Complete) {
     gate.open();
     ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
     saveActive("complete");
+}
+
+TEST_F(ScreenPictures, CouldNotStart) {
+    const BootPort port("cu.usbmodem101");
+    launch();
+    {
+        // No environment may hold so long a value; the system refuses to start anything with it.
+        const ScopedEnvironment tooLong("QELMO_TEST_TOO_LONG", std::string(200'000, 'x'));
+        const AlertAnswer confirmation(click("ERASE + FLASH"));
+        const AlertAnswer error(inOrder(saveAlert("could-not-start-alert"), click("OK")));
+        pressFlash();
+    }
+    saveActive("could-not-start");
 }
 
 TEST_F(ScreenPictures, ErrorAlert) {

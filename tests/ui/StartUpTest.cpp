@@ -83,6 +83,10 @@ TEST_F(StartUp, TakesTheBundlesIcon) {
     EXPECT_EQ(colourOfIcon(), "#ff0000");
 }
 
+// fault: the bundle has no icon
+// injected: the file is removed
+// seen: the program's own icon
+// kept: the start; no word about it
 TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundleHasNone) {
     std::filesystem::remove(release.resources() + "/AppIcon.icns");
     launch();
@@ -91,6 +95,10 @@ TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundleHasNone) {
     EXPECT_THAT(takeLog(), StartsWith("Embedded full image verified.\n"));
 }
 
+// fault: the bundle's icon is damaged
+// injected: a file that was cut
+// seen: the program's own icon
+// kept: the start; no word about it
 TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
     writeTestFile(release.resources() + "/AppIcon.icns", redIcon().substr(0, 40));
     launch();
@@ -118,6 +126,10 @@ TEST_F(StartUp, QuitsWhenTheWindowIsClosed) {
     EXPECT_EQ(QApplication::exec(), 0);
 }
 
+// fault: the window is closed while a job runs
+// injected: a real close during a real job
+// seen: the program ends with status 0
+// kept: the tool runs to its end
 TEST_F(StartUp, QuitsWhenTheWindowIsClosedDuringAFlashJobAndLeavesTheToolRunning) {
     const QuitRule rule;
     const BootPort port("cu.usbmodem101");

@@ -2,13 +2,12 @@
 #include <QGuiApplication>
 #include <QLayout>
 #include <QScreen>
-#include <QTest>
 #include <QWindow>
 
+#include "tests/ui/WindowRows.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
-#include "ui/ColouredBox.h"
 #include "ui/LogTextView.h"
 #include "ui/TextLabel.h"
 
@@ -17,10 +16,6 @@ namespace qelmo {
 namespace {
 
 using testing::ElementsAre;
-
-constexpr int columnLeft = 26;
-constexpr int columnWidth = 668;
-constexpr int columnRight = columnLeft + columnWidth;
 
 /// The window as it was built, shown, and not yet filled.
 class WindowLayout : public WindowTest {
@@ -37,43 +32,18 @@ protected:
 
     QWidget& window() const { return *delegate->window; }
 
-    TextLabel* label(const char* text) const {
-        for (auto* candidate : window().findChildren<QLabel*>())
-            if (textOf(candidate) == text) return static_cast<TextLabel*>(candidate);
-        throw std::runtime_error(std::string("no label ") + text);
+    /// The only or the first view of a row.
+    QWidget* view(const std::string& row) const {
+        for (const WindowRow& candidate : rowsOf(*delegate))
+            if (row == candidate.name) return candidate.views.front();
+        throw std::runtime_error("no row " + row);
     }
-    TextLabel* title() const { return label("QELMO // FLASH"); }
-    TextLabel* subtitle() const { return label("VARNOX  •  CARDPUTER ADV  •  COMPLETE 0x0 IMAGE"); }
-    TextLabel* caption() const { return label("BOOT PORT"); }
-    TextLabel* hint() const {
-        return label("G0 BOOT MODE  //  Turn off → hold G0 → power on → release G0 → connect USB data cable");
-    }
-    TextLabel* footer() const {
-        return label("INTERNAL FLASH ONLY  •  SD CARD IS NEVER MOUNTED OR ACCESSED");
-    }
-    ColouredBox* box(std::size_t index) const {
-        std::vector<ColouredBox*> boxes;
-        for (auto* child : window().findChildren<QWidget*>())
-            if (auto* const found = dynamic_cast<ColouredBox*>(child)) boxes.push_back(found);
-        return boxes.at(index);
-    }
-    ColouredBox* rule() const { return box(0); }
-    ColouredBox* panel() const { return box(1); }
+    TextLabel* label(const std::string& row) const { return static_cast<TextLabel*>(view(row)); }
 
-    QRect frame(const QWidget* widget) const { return {widget->mapTo(&window(), QPoint()), widget->size()}; }
-
-    /// The rows from top to bottom.
-    std::vector<QRect> rows() const {
-        return {frame(title()),
-                frame(subtitle()),
-                frame(rule()),
-                frame(panel()),
-                frame(caption()) | frame(delegate->portPopup) | frame(delegate->refreshButton),
-                frame(hint()),
-                frame(delegate->statusLabel) | frame(delegate->progress),
-                frame(delegate->logTextView),
-                frame(delegate->flashButton),
-                frame(footer())};
+    std::vector<QRect> frames() const {
+        std::vector<QRect> all;
+        for (const WindowRow& row : rowsOf(*delegate)) all.push_back(frameOf(row));
+        return all;
     }
 
     void expectLabel(const TextLabel* shown, int size, int weight, const QColor& colour) const {
@@ -88,11 +58,7 @@ protected:
         EXPECT_GE(shown->height(), QFontMetrics(shown->font()).height());
     }
 
-    /// What the screen shows at a place of the window.
-    std::string colourOnScreen(const QPoint& place) const {
-        const QPoint global = window().mapToGlobal(place);
-        return hex(window().screen()->grabWindow(0, global.x(), global.y(), 1, 1).toImage().pixelColor(0, 0));
-    }
+    std::string colourAt(const QPoint& place) const { return colourOnScreen(window(), place); }
 };
 
 TEST_F(WindowLayout, HasAFixedSizeAndItsTitle) {
@@ -118,61 +84,44 @@ TEST_F(WindowLayout, IsCentredOnTheScreen) {
     EXPECT_EQ(window().geometry().topLeft(), QPoint((1280 - 720) / 2, (900 - 650) / 2));
 }
 
-TEST_F(WindowLayout, IsOneColumnOfTenRowsWithTheirInsetsAndSpacing) {
-    const std::vector<QRect> shown = rows();
-    ASSERT_EQ(shown.size(), 10U);
-    EXPECT_EQ(shown.front().top(), 24);
-    EXPECT_LE(shown.back().bottom() + 1, 650 - 24);
-    for (const QRect& row : shown) {
-        EXPECT_EQ(row.left(), columnLeft);
-        EXPECT_EQ(row.width(), columnWidth);
-    }
-    for (std::size_t index = 1; index < shown.size(); ++index)
-        EXPECT_EQ(shown[index].top() - (shown[index - 1].bottom() + 1), 14) << "above row " << index + 1;
-}
-
-TEST_F(WindowLayout, HasRowsOfTheirHeights) {
-    const std::vector<QRect> shown = rows();
-    EXPECT_EQ(shown[2].height(), 2);
-    EXPECT_EQ(shown[3].height(), 82);
-    EXPECT_EQ(shown[4].height(), 32);
-    EXPECT_EQ(shown[7].height(), 210);
-    EXPECT_EQ(shown[8].height(), 44);
+TEST_F(WindowLayout, IsOneColumnOfTenRowsWithTheirInsetsSpacingAndHeights) {
+    EXPECT_EQ(rowsOf(*delegate).size(), 10U);
+    expectRowsInPlace(*delegate);
 }
 
 TEST_F(WindowLayout, HasAPortRowOfThreeViewsCentredVertically) {
-    const QRect row = rows()[4];
-    const QRect menu = frame(delegate->portPopup);
-    const QRect refresh = frame(delegate->refreshButton);
-    EXPECT_EQ(frame(caption()).width(), 82);
-    EXPECT_EQ(frame(caption()).left(), columnLeft);
-    EXPECT_EQ(menu.left(), columnLeft + 82 + 10);
+    const QRect caption = frameOf(view("port row"));
+    const QRect menu = frameOf(delegate->portPopup);
+    const QRect refresh = frameOf(delegate->refreshButton);
+    EXPECT_EQ(caption.width(), 82);
+    EXPECT_EQ(caption.left(), Column::left);
+    EXPECT_EQ(menu.left(), Column::left + 82 + 10);
     EXPECT_EQ(menu.height(), 32);
     EXPECT_EQ(refresh.left() - (menu.right() + 1), 10);
     EXPECT_EQ(refresh.width(), 122);
-    EXPECT_EQ(refresh.right() + 1, columnRight);
-    for (const QRect& view : {frame(caption()), menu, refresh})
-        EXPECT_LE(std::abs(view.center().y() - row.center().y()), 1);
+    EXPECT_EQ(refresh.right() + 1, Column::right);
+    for (const QRect& view : {caption, menu, refresh})
+        EXPECT_LE(std::abs(view.center().y() - menu.center().y()), 1);
 }
 
 TEST_F(WindowLayout, HasAnActionRowOfTwoViewsCentredVertically) {
-    const QRect status = frame(delegate->statusLabel);
-    const QRect progress = frame(delegate->progress);
-    EXPECT_EQ(status.left(), columnLeft);
+    const QRect status = frameOf(delegate->statusLabel);
+    const QRect progress = frameOf(delegate->progress);
+    EXPECT_EQ(status.left(), Column::left);
     EXPECT_EQ(status.width(), 180);
-    EXPECT_EQ(progress.left(), columnLeft + 180 + 12);
-    EXPECT_EQ(progress.right() + 1, columnRight);
+    EXPECT_EQ(progress.left(), Column::left + 180 + 12);
+    EXPECT_EQ(progress.right() + 1, Column::right);
     EXPECT_LE(std::abs(status.center().y() - progress.center().y()), 1);
 }
 
 TEST_F(WindowLayout, KeepsItsRowsInPlaceWhateverTheStatusSays) {
-    const auto before = rows();
+    const auto before = frames();
     delegate->statusLabel->setText(QStringLiteral("FLASHING — DO NOT DISCONNECT"));
     delegate->releaseLabel->setText(QString(2000, QLatin1Char('x')));
     delegate->flashButton->setTitle(QString(400, QLatin1Char('x')));
     delegate->portPopup->addItem(QString(400, QLatin1Char('x')));
     window().layout()->activate();
-    EXPECT_EQ(rows(), before);
+    EXPECT_EQ(frames(), before);
     EXPECT_EQ(window().size(), QSize(720, 650));
 }
 
@@ -182,13 +131,13 @@ TEST_F(WindowLayout, ShowsALongStatusWhole) {
 }
 
 TEST_F(WindowLayout, SetsItsTypeInSizesWeightsAndColours) {
-    expectLabel(title(), 29, QFont::Bold, delegate->foreground);
-    expectLabel(subtitle(), 12, QFont::DemiBold, delegate->accent);
+    expectLabel(label("title"), 29, QFont::Bold, delegate->foreground);
+    expectLabel(label("subtitle"), 12, QFont::DemiBold, delegate->accent);
     expectLabel(delegate->releaseLabel, 13, QFont::Medium, delegate->foreground);
-    expectLabel(caption(), 11, QFont::Bold, delegate->muted);
-    expectLabel(hint(), 11, QFont::Medium, delegate->muted);
+    expectLabel(label("port row"), 11, QFont::Bold, delegate->muted);
+    expectLabel(label("hint"), 11, QFont::Medium, delegate->muted);
     expectLabel(delegate->statusLabel, 11, QFont::Bold, delegate->warning);
-    expectLabel(footer(), 10, QFont::Bold, delegate->accent);
+    expectLabel(label("footer"), 10, QFont::Bold, delegate->accent);
     EXPECT_EQ(delegate->portPopup->font().pixelSize(), 12);
     EXPECT_EQ(delegate->portPopup->font().weight(), QFont::Medium);
     EXPECT_EQ(delegate->refreshButton->font().pixelSize(), 11);
@@ -207,31 +156,30 @@ TEST_F(WindowLayout, CutsNoTextOff) {
 }
 
 TEST_F(WindowLayout, PaintsItsGroundsInTheirColours) {
-    const QRect log = frame(delegate->logTextView);
-    EXPECT_EQ(colourOnScreen({5, 5}), "#090909");
-    EXPECT_EQ(colourOnScreen({715, 645}), "#090909");
-    EXPECT_EQ(colourOnScreen({360, frame(rule()).top()}), "#1fd4ed");
-    EXPECT_EQ(colourOnScreen({360, frame(panel()).top() + 2}), "#161616");
-    EXPECT_EQ(colourOnScreen(log.center()), "#000000");
-    EXPECT_EQ(colourOnScreen(log.topLeft() + QPoint(1, 1)), "#000000");
+    const QRect log = frameOf(delegate->logTextView);
+    expectGroundsOnScreen(*delegate);
+    EXPECT_EQ(colourAt({715, 645}), "#090909");
+    EXPECT_EQ(colourAt(log.center()), "#000000");
 }
 
 TEST_F(WindowLayout, RoundsTheCornersOfThePanel) {
-    const QRect frameOfPanel = frame(panel());
-    EXPECT_EQ(colourOnScreen(frameOfPanel.topLeft()), "#090909");
-    EXPECT_EQ(colourOnScreen(frameOfPanel.bottomRight()), "#090909");
-    EXPECT_EQ(colourOnScreen(frameOfPanel.topLeft() + QPoint(6, 0)), "#161616");
-    EXPECT_EQ(colourOnScreen(frameOfPanel.topLeft() + QPoint(0, 7)), "#161616");
+    const QRect frameOfPanel = frameOf(view("release panel"));
+    EXPECT_EQ(colourAt(frameOfPanel.topLeft()), "#090909");
+    EXPECT_EQ(colourAt(frameOfPanel.bottomRight()), "#090909");
+    EXPECT_EQ(colourAt(frameOfPanel.topLeft() + QPoint(6, 0)), "#161616");
+    EXPECT_EQ(colourAt(frameOfPanel.topLeft() + QPoint(0, 7)), "#161616");
 }
 
 TEST_F(WindowLayout, PutsTheReleaseIntoThePanel) {
-    const QRect inside = frame(delegate->releaseLabel);
-    EXPECT_EQ(inside.left(), columnLeft + 16);
-    EXPECT_EQ(inside.right() + 1, columnRight - 16);
+    const QRect inside = frameOf(delegate->releaseLabel);
+    EXPECT_EQ(inside.left(), Column::left + 16);
+    EXPECT_EQ(inside.right() + 1, Column::right - 16);
     for (const char* lines : {"one", "one\ntwo", "one\ntwo\nthree", "one\ntwo\nthree\nfour\nfive\nsix"}) {
         delegate->releaseLabel->setText(QString::fromUtf8(lines));
-        panel()->layout()->activate();
-        EXPECT_LE(std::abs(frame(delegate->releaseLabel).center().y() - frame(panel()).center().y()), 1)
+        view("release panel")->layout()->activate();
+        EXPECT_LE(std::abs(frameOf(delegate->releaseLabel).center().y() -
+                           frameOf(view("release panel")).center().y()),
+                  1)
             << lines;
     }
 }
@@ -241,16 +189,16 @@ TEST_F(WindowLayout, ShowsThreeLinesOfTheReleaseAtMost) {
     delegate->releaseLabel->setText(QStringLiteral("one\ntwo\nthree"));
     const int threeLines = delegate->releaseLabel->heightForWidth(inside);
     delegate->releaseLabel->setText(QStringLiteral("word ").repeated(400));
-    panel()->layout()->activate();
+    view("release panel")->layout()->activate();
     EXPECT_EQ(delegate->releaseLabel->height(), threeLines);
-    EXPECT_TRUE(frame(panel()).contains(frame(delegate->releaseLabel)));
+    EXPECT_TRUE(frameOf(view("release panel")).contains(frameOf(delegate->releaseLabel)));
 }
 
 TEST_F(WindowLayout, ShowsTwoLinesOfTheHintAtMost) {
-    TextLabel* const shown = hint();
-    EXPECT_LE(shown->heightForWidth(columnWidth), shown->height());
+    TextLabel* const shown = label("hint");
+    EXPECT_LE(shown->heightForWidth(Column::width), shown->height());
     shown->setText(QStringLiteral("one\ntwo"));
-    EXPECT_EQ(shown->maximumHeight(), shown->heightForWidth(columnWidth));
+    EXPECT_EQ(shown->maximumHeight(), shown->heightForWidth(Column::width));
 }
 
 TEST_F(WindowLayout, BeginsWithItsTextsOfConstruction) {
@@ -282,7 +230,7 @@ TEST_F(WindowLayout, HasAnIndeterminateBarThatIsVisibleWhileItStands) {
     EXPECT_EQ(delegate->progress->minimum(), 0);
     EXPECT_EQ(delegate->progress->maximum(), 0);
     EXPECT_TRUE(delegate->progress->isVisible());
-    EXPECT_NE(colourOnScreen(frame(delegate->progress).center()), "#090909");
+    EXPECT_NE(colourAt(frameOf(delegate->progress).center()), "#090909");
 }
 
 TEST_F(WindowLayout, HasABarThatMovesOnlyWhileItIsAnimated) {
@@ -305,18 +253,6 @@ TEST_F(WindowLayout, HasABlackLogWithAnInsetAndAScrollBarThatCanBeRead) {
     EXPECT_EQ(log->frameShape(), QFrame::NoFrame);
     EXPECT_EQ(log->verticalScrollBarPolicy(), Qt::ScrollBarAlwaysOn);
     EXPECT_EQ(log->cursorRect().topLeft(), QPoint(10, 10));
-}
-
-TEST_F(WindowLayout, LetsTheTabKeyVisitTheControlsFromTopToBottom) {
-    delegate->portPopup->addItem(QStringLiteral("/dev/cu.usbmodem101"));
-    delegate->flashButton->setEnabled(true);
-    const std::vector<QWidget*> expected{delegate->portPopup, delegate->refreshButton, delegate->logTextView,
-                                         delegate->flashButton, delegate->portPopup};
-    delegate->portPopup->setFocus();
-    for (QWidget* const control : expected) {
-        EXPECT_EQ(window().focusWidget(), control);
-        QTest::keyClick(window().windowHandle(), Qt::Key_Tab);
-    }
 }
 
 TEST_F(WindowLayout, ShowsAnAmpersandInTheFlashButtonsTitle) {

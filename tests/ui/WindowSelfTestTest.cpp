@@ -26,6 +26,10 @@ TEST_F(WindowSelfTest, PassesWithAValidReleaseAndAnIcon) {
         "refresh_button_title=REFRESH BUILD\nflash_button_title=FLASH VERIFIED VARNOX\n");
 }
 
+// fault: the window is not visible
+// injected: it is hidden
+// seen: "window_self_test=FAILED" and "window_visible=false"
+// kept: the other lines of the report
 TEST_F(WindowSelfTest, FailsWhileTheWindowIsHidden) {
     delegate->window->hide();
     EXPECT_EQ(
@@ -94,6 +98,10 @@ TEST_F(WindowSelfTest, IsNotScheduledWithoutItsArgument) {
 /// Here the test program itself was started with the argument.
 class WithTheSelfTestArgument : public WindowTest {};
 
+// fault: the window is gone before the window self-test looks at it
+// injected: it is destroyed
+// seen: "window_self_test=FAILED delegate released" on standard error, status 1
+// kept: nothing on standard output; no report file
 TEST_F(WithTheSelfTestArgument, SaysThatTheDelegateIsGoneAndWritesNoReport) {
     std::filesystem::remove(windowSelfTestReportPath);
     delegate->runWindowSelfTestIfRequested();

@@ -117,6 +117,10 @@ class SelfTestReport(WindowedProcess):
     def test_the_argument_may_stand_anywhere_and_must_be_whole(self) -> None:
         self.assert_passed(self.run_program(arguments=("-platform", "nosuch", "--window-self-test", "-x")))
 
+    # fault: the bundle has no icon
+    # injected: the file is removed
+    # seen: "window_self_test=FAILED" and "icon_resource=MISSING", status 1
+    # kept: the other lines of the report
     def test_a_missing_icon_fails_it(self) -> None:
         self.bundle.icon.unlink()
         done = self.run_program()
@@ -124,18 +128,30 @@ class SelfTestReport(WindowedProcess):
         self.assertEqual((done.returncode, done.stdout, done.stderr), (1, expected, ""))
         self.assertEqual(pathlib.Path(REPORT).read_text(), expected)
 
+    # fault: the release is not valid
+    # injected: a manifest of an empty object
+    # seen: "window_self_test=FAILED", status 1
+    # kept: the other lines of the report
     def test_an_invalid_release_fails_it(self) -> None:
         self.bundle.manifest.write_text("{}")
         done = self.run_program()
         self.assertEqual((done.returncode, done.stdout, done.stderr), (1, FAILED_WITHOUT_RELEASE, ""))
         self.assertEqual(pathlib.Path(REPORT).read_text(), FAILED_WITHOUT_RELEASE)
 
+    # fault: a folder stands where the report file goes
+    # injected: a folder
+    # seen: nothing
+    # kept: the folder; the report on standard output and status 0
     def test_a_folder_in_the_files_place_changes_nothing(self) -> None:
         os.mkdir(REPORT)
         self.assert_passed(self.run_program())
         self.assertTrue(os.path.isdir(REPORT))
         self.assert_no_temporary_file()
 
+    # fault: /tmp is read-only
+    # injected: mounts of the test's own
+    # seen: nothing
+    # kept: the report on standard output and status 0
     def test_a_readonly_tmp_changes_nothing(self) -> None:
         done = self.run_program(str(PRIVATE_DEV), "--readonly-tmp", "--")
         if done.returncode == 77:
@@ -143,6 +159,10 @@ class SelfTestReport(WindowedProcess):
         self.assert_passed(done)
         self.assertFalse(os.path.exists(REPORT))
 
+    # fault: a link stands where the report file goes
+    # injected: a link to another file
+    # seen: nothing
+    # kept: the link's target; the report replaces the link
     def test_a_symbolic_link_in_the_files_place_is_replaced_and_not_followed(self) -> None:
         victim = self.folder / "victim"
         victim.write_text("precious")
@@ -153,24 +173,40 @@ class SelfTestReport(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
 
     @unittest.skipUnless(os.geteuid() == 0, "needs a file of another user")
+    # fault: another user's file stands where the report file goes
+    # injected: a file of that user
+    # seen: nothing
+    # kept: that file; the report on standard output and status 0
     def test_another_users_file_stays_as_it_is(self) -> None:
         pathlib.Path(REPORT).write_text("theirs")
         os.chown(REPORT, 65534, 65534)
         self.assert_passed(self.run_program())
         self.assertEqual(pathlib.Path(REPORT).read_text(), "theirs")
 
+    # fault: standard output is full
+    # injected: /dev/full
+    # seen: "window_self_test=FAILED " and "No space left on device" on standard error, status 1
+    # kept: one sentence
     def test_a_full_standard_output_is_a_failure(self) -> None:
         with open("/dev/full", "w", encoding="utf-8") as full:
             done = self.run_program(stdout=full)
         self.assert_one_sentence(done, "window_self_test=FAILED ")
         self.assertIn("No space left on device", done.stderr)
 
+    # fault: standard output is closed
+    # injected: a shell closes it
+    # seen: "window_self_test=FAILED " and the reason on standard error, status 1
+    # kept: one sentence
     def test_a_closed_standard_output_is_a_failure(self) -> None:
         done = self.run_program("sh", "-c", 'exec "$0" "$@" >&-')
         self.assert_one_sentence(done, "window_self_test=FAILED ")
 
 
 class StartThatFails(WindowedProcess):
+    # fault: no display can be used
+    # injected: DISPLAY is missing or names none
+    # seen: "The window cannot be opened: no display can be used." in one line, status 1
+    # kept: nothing on standard output
     def test_without_a_display_it_is_one_sentence(self) -> None:
         for display in (None, ":4711"):
             with self.subTest(display=display):
@@ -181,6 +217,10 @@ class StartThatFails(WindowedProcess):
                 self.assert_one_sentence(done, "The window cannot be opened: no display can be used.")
                 self.assertEqual(done.stdout, "")
 
+    # fault: the bundle has no window library
+    # injected: the folder is removed
+    # seen: "The window cannot be opened: " and the loader's reason in one line, status 1
+    # kept: nothing on standard output; no report file
     def test_without_the_window_library_it_is_one_sentence(self) -> None:
         shutil.rmtree(self.bundle.contents / "Frameworks")
         done = self.run_program()
@@ -231,6 +271,10 @@ class Session(WindowedProcess):
         self.wait_for_window()
         self.assert_quits_silently(program)
 
+    # fault: the user closes the window while a job runs
+    # injected: the window manager's keys during a real job
+    # seen: status 0 without a word
+    # kept: the tool runs to its end
     def test_closing_the_window_ends_the_program_also_while_a_flash_job_runs(self) -> None:
         self.require_private_dev()
         port = pathlib.Path("/dev/cu.usbmodem101")

@@ -35,7 +35,7 @@ std::optional<std::uint8_t> frequencyCode(std::string_view frequency) {
 
 std::string twoBytes(std::uint8_t first, std::uint8_t second) {
     std::array<char, sizeof "00 00"> text{};
-    std::snprintf(text.data(), text.size(), "%02X %02X", first, second);
+    (void)std::snprintf(text.data(), text.size(), "%02X %02X", first, second);
     return text.data();
 }
 

@@ -1,0 +1,364 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <system_error>
+
+#include "flashing/FlashCommand.h"
+#include "flashing/ToolProcess.h"
+#include "platform/AtomicWrite.h"
+#include "tests/support/DescriptorLimit.h"
+#include "tests/support/Fifo.h"
+#include "tests/support/InMemoryMainQueue.h"
+#include "tests/support/ProcessResources.h"
+#include "tests/support/ReleaseFixture.h"
+
+namespace qelmo {
+namespace {
+
+using namespace std::string_literals;
+
+/// One job whose text is taken on the reader thread, so that no queue of chunks hides what the reader needs.
+class Job {
+public:
+    explicit Job(std::string executable, std::vector<std::string> arguments = {})
+        : process_(setUpToolProcess(std::move(executable), std::move(arguments), queue_,
+                                    {[this](const std::string& text) { onText(text); },
+                                     [this](const auto& ended) { status = ended->terminationStatus(); }})) {}
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+    ~Job() {
+        process_->clearOutputHandler();
+        release();
+        EXPECT_TRUE(before_.areBack()) << "a thread or a descriptor was left behind";
+    }
+
+    /// The reason why it could not be launched, or "". The descriptors are back when the reason is looked at:
+    /// a sanitizer needs some for that.
+    [[nodiscard]] std::string launch(std::optional<std::size_t> descriptorsLeft = {}) const {
+        try {
+            std::optional<DescriptorLimit> limit;
+            if (descriptorsLeft) limit.emplace(*descriptorsLeft);
+            process_->launchSupervised();
+        } catch (const std::system_error& error) {
+            return error.what();
+        }
+        return "";
+    }
+    [[nodiscard]] bool waitForEnd() const {
+        return queue_->runUntil([this] { return status.has_value(); });
+    }
+    /// Runs to the end; the exit status or the signal, or nothing.
+    [[nodiscard]] std::optional<int> run() const {
+        if (launch().empty()) (void)waitForEnd();
+        return status;
+    }
+    [[nodiscard]] bool waitForText(std::string_view expected) {
+        return eventually([&] {
+            const std::lock_guard lock(mutex_);
+            return text_ == expected;
+        });
+    }
+    [[nodiscard]] bool waitForThreads(std::size_t count) const {
+        return eventually([&] { return ProcessResources::now().threads == before_.threads + count; });
+    }
+    /// The window forgets a job once it has ended.
+    void release() { process_ = ChildProcess::create("", {}); }
+
+    std::optional<int> status;
+    std::function<void(const std::string& text)> onText = [this](const std::string& text) {
+        const std::lock_guard lock(mutex_);
+        text_ += text;
+    };
+
+private:
+    const ProcessResources before_ = ProcessResources::now();
+    const std::shared_ptr<InMemoryMainQueue> queue_ = std::make_shared<InMemoryMainQueue>();
+    std::shared_ptr<ChildProcess> process_;
+    std::mutex mutex_;
+    std::string text_;
+};
+
+// fault: the tool is killed by SIGTERM, SIGKILL or SIGSEGV
+// injected: a real child sends itself the signal
+// seen: the job ends with the signal's number, which is not 0
+// kept: the program, which has no child, thread or descriptor more than before
+TEST(ToolFaults, ADeathBySignalIsNoSuccess) {
+    for (const int signal : {SIGTERM, SIGKILL, SIGSEGV})
+        EXPECT_EQ(Job("/bin/sh", {"-c", "ulimit -c 0; kill -" + std::to_string(signal) + " $$"}).run(),
+                  signal);
+}
+
+// fault: the tool closes its output streams and goes on
+// injected: a real child closes both and then waits
+// seen: nothing until the tool has ended; then its own exit status
+// kept: the text from before; the reader's thread ends at once
+TEST(ToolFaults, ClosedStreamsAreNotTheEndOfTheTool) {
+    const Fifo gate;
+    Job job("/bin/sh", {"-c", "echo so far; exec >&- 2>&-; read line <\"$0\"; exit 4", gate.path()});
+    ASSERT_EQ(job.launch(), "");
+    EXPECT_TRUE(job.waitForText("so far\n"));
+    EXPECT_TRUE(job.waitForThreads(1)) << "the reader still waits";
+    EXPECT_EQ(job.status, std::nullopt);
+    gate.open();
+    EXPECT_TRUE(job.waitForEnd());
+    EXPECT_EQ(job.status, 4);
+}
+
+#ifdef QELMO_SANITIZED
+constexpr std::size_t growthLimitBytes = 1U << 30;  // a sanitizer keeps what was freed for a while
+#else
+constexpr std::size_t growthLimitBytes = 8U << 20;
+#endif
+
+/// The memory that this process has in use, in bytes.
+std::size_t residentBytes() {
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> all >> resident;
+    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+// fault: the tool prints 100 MB without one line feed
+// injected: a real child writes them as fast as the pipe takes them
+// seen: every byte as text
+// kept: the reader's memory, which grows by less than 8 MB
+TEST(ToolFaults, AFloodOfOutputIsReadWholeInBoundedMemory) {
+    constexpr std::size_t blocks = 1600;
+    const Fifo gate;
+    Job job(pythonPath, {"-c",
+                         "import os, sys\n"
+                         "for _ in range(int(sys.argv[1])): os.write(1, b'x' * 65536)\n"
+                         "open(sys.argv[2]).read()",
+                         std::to_string(blocks), gate.path()});
+    std::atomic<std::size_t> count = 0;
+    std::atomic<std::size_t> peak = 0;
+    job.onText = [&](const std::string& text) {
+        peak = std::max<std::size_t>(peak, residentBytes());
+        count += static_cast<std::size_t>(std::count(text.begin(), text.end(), 'x'));
+    };
+    const std::size_t before = residentBytes();
+    ASSERT_EQ(job.launch(), "");
+    EXPECT_TRUE(eventually([&] { return count == blocks * 65536; })) << count;
+    EXPECT_LT(peak, before + growthLimitBytes);
+    gate.open();
+    EXPECT_TRUE(job.waitForEnd());
+    EXPECT_EQ(job.status, 0);
+}
+
+// fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
+// injected: a real child writes the bytes
+// seen: NUL and ESC as they stand; U+FFFD for each byte of the surrogate and for the broken character
+// kept: the text around them; the stream goes on
+TEST(ToolFaults, BytesThatAreNoTextDoNotStopTheStream) {
+    const Fifo gate;
+    Job job("/bin/sh",
+            {"-c", R"(printf 'a\0b\033[31mc\355\240\200d\342\202'; read line <"$0"; exit 0)", gate.path()});
+    ASSERT_EQ(job.launch(), "");
+    EXPECT_TRUE(job.waitForText("a\0b\033[31mc\uFFFD\uFFFD\uFFFDd\uFFFD"s));
+    gate.open();
+    EXPECT_TRUE(job.waitForEnd());
+    EXPECT_EQ(job.status, 0);
+}
+
+// fault: the tool ends without having waited for a child of its own
+// injected: a real child makes a zombie and exits
+// seen: the tool's own exit status
+// kept: the program, which does not inherit the zombie
+TEST(ToolFaults, AZombieOfTheToolIsNotTheProgramsOwn) {
+    Job job(pythonPath, {"-c",
+                         "import os\n"
+                         "child = os.fork() or os._exit(9)\n"
+                         "os.waitid(os.P_PID, child, os.WEXITED | os.WNOWAIT)\n"
+                         "os._exit(3)"});
+    EXPECT_EQ(job.run(), 3);
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+// fault: a process that the tool left behind ignores SIGPIPE and keeps writing
+// injected: a real grandchild writes to the pipe until that fails
+// seen: the tool's own exit status, while the grandchild still writes
+// kept: the program; the pipe closes with the job, and the grandchild's writing ends
+TEST(ToolFaults, AGrandchildThatWritesOnLosesThePipeWithTheJob) {
+    const TemporaryFolder folder;
+    const std::string ended = folder / "ended";
+    Job job(pythonPath, {"-c",
+                         "import os, sys\n"
+                         "if os.fork(): os._exit(5)\n"
+                         "try:\n"
+                         "    while True: os.write(1, b'x')\n"
+                         "except BrokenPipeError:\n"
+                         "    open(sys.argv[1], 'w')\n",
+                         ended});
+    EXPECT_EQ(job.run(), 5);
+    EXPECT_FALSE(std::filesystem::exists(ended));
+    job.release();
+    EXPECT_TRUE(eventually([&] { return std::filesystem::exists(ended); }));
+}
+
+// fault: no descriptor is left, or too few, when the tool is started
+// injected: RLIMIT_NOFILE leaves 0, 1, 2 and 3 free
+// seen: "start /bin/true: Too many open files"
+// kept: no thread, descriptor or child; with 4 free the tool runs
+TEST(ToolFaults, TooFewDescriptorsAreAReasonNotToStart) {
+    for (std::size_t left = 0; left <= 4; ++left) {
+        Job job("/bin/true");
+        const std::string refusal = job.launch(left);
+        EXPECT_EQ(refusal, left < 4 ? "start /bin/true: Too many open files" : "") << left;
+        ASSERT_TRUE(!refusal.empty() || job.waitForEnd());
+    }
+}
+
+/// Until the end of the scope this process is an ordinary user's who may make no thread and no process more.
+class NoMoreProcesses {
+public:
+    NoMoreProcesses() {
+        constexpr uid_t nobody = 65534;
+        // The limit concerns the real user, and root never. The saved user leads back.
+        inForce =
+            (!isRoot_ || ::setresuid(nobody, nobody, 0) == 0) && ::getrlimit(RLIMIT_NPROC, &before_) == 0;
+        const rlimit none{0, before_.rlim_max};
+        inForce = inForce && ::setrlimit(RLIMIT_NPROC, &none) == 0;
+    }
+    NoMoreProcesses(const NoMoreProcesses&) = delete;
+    NoMoreProcesses& operator=(const NoMoreProcesses&) = delete;
+    ~NoMoreProcesses() {
+        if (inForce) ::setrlimit(RLIMIT_NPROC, &before_);
+        // Who changes its user may not be looked into any more, which the leak checker does.
+        if (isRoot_ && (::setresuid(0, 0, 0) != 0 || ::prctl(PR_SET_DUMPABLE, 1) != 0)) std::abort();
+    }
+
+    bool inForce = false;
+
+private:
+    const bool isRoot_ = ::geteuid() == 0;
+    rlimit before_{};
+};
+
+// fault: the user may make no process and no thread more
+// injected: RLIMIT_NPROC 0 as an ordinary user
+// seen: "start /bin/true: Resource temporarily unavailable"
+// kept: no thread, descriptor or child; the next job runs
+TEST(ToolFaults, ALimitOfProcessesIsAReasonNotToStart) {
+    std::string refusal;
+    {
+        Job job("/bin/true");
+        const NoMoreProcesses limit;
+        if (!limit.inForce) GTEST_SKIP() << "this user cannot become another";
+        refusal = job.launch();
+    }
+    EXPECT_EQ(refusal, "start /bin/true: Resource temporarily unavailable");
+    EXPECT_EQ(Job("/bin/true").run(), 0);
+}
+
+/// Until the end of the scope a signal interrupts this process every millisecond, and no call goes on by
+/// itself.
+class Interruptions {
+public:
+    Interruptions() {
+        count = 0;
+        struct sigaction counting {};
+        counting.sa_handler = [](int) { ++count; };
+        EXPECT_EQ(::sigaction(SIGALRM, &counting, nullptr), 0);
+        const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
+        EXPECT_EQ(::setitimer(ITIMER_REAL, &everyMillisecond, nullptr), 0);
+    }
+    Interruptions(const Interruptions&) = delete;
+    Interruptions& operator=(const Interruptions&) = delete;
+    ~Interruptions() {
+        const itimerval never{};
+        ::setitimer(ITIMER_REAL, &never, nullptr);
+        std::signal(SIGALRM, SIG_IGN);  // drops one that still waits
+        std::signal(SIGALRM, SIG_DFL);
+    }
+
+    static inline std::atomic<int> count = 0;
+};
+
+// fault: signals interrupt the program all the time
+// injected: a handler without SA_RESTART, every millisecond, on the main thread
+// seen: nothing
+// kept: the release that is loaded, the child that is waited for, the file that is written
+TEST(Interrupted, TheMainThreadReadsWaitsAndWritesAsEver) {
+    const ReleaseFixture fixture;
+    const std::string digest = fixture.load().checksum;
+    const std::string copy = fixture.home() + "/copy";
+    const Interruptions interruptions;
+    while (Interruptions::count < 20) {
+        EXPECT_EQ(FlasherResources::load(fixture.bundle()).checksum, digest);
+        writeFileAtomically(copy, bytesOf(digest), Durability::flushedToDisk);
+    }
+    const int before = Interruptions::count;
+    const auto child = ChildProcess::create(pythonPath, {"-c", "print('text'); raise SystemExit(6)"});
+    child->launch();
+    child->waitUntilExit();
+    EXPECT_EQ(child->readToEndOfOutput(), "text\n");
+    EXPECT_EQ(child->terminationStatus(), 6);
+    EXPECT_GT(Interruptions::count, before);
+    EXPECT_EQ(readTestFile(copy), digest);
+}
+
+// fault: signals interrupt the threads of a running job all the time
+// injected: a handler without SA_RESTART, every millisecond, on the reader and the waiter
+// seen: nothing
+// kept: the tool's text and its exit status
+TEST(Interrupted, TheReaderAndTheWaiterGoOn) {
+    const Fifo gate;
+    Job job("/bin/sh", {"-c",
+                        "echo first; read line <\"$0\"\n"
+                        "echo second; exec >&- 2>&-; read line <\"$0\"; exit 7",
+                        gate.path()});
+    sigset_t alarm;
+    sigset_t before;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    ASSERT_EQ(job.launch(), "");
+    // From here on only the two threads of the job are left to take the signal.
+    ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &alarm, &before), 0);
+    {
+        const Interruptions interruptions;
+        EXPECT_TRUE(job.waitForText("first\n"));
+        EXPECT_TRUE(eventually([] { return Interruptions::count > 40; }));
+        gate.open();
+        EXPECT_TRUE(job.waitForText("first\nsecond\n"));
+        ASSERT_TRUE(job.waitForThreads(1)) << "the reader goes on";
+        Interruptions::count = 0;
+        EXPECT_TRUE(eventually([] { return Interruptions::count > 40; })) << "on the waiter";
+        gate.open();
+        EXPECT_TRUE(job.waitForEnd());
+    }
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    EXPECT_EQ(job.status, 7);
+}
+
+// fault: the program stays open for a day of flashing
+// injected: 1,000 jobs in a row, each with a real child
+// seen: every job ends well
+// kept: no thread, descriptor or zombie more; memory grows by less than 64 KB after the 200th job
+TEST(ThousandJobs, LeaveNothingBehind) {
+    const auto before = ProcessResources::now();
+    std::size_t inUse = 0;
+    for (int job = 1; job <= 1000; ++job) {
+        ASSERT_EQ(Job("/bin/true").run(), 0) << job;
+        if (job == 200) inUse = ::mallinfo2().uordblks;
+    }
+    EXPECT_TRUE(before.areBack());
+    EXPECT_LT(::mallinfo2().uordblks, inUse + 65536);
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+}  // namespace
+}  // namespace qelmo

@@ -1,0 +1,276 @@
+#!/usr/bin/python3
+"""docs/troubleshooting.md against reality: the sentences in the sources, and what the real tool prints now.
+
+A sentence stands alone on a line of a fenced block, the line above the block tells who says it, and "…" stands for
+what differs from time to time.
+"""
+
+from __future__ import annotations
+
+import fcntl
+import json
+import os
+import re
+import select
+import subprocess
+import sys
+import tempfile
+import termios
+import tty
+import unittest
+from pathlib import Path
+from typing import Iterator, NamedTuple
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/device"))
+
+import test_device  # noqa: E402
+from test_device import PORT, PYTHON, run  # noqa: E402
+
+PAGE = ROOT / "docs/troubleshooting.md"
+BUILD_COMMAND = ROOT / "BUILD-FULL-MAC.command"
+ROOMS = ("app", "ui", "flashing", "release", "platform", "tools/pack-release")
+# Here every text that is returned is one for the user.
+FILES_OF_TEXTS = {"FlashTexts.h", "FlashTexts.cpp", "BootPorts.h", "BootPorts.cpp", "ReleaseTexts.cpp",
+                  "WindowSelfTest.cpp"}
+
+BLOCK = re.compile(r"\b(?P<who>program|tool|system|build command|packer) says(?P<seen> \(seen\))?[^\n]*:\n\n"
+                   r"```\n(?P<lines>.*?)\n```$", re.MULTILINE | re.DOTALL)
+
+
+class Block(NamedTuple):
+    who: str
+    seen: bool
+    lines: list[str]
+
+
+def blocks() -> list[Block]:
+    return [Block(found["who"], bool(found["seen"]), found["lines"].splitlines())
+            for found in BLOCK.finditer(PAGE.read_text())]
+
+
+def matches(sentence: str, line: str) -> bool:
+    return re.fullmatch(".*".join(map(re.escape, sentence.split("…"))), line) is not None
+
+
+# ---- the sentences of the sources ----
+
+TOKEN = re.compile(r'//[^\n]*|"(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)\'')
+# Masked literals, so that no comma or semicolon in a text is taken for the language's.
+MASKED = re.compile("\ue000(\\d+)\ue001")
+# Up to the end of the statement, but a definition's body is no argument.
+CALL = re.compile(r"\b(FlasherFailure|ManifestDecodingError|OptionError|fail|throwSystemError|throwLaunchError|"
+                  r"writeToStandardError|setStatus|appendLog|runAlert)\((\{?[^;{]*)")
+# What a function makes of the text that it is given.
+WRAPPED = {"throwSystemError": "{} …: …", "throwLaunchError": "start …{}: …", "fail": "…{}…"}
+RETURNED = re.compile(r"(?:\breturn|const char\* (?!deviceFolder)\w+ =)\s([^;]*)")
+CHOSEN_AT_RUN_TIME = re.compile(r"\((?:[^()?]|\(\))*\?[^()]*\)|\.value_or\([^)]*\)")
+BASH_SENTENCE = re.compile(r'\b(failed|usage) "((?:[^"$]|\$\w+|\$\([^)]*\))*)"')
+BASH_VALUE = re.compile(r"\$\w+|\$\([^)]*\)")
+
+
+def texts_of(expression: str, literals: list[str]) -> Iterator[str]:
+    """Each argument and each alternative is a text of its own, and so is each line of it."""
+    for part in re.split(r",|\?|(?<!:):(?!:)", CHOSEN_AT_RUN_TIME.sub("…", expression)):
+        pieces = MASKED.split(part)
+        pieces[1::2] = [json.loads(literals[int(number)]) for number in pieces[1::2]]
+        # Between two literals, a value makes a gap; in front of the first and behind the last, only one that is added.
+        pieces[::2] = ["…" if piece.strip(" \n+") and ("+" in piece or "…" in piece) else "" for piece in pieces[::2]]
+        yield from (line.strip() for line in "".join(pieces).split("\n") if re.search(r"\w", line))
+
+
+def sentences_of(source: Path) -> Iterator[str]:
+    literals: list[str] = []
+
+    def mask(token: re.Match[str]) -> str:
+        if not token[0].startswith('"'):
+            return ""
+        literals.append(token[0])
+        return f"\ue000{len(literals) - 1}\ue001"
+
+    masked = TOKEN.sub(mask, source.read_text())
+    for name, arguments in CALL.findall(masked):
+        if name == "throwSystemError":
+            arguments = arguments.split(",", 2)[1]  # the object behind it is a path
+        for text in texts_of(arguments, literals):
+            yield WRAPPED.get(name, "{}").format(text)
+    if source.name in FILES_OF_TEXTS:
+        for expression in RETURNED.findall(masked):
+            if "&&" not in expression:  # a condition is no text
+                yield from texts_of(expression, literals)
+
+
+def sentences_of_program() -> dict[str, str]:
+    """Each with the file that it stands in."""
+    return {sentence: source.name for room in ROOMS for source in sorted((ROOT / room).iterdir())
+            if source.suffix in (".cpp", ".h") for sentence in sentences_of(source)}
+
+
+def sentences_of_build_command() -> dict[str, str]:
+    sentences = {("failed, " if kind == "failed" else "") + BASH_VALUE.sub("…", text): BUILD_COMMAND.name
+                 for kind, text in BASH_SENTENCE.findall(BUILD_COMMAND.read_text())}
+    sentences.pop("failed, …", None)  # another program's words
+    return sentences
+
+
+def is_shown_as(line: str, sentence: str) -> bool:
+    return matches(sentence, line) or matches("…: " + sentence, line)
+
+
+class Page(unittest.TestCase):
+    maxDiff = None
+    SPEAKERS = ((("program", "packer"), sentences_of_program), (("build command",), sentences_of_build_command))
+
+    def test_mentions_every_sentence_of_the_sources(self) -> None:
+        for speakers, sentences in self.SPEAKERS:
+            lines = [line for block in blocks() if block.who in speakers for line in block.lines]
+            missing = [f"{file}: {sentence}" for sentence, file in sentences().items()
+                       if not any(is_shown_as(line, sentence) for line in lines)]
+            self.assertEqual(missing, [])
+
+    def test_gives_the_program_no_sentence_that_is_in_no_source(self) -> None:
+        for speakers, sentences in self.SPEAKERS:
+            known = sentences()
+            unknown = [line for block in blocks() if block.who in speakers for line in block.lines
+                       if not any(is_shown_as(line, sentence) for sentence in known)]
+            self.assertEqual(unknown, [])
+
+
+# ---- the sentences of the tool ----
+
+IMAGE = b"\0" + bytes(range(256)) * 200
+BOOT_LOG = b"rst:0x15 (USB_UART_CHIP_RESET),boot:0x8 (SPI_FAST_FLASH_BOOT)\r\n"
+
+
+class Tool(test_device.DeviceTest):
+    def configure(self, *settings: str) -> None:
+        """The tool's own seven attempts to connect differ in nothing but the time that they take."""
+        (self.folder / "esptool.cfg").write_text("\n".join(("[esptool]", "connect_attempts = 1", *settings)))
+
+    def flash_device(self, *options: str) -> str:
+        device = self.device(*options)
+        output = self.flash(IMAGE).stdout
+        device.terminate()  # one that was unplugged ends by itself, so its status may be either
+        device.wait(test_device.ONLY_WHEN_BROKEN)
+        return output
+
+    def terminal(self) -> tuple[int, int]:
+        """A port without a device behind it."""
+        master, slave = os.openpty()
+        tty.setraw(slave)
+        os.symlink(os.ttyname(slave), PORT)
+        self.addCleanup(lambda: (os.close(master), os.close(slave)))
+        return master, slave
+
+    def flash_without_privileges(self) -> str:
+        """Root may open everything, and so may a root who is one in its own namespace only."""
+        few = ["setpriv", "--bounding-set", "-all", "--inh-caps", "-all"] if os.geteuid() == 0 else []
+        return run(*few, *self.tool(IMAGE), **self.surroundings()).stdout
+
+    def flash_with_denied_port(self) -> str:
+        _, slave = self.terminal()
+        os.fchmod(slave, 0)
+        output = self.flash_without_privileges()
+        os.unlink(PORT)
+        return output
+
+    def flash_with_busy_port(self) -> str:
+        _, slave = self.terminal()
+        fcntl.ioctl(slave, termios.TIOCEXCL)
+        output = self.flash_without_privileges()
+        os.unlink(PORT)
+        return output
+
+    def flash_with_null_port(self) -> str:
+        os.symlink("null", PORT)
+        output = self.flash(IMAGE).stdout
+        os.unlink(PORT)
+        return output
+
+    def flash_firmware_that_runs(self) -> str:
+        """Whatever reaches the port, its boot log comes back."""
+        self.configure("reset_delay = 1")  # the tool looks for the log only once, after this time
+        master, _ = self.terminal()
+        output = b""
+        with subprocess.Popen(self.tool(IMAGE), stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              **self.surroundings()) as host:
+            while True:
+                ready = select.select([master, host.stdout], [], [])[0]
+                if master in ready:
+                    os.read(master, 4096)
+                    os.write(master, BOOT_LOG)
+                if host.stdout in ready:
+                    said = os.read(host.stdout.fileno(), 4096)
+                    if not said:
+                        break
+                    output += said
+        os.unlink(PORT)
+        self.configure()
+        return output.decode()
+
+    def version_without(self, module: str) -> str:
+        """An interpreter without the modules of the system, but with the tool's other one."""
+        other = {"serial": "intelhex", "intelhex": "serial"}[module]
+        modules = self.folder / f"without-{module}"
+        modules.mkdir()
+        found = run(PYTHON, "-c", f"import {other}; print({other}.__path__[0])").stdout.strip()
+        (modules / other).symlink_to(found)
+        tool = self.tool(IMAGE)[1]
+        environment = os.environ | {"PYTHONPATH": str(modules), "PYTHONDONTWRITEBYTECODE": "1"}
+        return run(PYTHON, "-S", tool, "version", env=environment).stdout
+
+    def outputs(self) -> dict[str, str]:
+        self.configure()
+        return {
+            "no such port": self.flash(IMAGE).stdout,
+            "port of another kind": self.flash_with_null_port(),
+            "port denied": self.flash_with_denied_port(),
+            "port busy": self.flash_with_busy_port(),
+            "no pyserial": self.version_without("serial"),
+            "no intelhex": self.version_without("intelhex"),
+            "silent device": self.flash_device("--fault", "never-answers"),
+            "garbage": self.flash_device("--fault", "garbage"),
+            "not in boot mode": self.flash_firmware_that_runs(),
+            "another chip": self.flash_device("--fault", "other-chip"),
+            "unplugged": self.flash_device("--fault", "unplugged"),
+            "stops before the first block": self.flash_device("--fault", "stops-answering@0"),
+            "stops later": self.flash_device("--fault", "stops-answering"),
+            "wrong bit": self.flash_device("--fault", "bit-error"),
+            "nothing wrong": self.flash_device(),
+        }
+
+    # fault: the port is missing, denied, busy or no serial port; the tool lacks a module; the device's firmware runs
+    # injected: a name without a node, a terminal without rights or in exclusive use, /dev/null; an interpreter that
+    #     sees only one of the two modules; a boot log behind the port
+    # seen: the tool's sentences in docs/troubleshooting.md, word for word
+    # kept: the device, which nobody has written to
+    def test_says_now_what_the_page_marks_as_seen(self) -> None:
+        seen = [block.lines for block in blocks() if block.who == "tool" and block.seen]
+
+        def prints(output: str, wanted: list[str]) -> bool:
+            lines = iter(output.splitlines())
+            return all(any(matches(sentence, line) for line in lines) for sentence in wanted)
+
+        outputs = self.outputs()
+        for wanted in seen:
+            with self.subTest("no case prints what the page marks as seen", wanted=wanted):
+                self.assertTrue(any(prints(output, wanted) for output in outputs.values()))
+        for case, output in outputs.items():
+            with self.subTest("the page shows nothing of this case", case=case):
+                self.assertTrue(any(prints(output, wanted) for wanted in seen), output)
+
+
+def main() -> int:
+    if "INSIDE_PRIVATE_DEV" not in os.environ:
+        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
+        private_dev = ROOT / "tests/device/private-dev"
+        os.execv(private_dev, [private_dev, "--", PYTHON, "-B", __file__, *sys.argv[1:]])
+    with tempfile.TemporaryDirectory() as test_device.home:
+        if subprocess.call([ROOT / "tests/device/install-esptool", test_device.home]) != 0:
+            return 1
+        program = unittest.main(exit=False)
+    return 0 if program.result.wasSuccessful() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,383 @@
+// The window for those who do not use a pointer, do not see it, or see little of it.
+
+#include <QAbstractItemView>
+#include <QAccessible>
+#include <QApplication>
+#include <QClipboard>
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QMessageBox>
+#include <QScrollBar>
+#include <QTest>
+#include <QTextDocumentFragment>
+#include <QToolTip>
+#include <QWindow>
+#include <algorithm>
+#include <cmath>
+
+#include "tests/support/Fifo.h"
+#include "tests/ui/WindowRows.h"
+#include "tests/ui/WindowTest.h"
+#include "ui/ActionButton.h"
+#include "ui/ActivityBar.h"
+#include "ui/LogTextView.h"
+#include "ui/TextLabel.h"
+
+namespace qelmo {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// What an assistive tool is told --------------------------------------------------------------------------
+
+/// What an assistive tool says of a view.
+struct Said {
+    QAccessible::Role role;
+    std::string name;
+    std::string description;
+
+    bool operator==(const Said&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Said& said) {
+    return stream << "role " << said.role << ", " << said.name << " (" << said.description << ")";
+}
+
+Said saidOf(const QAccessibleInterface* view) {
+    return {view->role(), view->text(QAccessible::Name).toStdString(),
+            view->text(QAccessible::Description).toStdString()};
+}
+
+QAccessibleInterface* accessible(QWidget* view) {
+    return QAccessible::queryAccessibleInterface(view);
+}
+
+class Access : public ReadyWindowTest {
+protected:
+    Access() { waitUntilActive(); }
+
+    void waitUntilActive() const {
+        delegate->window->activateWindow();
+        EXPECT_TRUE(waitUntil([this] { return delegate->window->isActiveWindow(); }));
+    }
+    QWidget* focused() const { return delegate->window->focusWidget(); }
+    void type(Qt::Key key, Qt::KeyboardModifiers modifiers = {}) const {
+        QTest::keyClick(delegate->window->windowHandle(), key, modifiers);
+    }
+};
+
+TEST_F(Access, NamesEveryViewFromTopToBottom) {
+    const QAccessibleInterface* const window = accessible(delegate->window.get());
+    std::vector<Said> views;
+    for (int index = 0; index < window->childCount(); ++index) {
+        const QAccessibleInterface* view = window->child(index);
+        // The panel itself says nothing; the release in it does.
+        if (view->childCount() == 1 && view->role() == QAccessible::Client) view = view->child(0);
+        if (view->role() != QAccessible::Client) views.push_back(saidOf(view));
+    }
+    const auto text = QAccessible::StaticText;
+    EXPECT_THAT(
+        views,
+        ElementsAre(
+            Said{text, "QELMO // FLASH", ""},
+            Said{text, "VARNOX  •  CARDPUTER ADV  •  COMPLETE 0x0 IMAGE", ""},
+            Said{text, textOf(delegate->releaseLabel), "Release"}, Said{text, "BOOT PORT", ""},
+            Said{QAccessible::ComboBox, "/dev/cu.usbmodem101", ""},
+            Said{QAccessible::Button, "REFRESH BUILD",
+                 "Reload the newest embedded build and rescan USB boot ports"},
+            Said{text,
+                 "G0 BOOT MODE  //  Turn off → hold G0 → power on → release G0 → connect USB data cable", ""},
+            Said{text, "READY", "Status"}, Said{QAccessible::ProgressBar, "Flash progress", "Idle"},
+            Said{QAccessible::EditableText, "Log", ""},
+            Said{QAccessible::Button, delegate->flashButton->title().toStdString(), ""},
+            Said{text, "INTERNAL FLASH ONLY  •  SD CARD IS NEVER MOUNTED OR ACCESSED", ""}));
+}
+
+TEST_F(Access, LabelsThePortMenuByItsCaption) {
+    const auto labels = accessible(delegate->portPopup)->relations(QAccessible::Label);
+    ASSERT_EQ(labels.size(), 1);
+    EXPECT_EQ(labels.front().first->text(QAccessible::Name).toStdString(), "BOOT PORT");
+}
+
+TEST_F(Access, SaysWhetherAJobRuns) {
+    const auto description = [this] { return saidOf(accessible(delegate->progress)).description; };
+    const Fifo gate;
+    setTool("open('" + gate.path() + "').read(); sys.exit(1)");
+    EXPECT_EQ(description(), "Idle");
+    startJob();
+    EXPECT_EQ(description(), "Busy");
+    gate.open();
+    ASSERT_TRUE(waitForEndOfJob());
+    EXPECT_EQ(description(), "Idle");
+}
+
+// The keyboard --------------------------------------------------------------------------------------------
+
+TEST_F(Access, StartsAtThePortMenu) {
+    EXPECT_EQ(focused(), delegate->portPopup);
+}
+
+using AccessWithoutAPort = WindowTest;
+
+TEST_F(AccessWithoutAPort, StartsAtTheRefreshButton) {
+    launch();
+    EXPECT_EQ(delegate->window->focusWidget(), delegate->refreshButton);
+}
+
+TEST_F(Access, MovesFromTopToBottomWithTabAndBackWithShiftTab) {
+    const std::vector<QWidget*> order{delegate->portPopup, delegate->refreshButton, delegate->logTextView,
+                                      delegate->flashButton};
+    for (QWidget* const control : order) {
+        EXPECT_EQ(focused(), control);
+        type(Qt::Key_Tab);
+    }
+    EXPECT_EQ(focused(), order.front());
+    for (auto control = order.rbegin(); control != order.rend(); ++control) {
+        type(Qt::Key_Backtab, Qt::ShiftModifier);
+        EXPECT_EQ(focused(), *control);
+    }
+}
+
+TEST_F(Access, ChoosesAPortWithTheArrowKeys) {
+    const BootPort other("cu.wchusbserial110");
+    pressRefresh();
+    delegate->portPopup->setFocus();
+    type(Qt::Key_Down);
+    EXPECT_EQ(delegate->portPopup->currentText().toStdString(), "/dev/cu.wchusbserial110");
+    type(Qt::Key_Up);
+    EXPECT_EQ(delegate->portPopup->currentText().toStdString(), "/dev/cu.usbmodem101");
+}
+
+TEST_F(Access, PressesAButtonWithTheSpaceBarReturnAndEnter) {
+    for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
+        takeLog();
+        delegate->refreshButton->setFocus();
+        type(key);
+        EXPECT_THAT(takeLog(), HasSubstr("Found 1 candidate boot port.")) << key;
+        const AlertAnswer answer(pressKey(Qt::Key_Escape));
+        delegate->flashButton->setFocus();
+        type(key);
+        EXPECT_EQ(takeLog(), "Flash cancelled. Nothing was written.\n") << key;
+    }
+}
+
+// fault: Return is held down on the flash button
+// injected: a press of the key that repeats and never ends
+// seen: nothing
+// kept: no alert is open that the same key could answer
+TEST_F(Access, LetsAReturnThatIsHeldDownPressNothing) {
+    QWidget* const flash = delegate->flashButton;
+    takeLog();
+    for (const bool repeats : {false, true, true}) {
+        QKeyEvent down(QEvent::KeyPress, Qt::Key_Return, {}, {}, repeats);
+        QApplication::sendEvent(flash, &down);
+        QKeyEvent up(QEvent::KeyRelease, Qt::Key_Return, {}, {}, true);
+        QApplication::sendEvent(flash, &up);
+    }
+    EXPECT_EQ(AlertAnswer::unanswered(), nullptr);
+    EXPECT_EQ(takeLog(), "");
+}
+
+TEST_F(Access, ShowsWhichControlHasTheFocus) {
+    for (QWidget* const control : std::initializer_list<QWidget*>{
+             delegate->refreshButton, delegate->logTextView, delegate->flashButton, delegate->portPopup}) {
+        const auto ring = [this, control] {
+            const QRect frame = frameOf(control);
+            return colourOnScreen(*delegate->window, {frame.center().x(), frame.top() + 1});
+        };
+        EXPECT_NE(ring(), hex(delegate->accent)) << saidOf(accessible(control));
+        while (focused() != control) type(Qt::Key_Tab);
+        EXPECT_TRUE(waitUntil([&] { return ring() == hex(delegate->accent); }))
+            << saidOf(accessible(control));
+    }
+}
+
+TEST_F(Access, KeepsTheSignOfTheFocusAtTheEdgeWhileTheLogScrolls) {
+    while (focused() != delegate->logTextView) type(Qt::Key_Tab);
+    for (int line = 0; line < 40; ++line) delegate->appendLog("line " + std::to_string(line), true);
+    settle();
+    const QPoint corner = frameOf(delegate->logTextView).topLeft();
+    const QPoint right = corner + QPoint(400, 0);
+    const auto isRing = [&](int y) {
+        return colourOnScreen(*delegate->window, right + QPoint(0, y)) == hex(delegate->accent);
+    };
+    const auto lines = [&] { return onScreen(*delegate->window, {corner + QPoint(10, 20), QSize(90, 90)}); };
+    EXPECT_TRUE(waitUntil([&] { return isRing(0); }));
+    const QImage before = lines();
+    QScrollBar* const bar = delegate->logTextView->verticalScrollBar();
+    bar->setValue(bar->value() - 1);
+    ASSERT_TRUE(waitUntil([&] { return lines() != before; }));
+    for (int y = 0; y < 40; ++y) EXPECT_EQ(isRing(y), y < 2) << y;
+}
+
+// The log -------------------------------------------------------------------------------------------------
+
+TEST_F(Access, SelectsAndCopiesTheLogWithTheKeyboard) {
+    delegate->appendLog("first\nsecond", true);
+    settle();
+    delegate->logTextView->setFocus();
+    type(Qt::Key_Up, Qt::ShiftModifier);
+    type(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::clipboard()->text().toStdString(), "second\n");
+    type(Qt::Key_A, Qt::ControlModifier);
+    type(Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(QApplication::clipboard()->text(), delegate->logTextView->toPlainText());
+}
+
+TEST_F(Access, KeepsASelectionUpToTheEndAsItIsWhileTheLogGrows) {
+    for (const auto direction : {QTextCursor::Start, QTextCursor::End}) {
+        const QString before = delegate->logTextView->toPlainText();
+        QTextCursor all(delegate->logTextView->document());
+        all.movePosition(direction == QTextCursor::Start ? QTextCursor::End : QTextCursor::Start);
+        all.movePosition(direction, QTextCursor::KeepAnchor);
+        delegate->logTextView->setTextCursor(all);
+        delegate->appendLog("more", true);
+        settle();
+        EXPECT_EQ(delegate->logTextView->textCursor().selection().toPlainText(), before);
+        EXPECT_EQ(delegate->logTextView->toPlainText(), before + QStringLiteral("more\n"));
+    }
+}
+
+// The end -------------------------------------------------------------------------------------------------
+
+#ifndef Q_OS_MACOS
+TEST_F(Access, QuitsWithControlQAsWithTheCloseButton) {
+    delegate->logTextView->setFocus();
+    type(Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_FALSE(delegate->window->isVisible());
+}
+
+TEST_F(Access, QuitsWithControlQWhileAJobRuns) {
+    const Fifo gate;
+    setTool("open('" + gate.path() + "').read(); sys.exit(1)");
+    const AlertAnswer confirmation(
+        inOrder([](QMessageBox& box) { EXPECT_TRUE(waitUntil([&box] { return box.isActiveWindow(); })); },
+                click("ERASE + FLASH")));
+    pressFlash();
+    waitUntilActive();
+    type(Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_FALSE(delegate->window->isVisible());
+    EXPECT_NE(delegate->flashProcess, nullptr);
+    gate.open();
+    ASSERT_TRUE(waitForEndOfJob());
+}
+
+TEST_F(Access, DoesNotQuitWithControlQBehindAnAlert) {
+    const AlertAnswer answer(inOrder(
+        [this](QMessageBox& box) {
+            QTest::keyClick(box.windowHandle(), Qt::Key_Q, Qt::ControlModifier);
+            type(Qt::Key_Q, Qt::ControlModifier);
+            EXPECT_TRUE(box.isVisible());
+            EXPECT_TRUE(delegate->window->isVisible());
+        },
+        click("OK")));
+    delegate->showError("x");
+}
+#endif
+
+// Contrast ------------------------------------------------------------------------------------------------
+
+double luminance(const QColor& colour) {
+    const auto linear = [](double part) {
+        return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) +
+           0.0722 * linear(colour.blueF());
+}
+
+/// As the Web Content Accessibility Guidelines 2.1 define it.
+double contrast(const QColor& one, const QColor& other) {
+    const auto [darker, lighter] = std::minmax({luminance(one), luminance(other)});
+    return (lighter + 0.05) / (darker + 0.05);
+}
+
+void expectReadable(const std::string& what, const QColor& text, const QColor& ground) {
+    EXPECT_GE(contrast(text, ground), 4.5) << what << ": " << hex(text) << " on " << hex(ground);
+}
+
+void expectReadable(const std::string& what, const QWidget* view, QPalette::ColorRole text,
+                    QPalette::ColorRole ground) {
+    for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled})
+        expectReadable(what + ", group " + std::to_string(group), view->palette().color(group, text),
+                       view->palette().color(group, ground));
+}
+
+class Contrast : public Access {
+protected:
+    /// A control's text on every colour that the screen shows from its top to its bottom beside the text.
+    void expectReadableOnScreen(const std::string& what, const QWidget* control, int besideText) const {
+        const QRect frame = frameOf(control);
+        const QImage ground =
+            onScreen(*delegate->window, {frame.left() + besideText, frame.top() + 4, 1, frame.height() - 8});
+        for (int y = 0; y < ground.height(); ++y)
+            expectReadable(what + " on the screen", control->palette().color(control->foregroundRole()),
+                           ground.pixelColor(0, y));
+    }
+};
+
+TEST(ContrastItself, IsThatOfItsDefinition) {
+    EXPECT_DOUBLE_EQ(contrast(Qt::black, Qt::white), 21.0);
+    EXPECT_NEAR(contrast(QColor(0x76, 0x76, 0x76), Qt::white), 4.54, 0.005);
+}
+
+TEST_F(Contrast, OfEveryLabelIsEnough) {
+    const QPalette window = delegate->window->palette();
+    for (const auto* label : delegate->window->findChildren<QLabel*>()) {
+        const QRect frame = frameOf(label);
+        const QColor ground =
+            onScreen(*delegate->window, {frame.topLeft() - QPoint(2, 0), QSize(1, 1)}).pixelColor(0, 0);
+        expectReadable(textOf(label), label->palette().color(label->foregroundRole()), ground);
+    }
+    for (const QColor& colour : {delegate->accent, delegate->warning, delegate->danger})
+        expectReadable("a status", colour, window.color(QPalette::Window));
+}
+
+TEST_F(Contrast, OfTheLogAndItsSelectionIsEnough) {
+    const QWidget* const log = delegate->logTextView;
+    expectReadable("log", log, QPalette::Text, QPalette::Base);
+    expectReadable("selected text of the log", log, QPalette::HighlightedText, QPalette::Highlight);
+}
+
+TEST_F(Contrast, OfButtonsAndMenuIsEnough) {
+    for (const bool isEnabled : {true, false}) {
+        for (QWidget* const control : std::initializer_list<QWidget*>{
+                 delegate->portPopup, delegate->refreshButton, delegate->flashButton}) {
+            control->setEnabled(isEnabled);
+            settle();
+            const std::string what = saidOf(accessible(control)).name + (isEnabled ? "" : ", disabled");
+            expectReadable(what, control, QPalette::ButtonText, QPalette::Button);
+            expectReadableOnScreen(what, control, control == delegate->portPopup ? control->width() / 2 : 6);
+        }
+    }
+    const QWidget* const items = delegate->portPopup->view();
+    expectReadable("items of the menu", items, QPalette::Text, QPalette::Base);
+    expectReadable("chosen item of the menu", items, QPalette::HighlightedText, QPalette::Highlight);
+}
+
+TEST_F(Contrast, OfATooltipIsEnough) {
+    QToolTip::showText(QPoint(10, 10), delegate->refreshButton->toolTip(), delegate->refreshButton);
+    const QWidget* shown = nullptr;
+    for (const QWidget* candidate : QApplication::topLevelWidgets())
+        if (candidate->inherits("QTipLabel")) shown = candidate;
+    ASSERT_NE(shown, nullptr);
+    expectReadable("tooltip", shown, QPalette::ToolTipText, QPalette::ToolTipBase);
+    QToolTip::hideText();
+}
+
+TEST_F(Contrast, OfAnAlertIsEnough) {
+    const AlertAnswer answer(inOrder(
+        [](QMessageBox& box) {
+            for (const auto* label : box.findChildren<QLabel*>())
+                expectReadable(textOf(label), label, label->foregroundRole(), QPalette::Window);
+            for (const auto* button : box.buttons())
+                expectReadable(button->text().toStdString(), button, QPalette::ButtonText, QPalette::Button);
+        },
+        pressKey(Qt::Key_Escape)));
+    pressFlash();
+}
+
+}  // namespace
+
+}  // namespace qelmo

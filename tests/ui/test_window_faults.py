@@ -1,0 +1,154 @@
+"""The windowed program in a system that refuses it something: a full disk, a closed pipe, calls that fail."""
+
+from __future__ import annotations
+
+import glob
+import os
+import pathlib
+import resource
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from test_window_self_test import PASSED, REPORT, WindowedProcess
+
+STRACE = shutil.which("strace")
+NOBODY = 65534
+# Fills a /tmp of its own, runs the command in it and lists what is left there.
+IN_A_FULL_TMP = ('mount -t tmpfs -o size=16k tmpfs /tmp || exit 77; cat /dev/zero >/tmp/full 2>/dev/null\n'
+                 '"$0" "$@"; status=$?; ls -A /tmp >"$LISTING"; exit $status')
+
+
+def limit(kind: int, value: int) -> dict:
+    """Options of a run in which the program, but not this one, has the limit."""
+    return {"preexec_fn": lambda: resource.setrlimit(kind, (value, value))}
+
+
+class ReportFile(WindowedProcess):
+    def setUp(self) -> None:
+        # Not below /tmp, which one of the tests hides.
+        tempfile.tempdir, before = "/var/tmp", tempfile.tempdir
+        self.addCleanup(setattr, tempfile, "tempdir", before)
+        super().setUp()
+
+    # fault: the disk that takes the report file of the window self-test is full
+    # injected: a /tmp of 16 KB without one free byte
+    # seen: nothing
+    # kept: the report on standard output and status 0; no half file and no temporary file
+    def test_on_a_full_disk_is_left_out(self) -> None:
+        listing = self.folder / "listing"
+        self.environment["LISTING"] = str(listing)
+        done = self.run_program("unshare", "-m", "sh", "-c", IN_A_FULL_TMP)
+        if done.returncode == 77 or done.stderr.startswith("unshare"):
+            self.skipTest(done.stderr)
+        self.assert_passed(done)
+        names = listing.read_text().split()
+        self.assertIn("full", names)
+        self.assertEqual([name for name in names if name.startswith("qelmo")], [])
+
+    # fault: another user has put a link where the report file of the window self-test goes
+    # injected: a link of that user to a file of this one
+    # seen: nothing
+    # kept: the link and its target; the report on standard output and status 0
+    @unittest.skipUnless(os.geteuid() == 0, "needs a link of another user")
+    def test_leaves_another_users_link_and_its_target_alone(self) -> None:
+        victim = self.folder / "victim"
+        victim.write_text("precious")
+        os.symlink(victim, REPORT)
+        os.lchown(REPORT, NOBODY, NOBODY)
+        self.assert_passed(self.run_program())
+        self.assertEqual((victim.read_text(), os.readlink(REPORT)), ("precious", str(victim)))
+
+    # fault: the user's files may not grow
+    # injected: RLIMIT_FSIZE 0
+    # seen: nothing
+    # kept: the report on standard output and status 0; no temporary file; no death by SIGXFSZ
+    def test_that_may_not_grow_is_left_out(self) -> None:
+        self.assert_passed(self.run_program(**limit(resource.RLIMIT_FSIZE, 0)))
+        self.assertEqual(glob.glob(REPORT + "*"), [])
+
+
+class Limits(WindowedProcess):
+    # fault: the user may make no thread, which the toolkit cannot do without
+    # injected: RLIMIT_NPROC 0 as an ordinary user
+    # seen: "The flasher cannot run: start the window: Resource temporarily unavailable", status 1
+    # kept: nothing on standard output; the program does not wait forever
+    def test_of_threads_is_named_in_one_sentence(self) -> None:
+        os.chmod(self.folder, 0o755)
+        user = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.geteuid() == 0 else {}
+        done = self.run_program(**limit(resource.RLIMIT_NPROC, 0), **user)
+        self.assertEqual((done.returncode, done.stdout, done.stderr),
+                         (1, "", "The flasher cannot run: start the window: Resource temporarily unavailable\n"))
+
+    # fault: there are too few descriptors for the toolkit
+    # injected: RLIMIT_NOFILE 4 to 12
+    # seen: "The flasher cannot run: start the window: Too many open files", status 1
+    # kept: nothing on standard output; no abort
+    def test_of_descriptors_is_named_in_one_sentence(self) -> None:
+        for number in range(4, 13):
+            with self.subTest(number):
+                done = self.run_program(**limit(resource.RLIMIT_NOFILE, number))
+                self.assertEqual((done.returncode, done.stdout, done.stderr),
+                                 (1, "", "The flasher cannot run: start the window: Too many open files\n"))
+
+
+class StandardOutput(WindowedProcess):
+    # fault: nobody reads the window self-test's standard output any more
+    # injected: a pipe without a reader
+    # seen: "window_self_test=FAILED write standard output: Broken pipe", status 1
+    # kept: the report file
+    def test_that_nobody_reads_is_a_failure(self) -> None:
+        reading, writing = os.pipe()
+        os.close(reading)
+        done = self.run_program(stdout=writing)
+        os.close(writing)
+        self.assertEqual((done.returncode, done.stderr),
+                         (1, "window_self_test=FAILED write standard output: Broken pipe\n"))
+        self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
+
+
+@unittest.skipUnless(STRACE, "strace is not installed")
+class Calls(WindowedProcess):
+    def run_with(self, path: str, injected: str) -> subprocess.CompletedProcess:
+        # The leak checker cannot work under a tracer; it concerns builds with sanitizers only.
+        self.environment["ASAN_OPTIONS"] = "detect_leaks=0"
+        return self.run_program(STRACE, "--quiet=path-resolution", "-o", "/dev/null", "-P", path, "-e",
+                                "inject=" + injected)
+
+    # fault: no descriptor is left while the window starts
+    # injected: EMFILE when the delegate looks for its argument, in the middle of the event loop
+    # seen: "The flasher cannot run: open /proc/self/cmdline: Too many open files", status 1
+    # kept: no crash; nothing on standard output; no report file
+    def test_that_fail_inside_the_event_loop_end_the_program_in_one_sentence(self) -> None:
+        done = self.run_with("/proc/self/cmdline", "openat:error=EMFILE:when=2")
+        self.assertEqual((done.returncode, done.stdout, done.stderr),
+                         (1, "", "The flasher cannot run: open /proc/self/cmdline: Too many open files\n"))
+        self.assertFalse(os.path.exists(REPORT))
+
+    # fault: the program cannot find out where it stands, at any moment of its start and of its self-test
+    # injected: EACCES for its own path, once, at the first to the eighth look
+    # seen: the report, or "The flasher cannot run: read /proc/self/exe: Permission denied" and status 1
+    # kept: no crash; status 0 only with a passed report
+    def test_that_find_the_bundle_may_fail_at_any_moment(self) -> None:
+        sentence = (1, "", "The flasher cannot run: read /proc/self/exe: Permission denied\n")
+        seen = []
+        for number in range(1, 9):
+            with self.subTest(number):
+                done = self.run_with("/proc/self/exe", f"readlink:error=EACCES:when={number}")
+                seen.append((done.returncode, done.stdout, done.stderr))
+                self.assertTrue(seen[-1] in (sentence, (0, PASSED, "")) or
+                                done.returncode == 1 and done.stdout.startswith("window_self_test=FAILED\n"), done)
+        self.assertIn(sentence, seen)
+        self.assertNotEqual(seen, [sentence] * len(seen))
+
+    # fault: /dev cannot be read while the window starts
+    # injected: EACCES for every listing of it
+    # seen: the passed report
+    # kept: the verdict, which does not depend on ports, and status 0
+    def test_that_list_the_ports_do_not_concern_the_verdict(self) -> None:
+        self.assert_passed(self.run_with("/dev", "openat:error=EACCES"))
+
+
+if __name__ == "__main__":
+    unittest.main()
