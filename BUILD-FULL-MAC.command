@@ -290,8 +290,14 @@ self_test() {
 finish() {
     local finished=$work/$bundle_name
     begin "Application"
-    logged rm -rf "$finished" || failed "$(last_words)" "ls -la \"$work\""
-    logged mv "$app" "$finished" || failed "$(last_words)" "ls -la \"$work\""
+    # The application of an earlier run goes last, and comes back if the new one cannot take its place.
+    if [ -e "$finished" ]; then
+        logged mv "$finished" "$unfinished/previous" || failed "$(last_words)" "ls -la \"$work\""
+    fi
+    if ! logged mv "$app" "$finished"; then
+        [ ! -e "$unfinished/previous" ] || mv "$unfinished/previous" "$finished"
+        failed "$(last_words)" "ls -la \"$work\""
+    fi
     passed "$finished"
 }
 

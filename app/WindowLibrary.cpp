@@ -22,8 +22,9 @@ int runWindowedStart() {
     if (entry == nullptr) {
         // The loader's reason comes first; on some systems a list of tried paths follows.
         const std::string_view said = ::dlerror();
-        writeToStandardError("The window cannot be opened: " + decodedUtf8(said.substr(0, said.find('\n'))) +
-                             ". The window needs Qt 6 Widgets; --self-test works without it.\n");
+        writeToStandardError(
+            "The window cannot be opened: " + shownOnOneLine(said.substr(0, said.find('\n'))) +
+            ". The window needs Qt 6 Widgets; --self-test works without it.\n");
         return EXIT_FAILURE;
     }
     return reinterpret_cast<int (*)()>(entry)();

@@ -13,6 +13,7 @@
 #include "platform/FileDescriptor.h"
 #include "platform/SystemError.h"
 #include "platform/ThisProcess.h"
+#include "platform/Utf8.h"
 #include "ui/AppDelegate.h"
 #include "ui/DarkControls.h"
 #include "ui/QtMainQueue.h"
@@ -24,10 +25,17 @@ namespace {
 
 /// The toolkit ends the process when it finds no display, after it has asked this handler to show why. Its
 /// own words, and its warnings about the user's desktop, help nobody who holds a device.
-void showFatalMessagesOnly(QtMsgType type, const QMessageLogContext& /*context*/, const QString& /*text*/) {
+void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& /*context*/, const QString& /*text*/) {
     if (type != QtFatalMsg) return;
     writeToStandardError(
         "The window cannot be opened: no display can be used. --self-test works without one.\n");
+    std::_Exit(EXIT_FAILURE);
+}
+
+/// The same once there is a window.
+void sayWhyTheWindowEnds(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+    if (type != QtFatalMsg) return;
+    writeToStandardError("The window cannot go on: " + shownOnOneLine(text.toStdString()) + "\n");
     std::_Exit(EXIT_FAILURE);
 }
 
@@ -49,7 +57,7 @@ void requireThreadAndDescriptors() {
 
 int windowedStart() {
     requireThreadAndDescriptors();
-    qInstallMessageHandler(showFatalMessagesOnly);
+    qInstallMessageHandler(sayThatThereIsNoDisplay);
     // The toolkit gets a name, whatever the program was started as, and no arguments: it would take some for
     // itself, and one of them could end the program.
     char name[] = "QelmoFlasher";
@@ -60,6 +68,7 @@ int windowedStart() {
     std::optional<WithoutSharedMemory> connecting(std::in_place);
     QApplication application(argumentCount, arguments);
     connecting.reset();
+    qInstallMessageHandler(sayWhyTheWindowEnds);
     applyDarkControls(application);
 
     const auto mainQueue = std::make_shared<QtMainQueue>();
@@ -70,6 +79,7 @@ int windowedStart() {
     const int status = QApplication::exec();
     delegate.reset();
     mainQueue->close();
+    mainQueue->rethrowFailure();
     return status;
 }
 

@@ -11,11 +11,16 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/LeasedMapping.h"
+#include "platform/PopulatedBuffer.h"
 #include "platform/SystemError.h"
 
 namespace qelmo {
 
 namespace {
+
+/// Below, a copy costs less than the calls of a mapping.
+constexpr std::size_t worthMappingBytes = std::size_t{1} << 20;
 
 void requireRegularFile(const struct stat& status, const std::string& path) {
     if (S_ISREG(status.st_mode)) return;
@@ -50,9 +55,9 @@ std::size_t readUpTo(int descriptor, std::byte* buffer, std::size_t sizeBytes, c
     return count;
 }
 
-PopulatedBuffer bufferFor(std::size_t sizeBytes, const std::string& path) {
+std::shared_ptr<PopulatedBuffer> bufferFor(std::size_t sizeBytes, const std::string& path) {
     try {
-        return PopulatedBuffer(sizeBytes);
+        return std::make_shared<PopulatedBuffer>(sizeBytes);
     } catch (const std::bad_alloc&) {
         throwSystemError(ENOMEM, "read", path);
     }
@@ -60,7 +65,7 @@ PopulatedBuffer bufferFor(std::size_t sizeBytes, const std::string& path) {
 
 }  // namespace
 
-bool isReadableFile(const std::string& path) {
+bool isReadable(const std::string& path) {
     return !holdsNul(path) && ::access(path.c_str(), R_OK) == 0;
 }
 
@@ -100,14 +105,18 @@ RegularFile::RegularFile(std::string path) : path_(std::move(path)), descriptor_
 FileBytes RegularFile::readAll(std::uint64_t limitBytes) {
     if (sizeBytes_ > limitBytes) throwSystemError(EFBIG, "read", path_);
     const auto wanted = static_cast<std::size_t>(sizeBytes_);
+    if (wanted >= worthMappingBytes) {
+        if (std::shared_ptr<LeasedMapping> mapping = LeasedMapping::create(descriptor_.get(), wanted))
+            return {mapping, mapping->span()};
+    }
 
-    PopulatedBuffer buffer = bufferFor(wanted, path_);
-    const std::size_t count = readUpTo(descriptor_.get(), buffer.span().data(), wanted, path_);
+    const auto buffer = bufferFor(wanted, path_);
+    const std::size_t count = readUpTo(descriptor_.get(), buffer->span().data(), wanted, path_);
 
     std::byte beyond{};
     if (count == wanted && readUpTo(descriptor_.get(), &beyond, 1, path_) != 0)
         throwSystemError(EAGAIN, "read (the file is being changed)", path_);
-    return {std::move(buffer), count};
+    return {buffer, buffer->span().first(count)};
 }
 
 }  // namespace qelmo

@@ -2,18 +2,18 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
-#include "platform/PopulatedBuffer.h"
 
 namespace qelmo {
 
 /// True when something exists at `path` that the current user may read.
-[[nodiscard]] bool isReadableFile(const std::string& path);
+[[nodiscard]] bool isReadable(const std::string& path);
 
 /// True when `path` exists and is a folder.
 [[nodiscard]] bool isFolder(const std::string& path);
@@ -25,23 +25,25 @@ namespace qelmo {
 /// Errors: std::system_error naming the folder.
 [[nodiscard]] std::vector<std::string> namesInFolder(const std::string& path);
 
-/// The bytes of one file in one buffer.
+/// The bytes of one file, in one piece. Copies share it.
 class FileBytes {
 public:
-    FileBytes(PopulatedBuffer buffer, std::size_t sizeBytes)
-        : buffer_(std::move(buffer)), sizeBytes_(sizeBytes) {}
+    /// `owner` keeps `bytes` where they are.
+    FileBytes(std::shared_ptr<const void> owner, std::span<const std::byte> bytes)
+        : owner_(std::move(owner)), bytes_(bytes) {}
 
-    [[nodiscard]] std::span<const std::byte> span() const { return buffer_.span().first(sizeBytes_); }
+    [[nodiscard]] std::span<const std::byte> span() const { return bytes_; }
 
 private:
-    PopulatedBuffer buffer_;
-    std::size_t sizeBytes_;
+    std::shared_ptr<const void> owner_;
+    std::span<const std::byte> bytes_;
 };
 
 /// One regular file, opened once for reading.
 ///
 /// Anything else (folder, FIFO, device) is refused before it is opened, so that nothing waits and no device
-/// notices. The bytes are read, never mapped: a file that shrinks while it is mapped kills its reader.
+/// notices. A large file is mapped where nobody can change it meanwhile, and copied everywhere else: a file
+/// that is cut off while it is mapped would end the program.
 class RegularFile {
 public:
     /// Errors: std::system_error naming the file.

@@ -11,7 +11,8 @@ namespace qelmo {
 ///          never inside the call that posted it. A task that opens a modal alert does not hold up the
 ///          tasks behind it: they run, still in order, inside the alert's own event loop.
 /// Once the application object is gone, tasks are dropped, those that wait and those still to come.
-/// Tasks hold the objects that they work on weakly and resolve them when they run. They must not throw.
+/// Tasks hold the objects that they work on weakly and resolve them when they run. What one of them throws
+/// ends the event loop and is thrown again behind it.
 class MainQueue {
 public:
     using Task = std::function<void()>;

@@ -32,6 +32,11 @@ void populate(std::span<std::byte> bytes) {
 PopulatedBuffer::PopulatedBuffer(std::size_t sizeBytes) {
     if (sizeBytes == 0) return;
     if (sizeBytes > std::numeric_limits<std::size_t>::max() - largePageBytes) throw std::bad_alloc();
+#ifdef QELMO_SANITIZED
+    // A sanitizer sees where an allocation ends, but not where the bytes of a mapping do.
+    bytes_ = {new std::byte[sizeBytes], sizeBytes};
+    return;
+#endif
     // A large page begins at a multiple of its size; only what can hold one is worth the room for that.
     const std::size_t room = sizeBytes < largePageBytes ? 0 : largePageBytes;
     void* const start =
@@ -46,6 +51,9 @@ PopulatedBuffer::PopulatedBuffer(PopulatedBuffer&& other) noexcept
     : mapping_(std::exchange(other.mapping_, {})), bytes_(std::exchange(other.bytes_, {})) {}
 
 PopulatedBuffer::~PopulatedBuffer() {
+#ifdef QELMO_SANITIZED
+    delete[] bytes_.data();
+#endif
     if (!mapping_.empty()) ::munmap(mapping_.data(), mapping_.size());
 }
 

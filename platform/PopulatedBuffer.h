@@ -11,7 +11,6 @@ namespace qelmo {
 /// hashing it; here the kernel is asked for all of it in one call.
 class PopulatedBuffer {
 public:
-    PopulatedBuffer() = default;
     /// Errors: std::bad_alloc.
     explicit PopulatedBuffer(std::size_t sizeBytes);
     PopulatedBuffer(PopulatedBuffer&& other) noexcept;

@@ -53,7 +53,7 @@ bool isCompleteImage(std::span<const std::byte> image) {
 
 FlashManifest readManifest(const std::string& folder) {
     const std::string path = joinedPath(folder, manifestFileName);
-    if (!isReadableFile(path)) throw FlasherFailure("The embedded flash manifest is missing.");
+    if (!isReadable(path)) throw FlasherFailure("The embedded flash manifest is missing.");
     return FlashManifest::decode(RegularFile(path).readAll(manifestLimitBytes).span());
 }
 
@@ -86,7 +86,7 @@ FlasherResources FlasherResources::load(const std::string& bundleURL) {
 
     // Last on purpose: every fault of the release itself outranks a missing tool.
     const std::string esptool = joinedPath(homeFolder(), esptoolBelowHome);
-    if (!isReadableFile(esptool))
+    if (!isReadable(esptool))
         throw FlasherFailure("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
 
     return {manifest, firmware, esptool, digest};

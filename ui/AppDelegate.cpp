@@ -2,7 +2,6 @@
 
 #include <QComboBox>
 #include <QScopedValueRollback>
-#include <QStringList>
 #include <QWidget>
 #include <exception>
 #include <utility>
@@ -50,8 +49,7 @@ AppDelegate::~AppDelegate() = default;
 // Start-up ------------------------------------------------------------------------------------------------
 
 void AppDelegate::applicationDidFinishLaunching() {
-    setFallbackApplicationIcon();
-    if (const auto icon = MainBundle::urlForApplicationIcon()) setApplicationIcon(*icon);
+    setApplicationIcon(MainBundle::urlForApplicationIcon());
     buildWindow();
     window->show();
     window->raise();

@@ -10,9 +10,9 @@ namespace qelmo {
 
 namespace {
 
-/// No window manager is given a larger picture. Those that are left out take twenty times as long to decode
-/// as the others together, and the window waits for them.
-constexpr int largestPictureWidth = 256;
+/// What a window manager shows is no larger. The file's first pictures, up to this size, need no decoder but
+/// the file's own; to read one of the others takes longer than the rest of the start.
+constexpr int largestPictureWidth = 128;
 
 QIcon iconOfFile(const QString& path) {
     QIcon icon;
@@ -27,13 +27,11 @@ QIcon iconOfFile(const QString& path) {
 
 }  // namespace
 
-void setFallbackApplicationIcon() {
-    QApplication::setWindowIcon(QIcon(QStringLiteral(":/qelmo/FallbackIcon.png")));
-}
-
-void setApplicationIcon(const std::string& path) {
-    const QIcon icon = iconOfFile(QFile::decodeName(path.c_str()));
-    if (!icon.isNull()) QApplication::setWindowIcon(icon);
+void setApplicationIcon(const std::optional<std::string>& path) {
+    QIcon icon;
+    if (path) icon = iconOfFile(QFile::decodeName(path->c_str()));
+    if (icon.isNull()) icon = QIcon(QStringLiteral(":/qelmo/FallbackIcon.png"));
+    QApplication::setWindowIcon(icon);
 }
 
 }  // namespace qelmo

@@ -1,14 +1,12 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace qelmo {
 
-/// Gives the application the icon that is built into the program.
-void setFallbackApplicationIcon();
-
-/// Makes the picture file at `path` the application's icon. A file that cannot be read changes nothing and is
-/// not reported.
-void setApplicationIcon(const std::string& path);
+/// Makes the ICNS file at `path` the application's icon. Without a path, and with a file that cannot be read,
+/// it is the one that is built into the program; nothing is reported.
+void setApplicationIcon(const std::optional<std::string>& path);
 
 }  // namespace qelmo

@@ -15,7 +15,7 @@ namespace qelmo {
     return QColor::fromRgbF(static_cast<float>(red), static_cast<float>(green), static_cast<float>(blue));
 }
 
-/// The palette of the window; nothing else in it has a colour of its own.
+/// The palette of the window's own views. What the toolkit draws is coloured in DarkControls.cpp.
 namespace Palette {
 [[nodiscard]] inline QColor background() {
     return calibratedWhite(0.035);

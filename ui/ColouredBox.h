@@ -10,8 +10,6 @@ class ColouredBox : public QWidget {
 public:
     ColouredBox(const QColor& colour, int cornerRadius, QWidget* parent);
 
-    [[nodiscard]] QColor colour() const { return colour_; }
-
 protected:
     void paintEvent(QPaintEvent* event) override;
 

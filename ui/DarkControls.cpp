@@ -35,10 +35,11 @@ QIcon alertIcon(const QColor& colour, const QString& sign) {
     return picture;
 }
 
-/// The toolkit's own style without what a desktop theme would change about alerts.
-class AlertStyle : public QProxyStyle {
+/// The toolkit's own style, without what a desktop theme would change about alerts and with a sign of the
+/// focus that is seen on a dark ground.
+class DarkStyle : public QProxyStyle {
 public:
-    AlertStyle() : QProxyStyle(QStringLiteral("fusion")) {}
+    DarkStyle() : QProxyStyle(QStringLiteral("fusion")) {}
 
     QIcon standardIcon(StandardPixmap icon, const QStyleOption* option,
                        const QWidget* widget) const override {
@@ -102,7 +103,7 @@ void applyDarkControls(QApplication& application) {
     Q_UNUSED(application);
     Q_UNUSED(darkPalette);
 #else
-    application.setStyle(new AlertStyle);
+    application.setStyle(new DarkStyle);
     application.setPalette(darkPalette());
 #endif
 }

@@ -2,6 +2,10 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEvent>
+#include <QObject>
+#include <QTimer>
+#include <cstdlib>
 #include <utility>
 
 namespace qelmo {
@@ -70,15 +74,31 @@ bool QtMainQueue::takeNext(Task& task) {
 }
 
 void QtMainQueue::runTurn() {
+    if (failure_) return;
     // Before the tasks, not after them: when one of them opens an alert, the alert's own loop goes on with
     // the tasks behind it.
     turns_->keepComing();
     QElapsedTimer spent;
     spent.start();
     for (Task task; takeNext(task); task = nullptr) {
-        task();
+        if (!succeeds(task)) return;
         if (spent.elapsed() >= turnBudget.count()) return turns_->keepComing();
     }
+}
+
+bool QtMainQueue::succeeds(const Task& task) {
+    try {
+        task();
+        return true;
+    } catch (...) {
+        failure_ = std::current_exception();
+        QCoreApplication::exit(EXIT_FAILURE);
+        return false;
+    }
+}
+
+void QtMainQueue::rethrowFailure() const {
+    if (failure_) std::rethrow_exception(failure_);
 }
 
 }  // namespace qelmo

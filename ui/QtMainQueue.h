@@ -1,9 +1,7 @@
 #pragma once
 
-#include <QEvent>
-#include <QObject>
-#include <QTimer>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 
@@ -29,11 +27,16 @@ public:
     /// Drops the waiting tasks and all that come later.
     void close();
 
+    /// Throws what a task has thrown and the event loop was ended for, if there was such a task. Call it when
+    /// the loop has ended: through the toolkit itself nothing may be thrown.
+    void rethrowFailure() const;
+
 private:
     class Turns;
 
     bool takeNext(Task& task);
     void runTurn();
+    [[nodiscard]] bool succeeds(const Task& task);
 
     // Any thread, under the mutex.
     std::mutex mutex_;
@@ -42,6 +45,9 @@ private:
 
     // The main thread's; other threads only post an event to it, under the mutex.
     std::unique_ptr<Turns> turns_;
+
+    // The main thread's.
+    std::exception_ptr failure_;
 };
 
 }  // namespace qelmo

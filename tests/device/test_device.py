@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The real esptool against the simulated device, and the two scripts that make such a meeting possible.
+"""The real esptool against the sample image and the simulated device, and the two scripts that make that possible.
 
 Takes the tool from the home in QELMO_TEST_HOME, or installs it into a temporary one.
 """
@@ -7,18 +7,17 @@ Takes the tool from the home in QELMO_TEST_HOME, or installs it into a temporary
 import os
 import random
 import signal
+import stat
 import subprocess
 import sys
 import tempfile
 import time
 import unittest
-from pathlib import Path
 
-HERE = Path(__file__).resolve().parent
-PYTHON = "/usr/bin/python3"
-PORT = "/dev/cu.usbmodem101"
-FLASH_SIZE = 8 * 1024 * 1024
-ONLY_WHEN_BROKEN = 60  # seconds
+import device_case
+from device_case import CACHE, FLASH_SIZE, HERE, ONLY_WHEN_BROKEN, PORT, PYTHON, DeviceTest, run
+
+MAKE_SAMPLE = HERE.parents[1] / "tools" / "make-sample-image"
 DEAD_PROXY = "http://127.0.0.1:9"
 
 noise = random.Random(20)
@@ -31,72 +30,24 @@ GARBAGE_WORDS = "Failed to connect to ESP32-S3: Invalid head of packet (0x49): P
 UNPLUGGED_WORDS = "A serial exception error occurred: Could not configure port: (5, 'Input/output error')"
 PERCENTAGES = (0, 1, 50, 99)
 
-home = ""
-
 
 def first_part(percent):
     """What of the image is written when a fault strikes at this percentage."""
     return RANDOM_IMAGE[:-(-len(RANDOM_IMAGE) * percent // 100)]
 
 
-def run(*command, **options):
-    return subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=ONLY_WHEN_BROKEN, **options)
-
-
-class DeviceTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
-        self.dump, self.events, self.ready = (self.folder / name for name in ("dump", "events", "ready"))
-
-    def device(self, *options):
-        """Plugs a device in for the rest of the test."""
-        self.ready.unlink(missing_ok=True)
-        process = subprocess.Popen(
-            [PYTHON, HERE / "simulated_cardputer.py", "--port", PORT, "--flash-dump", self.dump,
-             "--ready-file", self.ready, "--event-log", self.events, *map(str, options)])
-        self.addCleanup(lambda: (process.kill(), process.wait()))
-        self.addCleanup(lambda: os.path.islink(PORT) and os.unlink(PORT))
-        self.wait_until(self.ready.exists, "the device did not become ready")
-        return process
-
-    def wait_until(self, condition, failure):
-        end = time.monotonic() + ONLY_WHEN_BROKEN
-        while not condition():
-            self.assertLess(time.monotonic(), end, failure)
-            time.sleep(0.01)
-
-    def log(self):
-        return self.events.read_text().splitlines()
-
-    def wait_for(self, event, times=1):
-        self.wait_until(lambda: self.log().count(event) >= times, f"no {event!r} in {self.log()}")
-
-    def end(self, process):
-        process.terminate()
-        self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 0)
-
-    def tool(self, image, erase=True):
-        path = self.folder / "image.bin"
-        path.write_bytes(image)
-        return ([PYTHON, f"{home}/.platformio/packages/tool-esptoolpy/esptool.py", "--chip", "esp32s3",
-                 "--port", PORT, "--baud", "921600", "--before", "default_reset", "--after", "hard_reset",
-                 "write_flash"] + ["--erase-all"] * erase
-                + ["--flash_mode", "dio", "--flash_freq", "80m", "--flash_size", "8MB", "--verify", "0x0", path])
-
-    def surroundings(self):
-        return {"cwd": self.folder, "env": os.environ | {"HOME": home, "PYTHONDONTWRITEBYTECODE": "1"}}
-
-    def flash(self, image, erase=True):
-        return run(*self.tool(image, erase), **self.surroundings())
-
-    def assert_flashed(self, image):
-        result = self.flash(image)
-        self.assertEqual(result.returncode, 0, result.stdout)
-        self.assertTrue(result.stdout.endswith("Hard resetting via RTS pin...\n"), result.stdout)
-        self.assertTrue(self.dump.read_bytes() == image + b"\xff" * (FLASH_SIZE - len(image)), "flash != image")
+class SampleImage(DeviceTest):
+    def test_both_images_are_valid_for_the_tool(self):
+        sample, application = self.folder / "sample.bin", self.folder / "application.bin"
+        self.assertEqual(run(PYTHON, "-B", MAKE_SAMPLE, sample).returncode, 0)
+        application.write_bytes(sample.read_bytes()[0x10000:])
+        for path in (sample, application):
+            with self.subTest(path.name):
+                result = run(*self.esptool("image_info", "--version", "2", path), **self.surroundings())
+                self.assertEqual(result.returncode, 0, result.stdout)
+                self.assertIn("9 (ESP32-S3)", result.stdout)
+                self.assertRegex(result.stdout, r"Checksum: 0x[0-9a-f]+ \(valid\)")
+                self.assertRegex(result.stdout, r"Validation hash: [0-9a-f]{64} \(valid\)")
 
 
 class Flashing(DeviceTest):
@@ -328,44 +279,65 @@ class PrivateDev(DeviceTest):
     """Nested in the private /dev of this whole file, as test harnesses are."""
 
     def ways(self):
-        for way in ("root", "user", "bubblewrap"):
-            if run(HERE / "private-dev", "--using", way, "--", "true").returncode == 0:
-                with self.subTest(way):
-                    yield [HERE / "private-dev", "--using", way]
+        ways = [[HERE / "private-dev", "--using", way] for way in ("root", "user", "bubblewrap")]
+        return ([way for way in ways if run(*way, "--", "true").returncode == 0]
+                or self.skipTest("none can be made in another"))
 
     def test_shows_no_serial_device_and_makes_new_terminals(self):
         os.symlink("null", PORT)
         self.addCleanup(os.unlink, PORT)
         for way in self.ways():
-            result = run(*way, "--", PYTHON, "-c",
-                         "import os; os.symlink(os.ttyname(os.openpty()[1]), '/dev/ttyACM0');"
-                         "print(*sorted(set(os.listdir('/dev')) - {'core', 'tty'}))")
-            self.assertEqual(result.stdout,
-                             "fd full null ptmx pts random shm stderr stdin stdout ttyACM0 urandom zero\n")
-            self.assertFalse(os.path.lexists("/dev/ttyACM0"))
+            with self.subTest(way[-1]):
+                result = run(*way, "--", PYTHON, "-c",
+                             "import os; os.symlink(os.ttyname(os.openpty()[1]), '/dev/ttyACM0');"
+                             "print(*sorted(set(os.listdir('/dev')) - {'core', 'tty'}))")
+                self.assertEqual(result.stdout,
+                                 "fd full null ptmx pts random shm stderr stdin stdout ttyACM0 urandom zero\n")
+                self.assertFalse(os.path.lexists("/dev/ttyACM0"))
 
     def test_passes_on_the_exit_status_and_signals(self):
         for way in self.ways():
-            self.assertEqual(run(*way, "--", "bash", "-c", "exit 42").returncode, 42)
-            up = self.folder / "up"
-            loop = f"trap 'exit 9' TERM; touch {up}; while :; do sleep 0.05; done"
-            process = subprocess.Popen([*way, "--", "bash", "-c", loop])
-            self.wait_until(up.exists, "the command did not start")
-            process.terminate()
-            self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 9)
-            up.unlink()
+            with self.subTest(way[-1]):
+                self.assertEqual(run(*way, "--", "bash", "-c", "exit 42").returncode, 42)
+                up = self.folder / "up"
+                loop = f"trap 'exit 9' TERM; touch {up}; while :; do sleep 0.05; done"
+                process = subprocess.Popen([*way, "--", "bash", "-c", loop])
+                self.wait_until(up.exists, "the command did not start")
+                process.terminate()
+                self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 9)
+                up.unlink()
 
     def test_hides_the_interpreter_from_the_command_only(self):
         for way in self.ways():
-            result = run(*way, "--without-interpreter", "--", "bash", "-c", f"{PYTHON} -c 'print(1)'")
-            self.assertEqual(result.returncode, 126)
-            self.assertEqual(run(PYTHON, "-c", "print(1)").stdout, "1\n")
+            with self.subTest(way[-1]):
+                result = run(*way, "--without-interpreter", "--", "bash", "-c", f"{PYTHON} -c 'print(1)'")
+                self.assertEqual(result.returncode, 126)
+                self.assertEqual(run(PYTHON, "-c", "print(1)").stdout, "1\n")
 
     def test_protects_tmp_for_the_command_only(self):
         for way in self.ways():
-            result = run(*way, "--readonly-tmp", "--", "bash", "-c", f"echo x > {self.folder}/x")
-            self.assertIn("Read-only file system", result.stdout)
-            (self.folder / "y").touch()
+            with self.subTest(way[-1]):
+                result = run(*way, "--readonly-tmp", "--", "bash", "-c", f"echo x > {self.folder}/x")
+                self.assertIn("Read-only file system", result.stdout)
+                (self.folder / "y").touch()
+
+    def check(self):
+        result = run(HERE / "private-dev", "--check")
+        return result.returncode, result.stdout
+
+    def test_is_none_with_a_port(self):
+        self.assertEqual(self.check(), (0, ""))
+        os.symlink("null", PORT)
+        self.addCleanup(os.unlink, PORT)
+        self.assertEqual(self.check(), (1, "private-dev: this /dev is not private\n"))
+
+    def test_is_none_with_a_real_device(self):
+        try:
+            os.mknod("/dev/other", stat.S_IFCHR | 0o600, os.makedev(1, 3))
+        except PermissionError:
+            self.skipTest("only root can make a device")
+        self.addCleanup(os.unlink, "/dev/other")
+        self.assertEqual(self.check(), (1, "private-dev: this /dev is not private\n"))
 
     def test_does_not_use_a_dev_with_a_serial_device_in_it(self):
         os.symlink("null", "/dev/ttyUSB7")
@@ -377,7 +349,7 @@ class PrivateDev(DeviceTest):
 
 class InstallEsptool(DeviceTest):
     def install(self, *arguments, **environment):
-        return run(HERE / "install-esptool", *arguments, env=os.environ | environment)
+        return run(HERE / "install-esptool", *CACHE, *arguments, env=os.environ | environment)
 
     def test_needs_no_network_a_second_time_and_replaces_its_own_tool(self):
         self.assertEqual(self.install(self.folder).returncode, 0)
@@ -414,13 +386,12 @@ class InstallEsptool(DeviceTest):
 
 
 def main():
-    global home
     if "INSIDE_PRIVATE_DEV" not in os.environ:
         os.environ["INSIDE_PRIVATE_DEV"] = "yes"
         os.execv(HERE / "private-dev", ["private-dev", "--", PYTHON, "-B", __file__, *sys.argv[1:]])
     with tempfile.TemporaryDirectory() as temporary:
-        home = os.environ.get("QELMO_TEST_HOME", "") or temporary
-        if home == temporary and subprocess.call([HERE / "install-esptool", home]) != 0:
+        device_case.home = os.environ.get("QELMO_TEST_HOME", "") or temporary
+        if device_case.home == temporary and subprocess.call([HERE / "install-esptool", *CACHE, temporary]) != 0:
             return 1
         program = unittest.main(exit=False)
     return 0 if program.result.wasSuccessful() else 1

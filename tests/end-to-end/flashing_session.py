@@ -5,6 +5,8 @@ from __future__ import annotations
 import os
 import shutil
 import subprocess
+import tempfile
+import unittest
 from pathlib import Path
 from typing import Sequence
 
@@ -23,10 +25,7 @@ SAMPLE_IMAGE = BUILD / "sample/sample-firmware.bin"
 
 def require_private_dev() -> None:
     """A real port must never be seen, so the runs happen where the test harness made /dev."""
-    prefixes = ("cu.", "ttyACM", "ttyUSB", "ttyS")
-    found = [name for name in os.listdir("/dev") if name.startswith(prefixes)]
-    if found:
-        raise SystemExit(f"/dev is not private: it holds {', '.join(sorted(found)[:3])}")
+    subprocess.run([ROOT / "tests/device/private-dev", "--check"], check=True)
 
 
 def install_tool(home: Path) -> None:
@@ -89,3 +88,26 @@ class FlashingSession:
 
     def window(self, prefix: Sequence[str | Path] = ()) -> FlasherWindow:
         return FlasherWindow(self.bundle / PROGRAM, self.home, self.folder / "streams.txt", prefix)
+
+
+class SessionTest(unittest.TestCase):
+    """Tests with one home, and a session of its own for each."""
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        require_private_dev()
+        cls.homes = tempfile.TemporaryDirectory()
+        cls.home = Path(cls.homes.name)
+        install_tool(cls.home)
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.homes.cleanup()
+
+    def setUp(self) -> None:
+        # What the device and the program said stays there after the run; the bundle does not.
+        self.folder = BUILD / "end-to-end" / self._testMethodName
+        shutil.rmtree(self.folder, ignore_errors=True)
+        self.folder.mkdir(parents=True)
+        self.session = FlashingSession(self.folder, self.home)
+        self.addCleanup(shutil.rmtree, self.session.bundle)

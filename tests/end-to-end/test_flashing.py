@@ -8,12 +8,11 @@ import random
 import shutil
 import signal
 import subprocess
-import tempfile
 import unittest
 from pathlib import Path
 
 from flasher_window import FlasherWindow, wait_until
-from flashing_session import (BUILD, PORT, ROOT, SAMPLE_IMAGE, FlashingSession, install_tool, pack, require_private_dev)
+from flashing_session import PORT, ROOT, SAMPLE_IMAGE, FlashingSession, SessionTest, pack
 
 FLASH = "FLASH VERIFIED SAMPLE (NOT FIRMWARE)"
 CONFIRM = "ERASE + FLASH"
@@ -27,26 +26,7 @@ PERCENTAGES = (0, 1, 50, 99)
 CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo box", None))
 
 
-class FlashingTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls) -> None:
-        require_private_dev()
-        cls.homes = tempfile.TemporaryDirectory()
-        cls.home = Path(cls.homes.name)
-        install_tool(cls.home)
-
-    @classmethod
-    def tearDownClass(cls) -> None:
-        cls.homes.cleanup()
-
-    def setUp(self) -> None:
-        # What the device and the program said stays there after the run; the bundle does not.
-        self.folder = BUILD / "end-to-end" / self._testMethodName
-        shutil.rmtree(self.folder, ignore_errors=True)
-        self.folder.mkdir(parents=True)
-        self.session = FlashingSession(self.folder, self.home)
-        self.addCleanup(shutil.rmtree, self.session.bundle)
-
+class FlashingTest(SessionTest):
     # Steps ----
 
     def start_flash(self, window, start: str = START) -> None:
@@ -84,7 +64,7 @@ class FlashingTest(unittest.TestCase):
         pack(self.session.bundle, image, "--name", "Sample", "--version", "0.0.0-sample", "--confirmation",
              "FLASH SAMPLE (NOT FIRMWARE)", *options)
 
-    def fail(self, window, device, fault: str, last_words: str, image: Path) -> None:
+    def fail_once(self, window, device, fault: str, last_words: str, image: Path) -> None:
         self.start_flash(window)
         self.expect_failed(window, last_words)
         wait_until(lambda: "closed" in device.event_lines(), "the end of the tool's session")
@@ -98,7 +78,7 @@ class FlashingTest(unittest.TestCase):
 
     def fail_then_succeed(self, fault: str, last_words: str) -> None:
         with self.session.device("--fault", fault, "--fault-once") as device, self.session.window() as window:
-            self.fail(window, device, fault, last_words, SAMPLE_IMAGE)
+            self.fail_once(window, device, fault, last_words, SAMPLE_IMAGE)
             self.succeed(window, device, SAMPLE_IMAGE)
 
     def fail_at_each_percentage_then_succeed(self, kind: str, last_words: list[str]) -> None:
@@ -113,7 +93,7 @@ class FlashingTest(unittest.TestCase):
         for percent, words in zip(PERCENTAGES, last_words, strict=True):
             fault = f"{kind}@{percent}"
             with self.session.device("--fault", fault) as device:
-                self.fail(window, device, fault, words, image)
+                self.fail_once(window, device, fault, words, image)
         with self.session.device() as device:
             self.succeed(window, device, image)
 
@@ -164,9 +144,14 @@ class FlashingTest(unittest.TestCase):
         with self.session.device("--bytes-per-second", "400000"), self.session.window() as window:
             self.start_flash(window)
             wait_until(lambda: "Writing at" in window.log(), "the first progress line")
-            self.assertEqual(window.status(), "FLASHING — DO NOT DISCONNECT")
-            for role, name in CONTROLS:
-                self.assertFalse(window.is_enabled(role, name), role)
+            tool = self.tool_process(window)
+            os.kill(tool, signal.SIGSTOP)  # the looks at the window take their time
+            try:
+                self.assertEqual(window.status(), "FLASHING — DO NOT DISCONNECT")
+                for role, name in CONTROLS:
+                    self.assertFalse(window.is_enabled(role, name), role)
+            finally:
+                os.kill(tool, signal.SIGCONT)
             self.expect_complete(window)
 
     # Every way in which a session with a device dies ----
@@ -225,7 +210,7 @@ class FlashingTest(unittest.TestCase):
     def test_a_device_that_comes_back_under_another_name_needs_a_refresh(self) -> None:
         with self.session.device("--fault", "unplugged@1") as device:
             window = self.enterContext(self.session.window())
-            self.fail(window, device, "unplugged@1", UNPLUGGED_WORDS, SAMPLE_IMAGE)
+            self.fail_once(window, device, "unplugged@1", UNPLUGGED_WORDS, SAMPLE_IMAGE)
         with self.session.device("--port", str(OTHER_PORT)) as device:
             self.start_flash(window)
             self.expect_failed(window, f"Could not open {PORT}, the port is busy or doesn't exist.")
@@ -328,7 +313,8 @@ class FlashingTest(unittest.TestCase):
     def tool_process(self, window) -> int:
         found = subprocess.run(["pgrep", "-P", str(window.process.pid), "-f", "esptool.py"], capture_output=True,
                                text=True).stdout.split()
-        return int(found[0]) if found else 0
+        self.assertEqual(len(found), 1, "one tool")
+        return int(found[0])
 
     # fault: the flashing tool is killed during the write
     # injected: SIGKILL from outside

@@ -74,6 +74,12 @@ mkdir -p "$1/Contents/PlugIns/platforms" && echo cocoa >"$1/Contents/PlugIns/pla
     "otool": r"""
 printf '%s:\n\t@rpath/QtCore (compatibility)\n\t/usr/lib/libSystem.B.dylib (compatibility)\n' "$2"
 [ "$FAILING" != outside ] || printf '\t/opt/homebrew/lib/libz.dylib (compatibility)\n'""",
+    "mv": """
+case "$FAILING $1" in
+    "move "*"/unfinished/QELMO"*) echo 'mv: No space left on device'; exit 1 ;;
+esac
+exec "${0%/*}/../plain/mv" "$@"
+""",
     "codesign": """
 case "$FAILING $1" in
     'sign --force') echo 'detritus not allowed'; exit 1 ;;
@@ -235,6 +241,17 @@ class Good(OnAMac):
     def test_a_run_that_fails_keeps_the_application_of_the_one_before(self) -> None:
         self.assert_built(self.mac.build())
         self.assertEqual(self.mac.build(failing="sign").returncode, 1)
+        self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
+
+    # fault: the new application cannot take the place of the one before
+    # injected: a mv that fails
+    # seen: "Application: failed, mv: No space left on device"
+    # kept: the application of the run before
+    def test_an_application_that_cannot_take_its_place_leaves_the_one_before(self) -> None:
+        self.assert_built(self.mac.build())
+        done = self.mac.build(failing="move")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("Application: failed, mv: No space left on device", done.stdout)
         self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
 
     def test_a_missing_esptool_is_installed_in_the_users_folder_whatever_platformio_is_told(self) -> None:

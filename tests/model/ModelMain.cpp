@@ -183,11 +183,7 @@ int run(const Options& options) {
 int main(int argumentCount, char** arguments) {
     try {
         const Options options(argumentCount, arguments);
-        if (const std::string reason = qelmo::reasonAgainstThisDev(); !reason.empty()) {
-            std::fprintf(stderr, "window_model: %s; run it through tests/device/private-dev\n",
-                         reason.c_str());
-            return 1;
-        }
+        if (!qelmo::devIsPrivate()) return 1;
         return run(options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "window_model: %s\n", error.what());

@@ -96,7 +96,7 @@ TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
 // fault: a device stands in the place of a file
 // injected: /dev/null
 // seen: "read (not a regular file) /dev/null: Invalid argument"
-// kept: the device is not opened
+// kept: the refusal comes at once
 TEST(FileReading, RefusesADevice) {
     EXPECT_EQ(refusalOf("/dev/null"), "read (not a regular file) /dev/null: Invalid argument");
 }
@@ -106,7 +106,7 @@ TEST(FileReading, RefusesAPathWithANulInsteadOfOpeningItsBeginning) {
     writeTestFile(folder / "file", "text");
     const std::string path = (folder / "file") + "\0x"s;
     EXPECT_EQ(refusalOf(path), "open " + (folder / "file") + "?x: Invalid argument");
-    EXPECT_FALSE(isReadableFile(path));
+    EXPECT_FALSE(isReadable(path));
     EXPECT_FALSE(exists(path));
     EXPECT_FALSE(isFolder(folder.path() + "\0"s));
 }
@@ -165,11 +165,11 @@ TEST(FileReading, KeepsReadingTheOpenedFileWhenAnotherTakesItsName) {
 TEST(FileReading, TellsFilesAndFoldersApart) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "");
-    EXPECT_TRUE(isReadableFile(folder / "file"));
+    EXPECT_TRUE(isReadable(folder / "file"));
     EXPECT_TRUE(exists(folder / "file"));
     EXPECT_FALSE(isFolder(folder / "file"));
     EXPECT_TRUE(isFolder(folder.path()));
-    EXPECT_FALSE(isReadableFile(folder / "none"));
+    EXPECT_FALSE(isReadable(folder / "none"));
     EXPECT_FALSE(exists(folder / "none"));
     EXPECT_FALSE(isFolder(folder / "none"));
 }

@@ -49,6 +49,11 @@ std::string quoted(const std::string& text) {
     return '"' + text + '"';
 }
 
+void expectManifestMissing(const ReleaseFixture& release) {
+    EXPECT_THAT([&] { (void)FlasherResources::load(release.bundle()); },
+                testing::Throws<FlasherFailure>(testing::Field(&FlasherFailure::message, manifestMissing)));
+}
+
 TEST(ReleaseValidation, PassesTheSmallestCompleteImageOf65537Bytes) {
     ReleaseFixture release;
     const FlasherResources resources = release.load();
@@ -67,16 +72,7 @@ TEST(ReleaseValidation, PassesTheSmallestCompleteImageOf65537Bytes) {
 TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsMissing) {
     ReleaseFixture release;
     fs::remove_all(release.resources());
-    EXPECT_THROW(
-        {
-            try {
-                (void)FlasherResources::load(release.bundle());
-            } catch (const FlasherFailure& failure) {
-                EXPECT_EQ(failure.message, manifestMissing);
-                throw;
-            }
-        },
-        FlasherFailure);
+    expectManifestMissing(release);
 }
 
 // fault: a file stands in the place of the resource folder
@@ -87,7 +83,7 @@ TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsAFile) {
     ReleaseFixture release;
     fs::remove_all(release.resources());
     writeTestFile(release.resources(), "");
-    EXPECT_THROW((void)FlasherResources::load(release.bundle()), FlasherFailure);
+    expectManifestMissing(release);
 }
 
 // fault: the manifest may not be read
@@ -128,14 +124,14 @@ TEST(ReleaseValidation, PassesTheDecodersError) {
     EXPECT_THROW((void)release.load(), ManifestDecodingError);
 }
 
-// fault: the manifest is larger than 16 MiB
+// fault: the manifest is larger than 2 MiB
 // injected: a sparse file of one byte more
 // seen: "read …/qelmo-varnox-flash-manifest.json: File too large"
 // kept: the files, which are only read; nothing can be flashed
 TEST(ReleaseValidation, RefusesAManifestBeyondEverySensibleLength) {
     ReleaseFixture release;
     release.writeManifest("");
-    fs::resize_file(release.manifestFile(), (16U << 20) + 1);
+    fs::resize_file(release.manifestFile(), manifestLimitBytes + 1);
     try {
         (void)FlasherResources::load(release.bundle());
         FAIL() << "loaded";

@@ -59,7 +59,7 @@ void expectRefused(Make make, const std::string& words, const std::string& reaso
 // fault: the image or the manifest is a FIFO, a socket, a device or a folder
 // injected: mkfifo, mknod, a link to /dev/zero and to /dev/full, mkdir
 // seen: "read (not a regular file) ...: Invalid argument", for a folder "read ...: Is a directory"
-// kept: nothing waits for a writer, and no device is opened
+// kept: the refusal comes at once
 TEST(HostileImage, ThatIsNoRegularFileIsRefusedAtOnceAndAManifestToo) {
     const std::string words = "read (not a regular file)";
     const std::string reason = "Invalid argument";

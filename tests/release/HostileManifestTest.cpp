@@ -245,7 +245,7 @@ TEST(HostileManifest, WithAnEscapedNulIsNeverTakenForTheTextBeforeIt) {
     }
 }
 
-// fault: a shown text holds markup, other writing directions, combining marks, a NUL, or a million letters
+// fault: a shown text holds markup, other writing directions, combining marks, a NUL, or 400,000 letters
 // injected: as the name, the version and the words of the flash action
 // seen: the text as it stands, in the panel, on the button and in the log
 // kept: the release is valid: none of these fields is checked

@@ -41,7 +41,7 @@ TEST(HostilePath, ThatIsNoFileOfTheFolderIsRefusedWithThePathAsWritten) {
 // fault: binary.path leads to a device outside of the bundle
 // injected: as many ".." as it takes, then "dev/zero" and "dev/full"
 // seen: "read (not a regular file) ...: Invalid argument"
-// kept: the device is not opened
+// kept: the refusal comes at once
 TEST(HostilePath, ToADeviceOutsideIsRefused) {
     ReleaseFixture release;
     std::string up;

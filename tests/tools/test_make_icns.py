@@ -22,7 +22,7 @@ ICON, SMALL = ROOT / "assets" / "AppIcon.svg", ROOT / "assets" / "AppIcon-small.
 
 PNG_SIZES = {"ic11": 32, "ic12": 64, "ic07": 128, "ic13": 256, "ic08": 256, "ic14": 512, "ic09": 512,
              "ic10": 1024}
-MASKED_SIZES = {("is32", "s8mk"): 16, ("il32", "l8mk"): 32}
+MASKED_SIZES = {("is32", "s8mk"): 16, ("il32", "l8mk"): 32, ("ih32", "h8mk"): 48, ("it32", "t8mk"): 128}
 
 
 def run(*arguments: object, **environment: str) -> subprocess.CompletedProcess[str]:
@@ -56,8 +56,10 @@ def png_chunks(png: bytes) -> dict[str, bytes]:
 
 
 def unpacked_channels(data: bytes, size: int) -> list[bytes]:
-    """Apple's run-length code: below 128 that many plus one literal bytes, else one byte 125 less times."""
-    out, at = b"", 0
+    """Apple's run-length code: below 128 that many plus one literal bytes, else one byte 125 less times. Four zeros stand
+    before the picture of 128 pixels."""
+    out, at = b"", 4 if size == 128 else 0
+    assert not any(data[:at])
     while at < len(data):
         count = data[at]
         if count < 128:
@@ -135,7 +137,7 @@ class MakeIcns(unittest.TestCase):
         self.assertEqual(self.out.read_bytes(), b"older")
         return done.stderr
 
-    def test_the_applications_icon_holds_every_size_as_a_png_of_that_size_and_nothing_else(self) -> None:
+    def test_the_applications_icon_holds_every_size_in_its_form_and_nothing_else(self) -> None:
         done = run("--small", SMALL, ICON, self.out)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         entries = icns_entries(self.out.read_bytes())
@@ -178,7 +180,7 @@ class MakeIcns(unittest.TestCase):
         entries = icns_entries(self.out.read_bytes())
         for (colours, mask), size in MASKED_SIZES.items():
             seen = [set(channel) for channel in unpacked_channels(entries[colours], size)]
-            self.assertEqual(seen, [{255}, {0}, {0}])
+            self.assertEqual(seen, [{255}, {0}, {0}] if size <= 32 else [{0}, {0}, {255}])
             self.assertEqual(entries[mask], b"\xFF" * (size * size))
         for name, size in PNG_SIZES.items():
             first_pixel = zlib.decompress(png_chunks(entries[name])["IDAT"])[1:4]

@@ -24,8 +24,8 @@ from typing import Iterator, NamedTuple
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/device"))
 
-import test_device  # noqa: E402
-from test_device import PORT, PYTHON, run  # noqa: E402
+import device_case  # noqa: E402
+from device_case import PORT, PYTHON, run  # noqa: E402
 
 PAGE = ROOT / "docs/troubleshooting.md"
 BUILD_COMMAND = ROOT / "BUILD-FULL-MAC.command"
@@ -142,7 +142,7 @@ IMAGE = b"\0" + bytes(range(256)) * 200
 BOOT_LOG = b"rst:0x15 (USB_UART_CHIP_RESET),boot:0x8 (SPI_FAST_FLASH_BOOT)\r\n"
 
 
-class Tool(test_device.DeviceTest):
+class Tool(device_case.DeviceTest):
     def configure(self, *settings: str) -> None:
         """The tool's own seven attempts to connect differ in nothing but the time that they take."""
         (self.folder / "esptool.cfg").write_text("\n".join(("[esptool]", "connect_attempts = 1", *settings)))
@@ -151,7 +151,7 @@ class Tool(test_device.DeviceTest):
         device = self.device(*options)
         output = self.flash(IMAGE).stdout
         device.terminate()  # one that was unplugged ends by itself, so its status may be either
-        device.wait(test_device.ONLY_WHEN_BROKEN)
+        device.wait(device_case.ONLY_WHEN_BROKEN)
         return output
 
     def terminal(self) -> tuple[int, int]:
@@ -265,8 +265,8 @@ def main() -> int:
         os.environ["INSIDE_PRIVATE_DEV"] = "yes"
         private_dev = ROOT / "tests/device/private-dev"
         os.execv(private_dev, [private_dev, "--", PYTHON, "-B", __file__, *sys.argv[1:]])
-    with tempfile.TemporaryDirectory() as test_device.home:
-        if subprocess.call([ROOT / "tests/device/install-esptool", test_device.home]) != 0:
+    with tempfile.TemporaryDirectory() as device_case.home:
+        if subprocess.call([ROOT / "tests/device/install-esptool", *device_case.CACHE, device_case.home]) != 0:
             return 1
         program = unittest.main(exit=False)
     return 0 if program.result.wasSuccessful() else 1

@@ -19,7 +19,7 @@ private:
     const std::string path_;
 };
 
-/// Why /dev must not be touched by a test, or the empty text when it was made for tests.
-[[nodiscard]] std::string reasonAgainstThisDev();
+/// Whether tests may make ports in this /dev; says on standard error when they may not.
+[[nodiscard]] bool devIsPrivate();
 
 }  // namespace qelmo

@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <QApplication>
 #include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
+#include <cstdlib>
+#include <stdexcept>
 #include <thread>
 
 #include "tests/ui/AlertAnswer.h"
@@ -183,14 +186,32 @@ TEST_F(MainQueueOfQt, RunsADelayedTaskNotBeforeItsTime) {
 }
 
 TEST_F(MainQueueOfQt, DropsADelayedTaskWhenItIsClosedMeanwhile) {
-    queue.postAfter(10ms, note(1));
+    queue.postAfter(200ms, note(1));
     queue.post(note(2));
     EXPECT_TRUE(waitFor(1));
     queue.close();
     bool turned = false;
-    QTimer::singleShot(40, [&turned] { turned = true; });
+    QTimer::singleShot(400, [&turned] { turned = true; });
     EXPECT_TRUE(waitUntil([&turned] { return turned; }));
     EXPECT_THAT(ran, ElementsAre(2));
+}
+
+// fault: a task of the main queue throws, because the system refuses a call
+// injected: a task that throws
+// seen: the program ends with status 1 and the error's words in one line
+// kept: nothing is thrown through the toolkit; the tasks behind it do not run
+TEST_F(MainQueueOfQt, EndsTheLoopWithWhatATaskThrows) {
+    queue.post([] { throw std::runtime_error("refused"); });
+    queue.post(note(2));
+    EXPECT_EQ(QApplication::exec(), EXIT_FAILURE);
+    EXPECT_THAT(ran, testing::IsEmpty());
+    EXPECT_THAT([this] { queue.rethrowFailure(); }, testing::ThrowsMessage<std::runtime_error>("refused"));
+}
+
+TEST_F(MainQueueOfQt, HasNothingToRethrowWhenNoTaskHasThrown) {
+    queue.post(note(1));
+    EXPECT_TRUE(waitFor(1));
+    EXPECT_NO_THROW(queue.rethrowFailure());
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Puts the real window into each of its states, compares what the screen shows with the tables of sizes and
 // colours, and saves it as a PNG file in the working directory. No glyph is compared.
 
+#include <gtest/gtest-spi.h>
+
 #include <QApplication>
 #include <QComboBox>
 #include <QGuiApplication>
@@ -119,6 +121,7 @@ protected:
     }
 
     void save(const std::string& state) const {
+        (void)waitUntil([this, &state] { return shows(stateNamed(state)); });
         expectState(stateNamed(state));
         const qreal scale = qGuiApp->devicePixelRatio();
         const QRect frame = delegate->window->frameGeometry();
@@ -127,6 +130,15 @@ protected:
             delegate->window->screen()->grabWindow(0, frame.x(), frame.y(), frame.width(), frame.height());
         const std::string name = state + (scale > 1 ? "@2x" : "") + ".png";
         EXPECT_TRUE(picture.save(QString::fromStdString(name))) << name;
+    }
+
+    /// What a view has drawn is not on the screen at once.
+    bool shows(const State& state) const {
+        testing::TestPartResultArray failures;
+        const testing::ScopedFakeTestPartResultReporter silence(
+            testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+        expectState(state);
+        return failures.size() == 0;
     }
 
     /// The window as its state must show it; what an alert covers is not looked at.
@@ -180,8 +192,9 @@ protected:
         save(state);
     }
 
-    /// The window manager has drawn its part once it has answered.
-    void settleOnScreen() const {
+    /// For the pictures alone, no check depends on it: nobody announces that the window manager has drawn its
+    /// part.
+    static void settleOnScreen() {
         bool later = false;
         QTimer::singleShot(300, [&later] { later = true; });
         ASSERT_TRUE(waitUntil([&later] { return later; }));

@@ -94,7 +94,11 @@ TEST_F(UnderAWindowManager, TheTabKeyAndTheSpaceBarReachTheFlashButton) {
         EXPECT_TRUE(waitUntil([&box] { return box.isActiveWindow(); }));
         typeKey("Escape");
     });
-    for (int tabs = 0; tabs < 5 && !delegate->flashButton->hasFocus(); ++tabs) typeKey("Tab");
+    for (int tabs = 0; tabs < 5 && !delegate->flashButton->hasFocus(); ++tabs) {
+        const QWidget* const before = QApplication::focusWidget();
+        typeKey("Tab");
+        EXPECT_TRUE(waitUntil([before] { return QApplication::focusWidget() != before; }));
+    }
     EXPECT_TRUE(delegate->flashButton->hasFocus());
     typeKey("space");
     EXPECT_TRUE(waitUntil([&answer] { return answer.hasEnded(); }));

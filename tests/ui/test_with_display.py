@@ -104,6 +104,15 @@ class WithDisplay(unittest.TestCase):
         self.assertEqual(errors, "with-display: this program is missing: Xvfb\n"
                                  "with-display: this program is missing: openbox\n")
 
+    # A helper that breaks down must not look like one that is not installed.
+    def test_fails_when_a_helper_does_not_start(self) -> None:
+        broken = pathlib.Path(self.folder) / "broken"
+        broken.mkdir()
+        (broken / "dbus-send").symlink_to(shutil.which("false"))
+        status, output, errors = self.run_script("--accessibility", "--", "true",
+                                                 PATH=f"{broken}:{os.environ['PATH']}")
+        self.assertEqual((status, output, errors), (1, "", "with-display: the AT-SPI bus did not start\n"))
+
     def test_refuses_a_wrong_use(self) -> None:
         for arguments in ((), ("--",), ("--scale", "x", "--", "true"), ("true",)):
             with self.subTest(arguments=arguments):

@@ -1,0 +1,325 @@
+"""Measures the built application in one run, each figure beside a reference of the same run.
+
+A row's value is the median over its rounds of the measured thing divided by its reference; the two take turns, so
+that a machine that gets slower meanwhile slows both. Runs with a /dev and a display of its own.
+"""
+
+from __future__ import annotations
+
+import argparse
+import json
+import os
+import platform
+import re
+import shutil
+import signal
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+from dataclasses import asdict, dataclass, field
+from pathlib import Path
+from typing import Callable, Iterator, Optional
+
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/end-to-end"))
+
+from flashing_session import (BUILD, BUNDLE, PORT, PROGRAM, FlashingSession, install_tool, pack,  # noqa: E402
+                              require_private_dev)
+
+RESULT = BUILD / "benchmarks.json"
+PROGRAMS = BUILD / "tests/benchmarks"
+IMAGE_BYTES = 8 << 20
+PYTHON = "/usr/bin/python3"
+TOOL_BELOW_HOME = ".platformio/packages/tool-esptoolpy/esptool.py"
+SETTLED_SECONDS = 0.4
+JOB_LINE_BYTES = 60
+
+
+@dataclass
+class Row:
+    number: str
+    what: str
+    against: str
+    values: list[float]
+    mark: Optional[float] = None
+    at_least: bool = False
+    unit: str = "×"
+    detail: str = ""
+    median: float = field(init=False)
+    minimum: float = field(init=False)
+    spread: float = field(init=False)
+
+    def __post_init__(self) -> None:
+        self.median = statistics.median(self.values)
+        self.minimum = min(self.values)
+        self.spread = max(self.values) - self.minimum
+
+    def reaches_its_mark(self) -> bool:
+        return self.mark is None or (self.median >= self.mark if self.at_least else self.median <= self.mark)
+
+    def mark_text(self) -> str:
+        if self.mark is None:
+            return "report"
+        return f"{'≥' if self.at_least else '≤'} {self.mark:g}{self.unit if self.unit != '×' else ''}"
+
+
+def milliseconds(values: list[float]) -> str:
+    return f"{statistics.median(values) * 1e3:.2f} ms"
+
+
+# ---- Processes ----
+
+@dataclass
+class Run:
+    seconds: float
+    own_cpu_seconds: float  # without its children
+    output: str
+
+
+def run_whole(command: list[object], home: Path) -> Run:
+    """A whole process, from before its start to its end."""
+    environment = dict(os.environ, HOME=str(home))
+    with tempfile.TemporaryFile() as output:
+        start = time.monotonic()
+        process = subprocess.Popen([str(part) for part in command], env=environment, stdout=output,
+                                   stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
+        # Still a zombie then, whose own time can be read.
+        os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)
+        seconds = time.monotonic() - start
+        own = int(Path(f"/proc/{process.pid}/schedstat").read_text().split()[0]) * 1e-9
+        status = process.wait()
+        output.seek(0)
+        text = output.read().decode(errors="replace")
+    if status != 0:
+        raise SystemExit(f"bench: {command[0]} ended with {status}: {text}")
+    return Run(seconds, own, text)
+
+
+@dataclass
+class Start:
+    seconds: float  # to the first frame
+    peak_bytes: int  # a moment later
+
+
+def run_window(command: list[object], home: Path, note: Path) -> Start:
+    note.unlink(missing_ok=True)
+    environment = dict(os.environ, HOME=str(home), QELMO_FIRST_FRAME=str(note),
+                       LD_PRELOAD=str(PROGRAMS / "libfirst_frame.so"))
+    start = time.monotonic_ns()
+    process = subprocess.Popen([str(part) for part in command], env=environment, stdin=subprocess.DEVNULL,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        limit = time.monotonic() + 60
+        while not note.exists() or not note.read_text().endswith("\n"):
+            if process.poll() is not None or time.monotonic() > limit:
+                raise SystemExit(f"bench: {command[0]} showed no window")
+            time.sleep(0.002)
+        time.sleep(SETTLED_SECONDS)
+        status = Path(f"/proc/{process.pid}/status").read_text()
+        peak = int(re.search(r"^VmHWM:\s+(\d+) kB", status, re.MULTILINE)[1]) * 1024
+    finally:
+        process.send_signal(signal.SIGKILL)
+        process.wait()
+    return Start((int(note.read_text()) - start) * 1e-9, peak)
+
+
+class Bench:
+    def __init__(self, folder: Path, rounds: int, lines: int) -> None:
+        self.folder = folder
+        self.rounds = rounds
+        self.lines = lines
+        self.home = folder / "home"
+        self.home.mkdir()
+        install_tool(self.home)
+        self.session = FlashingSession(folder, self.home)
+        self.image = folder / "image.bin"
+        self.image.write_bytes(self.firmware_like_noise())
+        pack(self.session.bundle, self.image, "--name", "Benchmark", "--version", "1.0.0",
+             "--accept-header-rewrite")
+        self.program = self.session.bundle / PROGRAM
+        self.packed_image = self.session.bundle / "Contents/Resources" / json.loads(
+            self.session.manifest().read_text())["binary"]["path"]
+        # The window's benchmark is a program of a bundle too: its main bundle is where it stands.
+        self.window_program = self.program.with_name("window_benchmark")
+        shutil.copy(PROGRAMS / "window_benchmark", self.window_program)
+
+    @staticmethod
+    def firmware_like_noise() -> bytes:
+        noise = bytearray(os.urandom(IMAGE_BYTES))
+        header = bytes([0xE9, 1, 0x02, 0x3F]) + b"\xff" * 20
+        for offset in (0, 0x10000):
+            noise[offset:offset + len(header)] = header
+        return bytes(noise)
+
+    def rounds_of(self, measure: Callable[[], tuple[float, float]]) -> tuple[list[float], list[float]]:
+        pairs = [measure() for _ in range(self.rounds)]
+        return [pair[0] for pair in pairs], [pair[1] for pair in pairs]
+
+    def values_of(self, *arguments: object, home: Optional[Path] = None) -> dict[str, float]:
+        """The named values that the window's benchmark prints."""
+        output = run_whole([self.window_program, *arguments], home or self.home).output
+        return {name: float(value) for name, value in
+                (line.split() for line in output.splitlines() if line.count(" ") == 1)}
+
+    # ---- The rows ----
+
+    def load(self) -> Iterator[Row]:
+        output = run_whole([PROGRAMS / "load_benchmark", self.session.bundle, self.rounds * 10], self.home).output
+        pairs = [tuple(map(int, line.split())) for line in output.splitlines()]
+        loads, digests = [pair[0] * 1e-9 for pair in pairs], [pair[1] * 1e-9 for pair in pairs]
+        self.load_seconds = statistics.median(loads)
+        yield Row("1", "load of an 8 MiB release", "its digest alone, bytes in memory",
+                  [load / digest for load, digest in zip(loads, digests)], 1.15,
+                  detail=f"{milliseconds(loads)} / {milliseconds(digests)}")
+
+    def self_test(self) -> Iterator[Row]:
+        tool = self.home / TOOL_BELOW_HOME
+        whole, typed, own, openssl_cpu = [], [], [], []
+        for _ in range(self.rounds * 2):
+            self_test = run_whole([self.program, "--self-test"], self.home)
+            version = run_whole([PYTHON, tool, "version"], self.home)
+            openssl = run_whole(["openssl", "dgst", "-sha256", self.packed_image], self.home)
+            whole.append(self_test.seconds)
+            typed.append(version.seconds + openssl.seconds)
+            own.append(self_test.own_cpu_seconds)
+            openssl_cpu.append(openssl.own_cpu_seconds)
+        yield Row("2", "--self-test, whole process", "esptool.py version, then openssl dgst",
+                  [a / b for a, b in zip(whole, typed)], 1.0, detail=f"{milliseconds(whole)} / {milliseconds(typed)}")
+        yield Row("3", "--self-test, CPU time without the tool's", "openssl dgst, CPU time",
+                  [a / b for a, b in zip(own, openssl_cpu)], 1.0,
+                  detail=f"{milliseconds(own)} / {milliseconds(openssl_cpu)}")
+
+    def start(self) -> Iterator[Row]:
+        note = self.folder / "first-frame"
+        ours, empty = [], []
+        for _ in range(self.rounds * 2):
+            ours.append(run_window([self.program], self.home, note))
+            empty.append(run_window([PROGRAMS / "empty_window"], self.home, note))
+        yield Row("4", "launch to the first frame, release verified", "one empty window",
+                  [a.seconds / b.seconds for a, b in zip(ours, empty)], 1.5,
+                  detail=f"{milliseconds([a.seconds for a in ours])} / {milliseconds([b.seconds for b in empty])}")
+        mib = 1 << 20
+        yield Row("5", "peak memory of the window after its start", "the empty window's",
+                  [a.peak_bytes / b.peak_bytes for a, b in zip(ours, empty)], 1.6,
+                  detail=f"{ours[0].peak_bytes / mib:.1f} MiB / {empty[0].peak_bytes / mib:.1f} MiB")
+
+    def log(self) -> Iterator[Row]:
+        home = self.home_with_tool(
+            f"import sys\nline = {'x' * JOB_LINE_BYTES!r} + '\\n'\n"
+            f"for _ in range({self.lines}): sys.stdout.write(line)\n"
+            "import time; time.sleep(0.5)  # what is still in the pipe when a tool ends is not shown\n")
+        PORT.touch()
+        job_rate, direct_rate, gaps, paints, tenths = [], [], [], [], []
+        for _ in range(max(1, self.rounds // 3)):
+            job = self.values_of("job", self.lines, home=home)
+            if job["lines"] < self.lines:
+                raise SystemExit("bench: the log does not hold every line of the tool")
+            direct = self.values_of("direct", self.lines)
+            job_rate.append(self.lines / (job["seconds"] - 0.5))
+            direct_rate.append(self.lines / direct["seconds"])
+            gaps.append(job["longest_gap_ms"])
+            paints.append(job["paints_per_second"])
+            tenths.append(job["last_tenth_s"] / job["first_tenth_s"])
+        PORT.unlink()
+        lines = f"{self.lines:,} lines"
+        yield Row("6", f"a job that prints {lines}: lines a second", "a text view fed directly",
+                  [a / b for a, b in zip(job_rate, direct_rate)], 0.8, at_least=True,
+                  detail=f"{statistics.median(job_rate):,.0f}/s / {statistics.median(direct_rate):,.0f}/s")
+        yield Row("7a", "longest gap of the event loop meanwhile", "—", gaps, 50, unit=" ms")
+        yield Row("7b", "paints of the log a second meanwhile", "—", paints, 15, at_least=True, unit=" /s")
+        yield Row("8", "CPU time of its last tenth", "its first tenth", tenths, 1.1)
+
+    def flash(self) -> Iterator[Row]:
+        tool = self.home / TOOL_BELOW_HOME
+        with self.session.device() as device:
+            by_hand = [PYTHON, tool, "--chip", "esp32s3", "--port", PORT, "--baud", "921600", "--before",
+                       "default_reset", "--after", "hard_reset", "write_flash", "--erase-all", "--flash_mode", "dio",
+                       "--flash_freq", "80m", "--flash_size", "8MB", "--verify", "0x0", self.packed_image]
+            self.values_of("job")
+
+            def once() -> tuple[float, float]:
+                window = self.values_of("job")["seconds"]
+                if not device.holds(self.packed_image):
+                    raise SystemExit("bench: the device does not hold the image")
+                return window, run_whole(by_hand, self.home).seconds
+
+            window, hand = self.rounds_of(once)
+        yield Row("9", "press to device done, 8 MiB", "the same tool started by hand",
+                  [a / b for a, b in zip(window, hand)], 1.02,
+                  detail=f"{milliseconds(window)} / {milliseconds(hand)}")
+
+    def refresh(self) -> Iterator[Row]:
+        output = run_whole([self.window_program, "refresh", self.rounds * 10], self.home).output
+        pairs = [tuple(map(int, line.split()[1:])) for line in output.splitlines() if line.startswith("round ")]
+        yield Row("10", "REFRESH BUILD, event loop blocked", "one load, same process", [a / b for a, b in pairs], 1.5,
+                  detail=f"{milliseconds([a * 1e-9 for a, _ in pairs])} / {milliseconds([b * 1e-9 for _, b in pairs])}")
+
+    def pieces(self) -> Iterator[Row]:
+        one_line, many_lines, gaps = [], [], []
+        for _ in range(max(1, self.rounds // 3)):
+            endless = self.values_of("pieces", 1000, 65)
+            one_line.append(endless["seconds"])
+            gaps.append(endless["longest_gap_ms"])
+            many_lines.append(self.values_of("pieces", 1000, 65, "lines")["seconds"])
+        yield Row("11a", "64 KiB without a line feed in 1,000 pieces", "the same text with line feeds",
+                  [a / b for a, b in zip(one_line, many_lines)],
+                  detail=f"{milliseconds(one_line)} / {milliseconds(many_lines)}")
+        yield Row("11b", "longest gap of the event loop meanwhile", "—", gaps, unit=" ms")
+
+    def home_with_tool(self, script: str) -> Path:
+        home = self.folder / "home of the printing tool"
+        (home / TOOL_BELOW_HOME).parent.mkdir(parents=True)
+        (home / TOOL_BELOW_HOME).write_text(script)
+        return home
+
+
+ROWS = ("load", "self_test", "start", "log", "flash", "refresh", "pieces")
+
+
+# ---- The report ----
+
+def machine() -> dict[str, object]:
+    model = re.search(r"^model name\s*:\s*(.*)$", Path("/proc/cpuinfo").read_text(), re.MULTILINE)
+    return {"processor": model[1] if model else platform.machine(), "cores": os.cpu_count(),
+            "kernel": platform.release(),
+            "large pages": re.search(r"\[(\w+)\]", Path("/sys/kernel/mm/transparent_hugepage/enabled").read_text())[1]}
+
+
+def table(rows: list[Row]) -> str:
+    lines = ["| # | what | against | median | minimum | spread | mark | | seen |", "|---|---|---|---|---|---|---|---|---|"]
+    for row in rows:
+        verdict = "" if row.mark is None else "reached" if row.reaches_its_mark() else "MISSED"
+        lines.append(f"| {row.number} | {row.what} | {row.against} | {row.median:.3g}{row.unit} | {row.minimum:.3g} | "
+                     f"{row.spread:.2g} | {row.mark_text()} | {verdict} | {row.detail} |")
+    return "\n".join(lines)
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="bench", description=__doc__.splitlines()[0])
+    parser.add_argument("--rounds", type=int, default=9, help="rounds of each row (9)")
+    parser.add_argument("--lines", type=int, default=1_000_000, help="lines of the job that prints (1,000,000)")
+    parser.add_argument("--no-result", action="store_true", help="write no JSON")
+    parser.add_argument("rows", nargs="*", metavar="ROW", help=f"some of {', '.join(ROWS)} (all)")
+    arguments = parser.parse_args()
+    if unknown := set(arguments.rows) - set(ROWS):
+        parser.error(f"unknown: {', '.join(sorted(unknown))}")
+    require_private_dev()
+    rows: list[Row] = []
+    with tempfile.TemporaryDirectory() as folder:
+        bench = Bench(Path(folder), arguments.rounds, arguments.lines)
+        for name in arguments.rows or ROWS:
+            print(f"== {name}", file=sys.stderr, flush=True)
+            rows.extend(getattr(bench, name)())
+    print(table(rows))
+    print("\n" + ", ".join(f"{name}: {value}" for name, value in machine().items()))
+    if not arguments.no_result:
+        result = {"machine": machine(), "rows": [asdict(row) for row in rows]}
+        RESULT.write_text(json.dumps(result, indent=2, ensure_ascii=False) + "\n")
+        print(f"Written: {RESULT}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
