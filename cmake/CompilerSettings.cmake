@@ -34,12 +34,7 @@ if(NOT QELMO_SANITIZE)
     target_compile_options(qelmo_settings INTERFACE
         "$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-D_GLIBCXX_ASSERTIONS>")
     if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-        target_link_options(qelmo_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
-    endif()
-endif()
-if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-    # A symbol that no library supplies is an error when the window library is linked, not when it is loaded.
-    if(NOT QELMO_SANITIZE)
-        target_link_options(qelmo_settings INTERFACE -Wl,--no-undefined)
+        # And a symbol that no library supplies is an error when the window library is linked, not when it is loaded.
+        target_link_options(qelmo_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--no-undefined)
     endif()
 endif()

@@ -13,7 +13,7 @@ namespace qelmo {
 namespace {
 
 /// The chip's own USB port and the three USB-serial bridges, as macOS names their call-out nodes, and on
-/// Linux the kernel's two names for the same devices.
+/// Linux the kernel's names for the same devices.
 constexpr auto candidatePrefixes = std::to_array<std::string_view>({
     "cu.usbmodem",
     "cu.usbserial",

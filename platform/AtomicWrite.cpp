@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "platform/FileDescriptor.h"
 #include "platform/FilePath.h"
@@ -41,14 +42,6 @@ private:
     FileDescriptor descriptor_;
 };
 
-void writeAll(int descriptor, std::span<const std::byte> bytes, const std::string& target) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-        if (written >= 0) bytes = bytes.subspan(static_cast<std::size_t>(written));
-        if (written < 0 && errno != EINTR) throwSystemError(errno, "write", target);
-    }
-}
-
 void flushToDisk(int descriptor, const std::string& name) {
 #ifdef __APPLE__
     // fsync leaves the bytes in the drive's own memory there. Not every file system knows this call.
@@ -66,7 +59,8 @@ void writeFileAtomically(const std::string& path, std::span<const std::byte> byt
     TemporaryFile temporary(path);
     // mkostemp makes the file private to its owner; what it replaces is meant to be read by everyone.
     if (::fchmod(temporary.descriptor(), 0644) != 0) throwSystemError(errno, "create", path);
-    writeAll(temporary.descriptor(), bytes, path);
+    if (const int error = writeAll(temporary.descriptor(), bytes); error != 0)
+        throwSystemError(error, "write", path);
     if (durability == Durability::flushedToDisk) flushToDisk(temporary.descriptor(), path);
     temporary.rename(path);
 

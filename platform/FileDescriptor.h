@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <span>
 #include <utility>
 
 namespace qelmo {
@@ -22,5 +24,9 @@ public:
 private:
     int descriptor_ = -1;
 };
+
+/// Writes all of `bytes`, however often a signal interrupts it. Returns 0, or the errno value of the write
+/// that failed.
+[[nodiscard]] int writeAll(int descriptor, std::span<const std::byte> bytes) noexcept;
 
 }  // namespace qelmo

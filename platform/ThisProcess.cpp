@@ -4,28 +4,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
+#include <span>
 
+#include "platform/FileDescriptor.h"
 #include "platform/SystemError.h"
 
 extern char** environ;
 
 namespace qelmo {
-
-namespace {
-
-/// Returns 0, or the errno value of the write that failed.
-int writeAll(int descriptor, std::string_view text) noexcept {
-    while (!text.empty()) {
-        const ssize_t count = ::write(descriptor, text.data(), text.size());
-        if (count >= 0) text.remove_prefix(static_cast<std::size_t>(count));
-        if (count < 0 && errno != EINTR) return errno;
-    }
-    return 0;
-}
-
-}  // namespace
 
 bool hasProcessArgument(std::string_view argument) {
     const auto arguments = processArguments();
@@ -52,12 +39,12 @@ void normalizeProcess() {
 }
 
 void writeToStandardOutput(std::string_view text) {
-    if (const int error = writeAll(STDOUT_FILENO, text); error != 0)
+    if (const int error = writeAll(STDOUT_FILENO, std::as_bytes(std::span(text))); error != 0)
         throwSystemError(error, "write", "standard output");
 }
 
 void writeToStandardError(std::string_view text) noexcept {
-    (void)writeAll(STDERR_FILENO, text);
+    (void)writeAll(STDERR_FILENO, std::as_bytes(std::span(text)));
 }
 
 }  // namespace qelmo

@@ -60,7 +60,7 @@ TEST(BootPorts, NeedTheWholePrefixAtTheStartAndNothingMore) {
 }
 
 #ifdef __linux__
-TEST(BootPorts, AreKnownByTheKernelsTwoNamesOnLinux) {
+TEST(BootPorts, AreKnownByTheKernelsNamesOnLinux) {
     EXPECT_THAT(candidateBootPorts({"ttyUSB0", "ttyACM1", "ttyS0", "ttyAMA0", "ttyacm0"}),
                 ElementsAre("/dev/ttyACM1", "/dev/ttyUSB0"));
 }

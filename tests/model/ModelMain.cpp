@@ -145,8 +145,8 @@ void reportShortest(const Steps& steps) {
     std::printf("\nThe shortest sequence that fails:\n");
     for (const Step& step : fewest) std::printf("    %s\n", qelmo::words(step).c_str());
     (void)endsWell([&fewest] { playOne(fewest); });
-    std::printf("To play it again: tests/device/private-dev -- window_model --replay \"%s\"\n",
-                qelmo::codesOf(fewest).c_str());
+    std::printf("To play it again: tests/device/private-dev -- %s --replay \"%s\"\n",
+                std::filesystem::read_symlink("/proc/self/exe").c_str(), qelmo::codesOf(fewest).c_str());
 }
 
 int run(const Options& options) {

@@ -108,7 +108,7 @@ TEST(HostileManifestDeathTest, OfTheWorstFormIsRefusedWithinBoundedMemory) {
 }
 
 // fault: a checked key is written twice, first right and then wrong
-// injected: each of the seven checked fields, written twice
+// injected: each checked field, written twice
 // seen: the sentence of the check that the second value breaks
 // kept: one value counts for the check and for the flash, the last one
 TEST(HostileManifest, WithACheckedKeyTwiceIsJudgedByTheLast) {
@@ -130,7 +130,7 @@ TEST(HostileManifest, WithEveryKeyTwiceIsRightWhenTheLastOnesAre) {
 }
 
 // fault: a field has a value of another JSON type, or a number that is no 64-bit integer
-// injected: each of the 18 fields, with values of every type in unusual forms
+// injected: each field, with values of every type in unusual forms
 // seen: one line: the key's path, what was expected and what was found
 // kept: nothing is converted
 TEST(HostileManifest, NamesTheFieldOfEveryValueThatHasAnotherType) {

@@ -187,6 +187,8 @@ protected:
     }
 
     void saveActive(const std::string& state) const {
+        // An alert that is answered within milliseconds may leave the focus nowhere.
+        delegate->window->activateWindow();
         ASSERT_TRUE(waitUntil([this] { return delegate->window->isActiveWindow(); }));
         settleOnScreen();
         save(state);

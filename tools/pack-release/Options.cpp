@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <map>
+#include <system_error>
 
 #include "platform/Utf8.h"
 #include "tools/pack-release/ImageHeader.h"

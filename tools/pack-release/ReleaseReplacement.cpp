@@ -12,6 +12,7 @@
 #include "platform/AtomicWrite.h"
 #include "platform/FileDescriptor.h"
 #include "platform/FilePath.h"
+#include "platform/FileReading.h"
 #include "platform/MainBundle.h"
 #include "platform/SystemError.h"
 #include "release/FlasherFailure.h"
