@@ -34,7 +34,8 @@ PopulatedBuffer::PopulatedBuffer(std::size_t sizeBytes) {
     if (sizeBytes > std::numeric_limits<std::size_t>::max() - largePageBytes) throw std::bad_alloc();
 #ifdef QELMO_SANITIZED
     // A sanitizer sees where an allocation ends, but not where the bytes of a mapping do.
-    bytes_ = {new std::byte[sizeBytes], sizeBytes};
+    bytes_ = {new (std::nothrow) std::byte[sizeBytes], sizeBytes};
+    if (bytes_.data() == nullptr) throw std::bad_alloc();
     return;
 #endif
     // A large page begins at a multiple of its size; only what can hold one is worth the room for that.
