@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <QProcess>
 #include <stdexcept>
 
+#include "platform/ChildProcess.h"
 #include "platform/FileDescriptor.h"
 
 namespace qelmo {
@@ -22,7 +22,10 @@ BootPort::~BootPort() {
 }
 
 bool devIsPrivate() {
-    return QProcess::execute(QStringLiteral(QELMO_PRIVATE_DEV), {QStringLiteral("--check")}) == 0;
+    const auto check = ChildProcess::create(QELMO_PRIVATE_DEV, {"--check"});
+    check->launch();
+    check->waitUntilExit();
+    return check->terminationStatus() == 0;
 }
 
 }  // namespace qelmo
