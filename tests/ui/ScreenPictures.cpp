@@ -187,11 +187,17 @@ protected:
     }
 
     void saveActive(const std::string& state) const {
-        // An alert that is answered within milliseconds may leave the focus nowhere.
-        delegate->window->activateWindow();
-        ASSERT_TRUE(waitUntil([this] { return delegate->window->isActiveWindow(); }));
+        ASSERT_TRUE(waitUntilActive(*delegate->window));
         settleOnScreen();
         save(state);
+    }
+
+    /// Asks again and again: what comes and goes within milliseconds may leave the focus nowhere.
+    static bool waitUntilActive(QWidget& view) {
+        return waitUntil([&view] {
+            if (!view.isActiveWindow()) view.activateWindow();
+            return view.isActiveWindow();
+        });
     }
 
     /// For the pictures alone, no check depends on it: nobody announces that the window manager has drawn its
@@ -212,7 +218,7 @@ protected:
 
     AlertAction saveAlert(const std::string& state) const {
         return [this, state](QMessageBox& box) {
-            ASSERT_TRUE(waitUntil([&box] { return box.isActiveWindow(); }));
+            ASSERT_TRUE(waitUntilActive(box));
             settleOnScreen();
             save(state);
         };
