@@ -32,7 +32,7 @@ TEST(FileDescriptor, GivesItsDescriptorAwayWhenMoved) {
     const int number = openAnything();
     FileDescriptor first(number);
     FileDescriptor second(std::move(first));
-    EXPECT_FALSE(first.isOpen());  // NOLINT(bugprone-use-after-move): that it is empty is the point
+    EXPECT_FALSE(first.isOpen());  // that it is empty is the point
     EXPECT_EQ(second.get(), number);
     EXPECT_TRUE(isOpen(number));
 }
