@@ -10,14 +10,16 @@
 #   --use-installed-qt           leave Qt where Homebrew has it; the application then runs on this Mac only
 #   --system-root DIR            look below DIR for what macOS and Homebrew have at fixed places (for tests)
 #
-# Each step prints one line. One that fails says what to run next, and the application of an earlier run stays.
-# Status: 0 built, 1 a step failed, 2 command line not understood.
+# Each step prints one line. One that fails says what to run next, and the application of an earlier run stays. So it
+# does when the command is interrupted, at any moment; when it is killed, the next run puts it back.
+# Status: 0 built, 1 a step failed, 2 command line not understood, 128 and its number when a signal interrupted it.
 #
 # Written for bash 3.2, which is what macOS has. No errexit: every step says itself how it ended.
 set -uo pipefail
 unset CDPATH # it would make cd print
 
 oldest_qt=6.9.2 # older ones cannot be linked with the SDK of macOS 26: it has no AGL framework any more
+oldest_macos_of_homebrew=14 # for which it has a compiled Qt
 tool_package='platformio/tool-esptoolpy@~1.40501.0' # esptool 4.5.1, which imports pyserial and nothing else
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P) || exit 1
@@ -32,18 +34,37 @@ work=$here/build/macos
 tree=$work/tree
 log=$work/build.log
 bundle_name='QELMO Varnox Flasher.app'
-unfinished=$work/unfinished
-app=$unfinished/$bundle_name
+finished=$work/$bundle_name
+arriving=$work/arriving # the new application, in the file system of the finished one
+previous=$work/previous # the one of an earlier run, while the new one takes its place
+temporary=              # here the new one is made
+app=
 
 # ---- how a step reports ----
 
-begin() { printf '%s: ' "$1"; }
-passed() { printf 'ok, %s\n' "$1"; }
+step= # the one that is at work
 
-# failed OUTCOME COMMAND: the command is what to run next.
+begin() {
+    step=$1
+    printf '%s: ' "$step"
+}
+
+passed() {
+    step=
+    printf 'ok, %s\n' "$1"
+}
+
+# failed OUTCOME COMMAND [STATUS]: the command is what to run next.
 failed() {
     printf 'failed, %s\n  Next: %s\n' "$1" "$2"
-    exit 1
+    exit "${3:-1}"
+}
+
+# interrupted STATUS: by a signal. Bash waits for the program of the step before it runs this.
+interrupted() {
+    trap '' HUP INT TERM
+    [ -n "$step" ] || begin "Application"
+    failed "interrupted" "$again" "$1"
 }
 
 logged() { "$@" >>"$log" 2>&1 </dev/null; }
@@ -93,22 +114,50 @@ parse_arguments() {
 check_system() {
     begin "macOS"
     [ "$(uname -s)" = Darwin ] || failed "this is another system" "./check"
-    passed "$(sw_vers -productVersion)"
+    processor=$(uname -m)
+    # Under Rosetta the compiler makes Intel programs, and Homebrew's Qt is not for those.
+    if [ "$processor" != arm64 ] && [ "$(sysctl -n hw.optional.arm64 2>/dev/null)" = 1 ]; then
+        failed "this Terminal runs under Rosetta, as an Intel program" "arch -arm64 $again"
+    fi
+    macos=$(sw_vers -productVersion)
+    passed "$macos"
 }
 
 # Before anything else of Apple's: without these tools /usr/bin/python3 only opens a dialogue.
 check_xcode_tools() {
-    local folder
+    local folder output xcrun=$system_root/usr/bin/xcrun
     begin "Xcode command line tools"
     folder=$("$system_root/usr/bin/xcode-select" -p 2>/dev/null) || failed "not installed" "xcode-select --install"
+    # Finding the compiler may say nothing of the licence, starting it does.
+    if ! output=$({ "$xcrun" --find clang++ && "$xcrun" clang++ --version; } 2>&1); then
+        case $output in
+            *"not agreed to the Xcode license"*)
+                failed "the licence of Xcode is not accepted yet" "sudo xcodebuild -license" ;;
+            # After an upgrade of macOS.
+            *"invalid active developer path (/Library/Developer/CommandLineTools)"*)
+                failed "they are gone from $folder" "xcode-select --install" ;;
+        esac
+        failed "no compiler in $folder: $(last_line "$output")" "sudo xcode-select --reset"
+    fi
     passed "$folder"
 }
 
+# Finder's Terminal may know neither Homebrew nor PlatformIO, and an Intel Homebrew that came from an older Mac may be
+# the first one that it knows.
+set_search_path() {
+    if [ "$processor" = arm64 ]; then PATH=$system_root/opt/homebrew/bin:$PATH; fi
+    PATH=$PATH:$system_root/usr/local/bin:$HOME/.platformio/penv/bin
+    export PATH HOMEBREW_NO_AUTO_UPDATE=1
+    unset PLATFORMIO_CORE_DIR PLATFORMIO_PACKAGES_DIR # the application looks in the usual folder only
+}
+
 check_homebrew() {
+    local install="/bin/bash -c \"\$(curl -fsSL https://raw.githubusercontent.com/Homebrew/install/HEAD/install.sh)\""
     begin "Homebrew"
-    command -v brew >/dev/null ||
-        failed "not installed" \
-            "/bin/bash -c \"\$(curl -fsSL https://raw.githubusercontent.com/Homebrew/install/HEAD/install.sh)\""
+    command -v brew >/dev/null || failed "not installed" "$install"
+    if [ "$processor" = arm64 ] && [ "$(brew --prefix 2>/dev/null)" = "$system_root/usr/local" ]; then
+        failed "the one in $system_root/usr/local is for Intel processors, and this one is Apple's" "$install"
+    fi
     passed "$(command -v brew)"
 }
 
@@ -152,6 +201,8 @@ check_packages() {
         qt_version=$(installed_version qt)
     fi
     missing=$(missing_packages)
+    is_at_least "$macos" "$oldest_macos_of_homebrew.0.0" || is_at_least "${qt_version:-0}" "$oldest_qt" ||
+        failed "Homebrew's Qt needs macOS $oldest_macos_of_homebrew, and this is $macos" "softwareupdate --list"
     [ -z "$missing" ] || failed "missing:$missing" "brew install$missing"
     is_at_least "$qt_version" "$oldest_qt" ||
         failed "Qt is $qt_version, and $oldest_qt is the oldest that can be linked here" "brew upgrade $qt_formula"
@@ -160,6 +211,12 @@ check_packages() {
     [ -d "$qt/lib/cmake/Qt6" ] ||
         failed "there is no Qt for developers in $qt" "brew reinstall $qt_formula"
     passed "Qt $qt_version in $qt"
+}
+
+open_log() {
+    mkdir -p "$work" 2>/dev/null && : 2>/dev/null >"$log" && return
+    begin "Build folder"
+    failed "nothing can be written in $work" "ls -la \"$here\""
 }
 
 install_tool() {
@@ -222,12 +279,18 @@ build() {
         "-DCMAKE_PREFIX_PATH=$qt;$(brew --prefix 2>/dev/null)") || failed "it cannot be configured" "less \"$log\""
     (cd "$here" && logged cmake --build "$tree" --target bundle QelmoFlasher QelmoWindow pack-release) ||
         failed "it cannot be compiled" "less \"$log\""
-    # What follows changes a copy, so that the next build finds its own files as it left them.
-    rm -rf "$unfinished"
-    logged mkdir "$unfinished" || failed "$(last_words)" "ls -la \"$work\""
-    logged cp -R "$tree/$bundle_name" "$unfinished/" ||
-        failed "its bundle cannot be copied: $(last_words)" "less \"$log\""
+    copy_bundle
     passed "$tree"
+}
+
+# What follows changes a copy, so that the next build finds its own files as it left them. In a temporary folder,
+# because one that iCloud looks after (Desktop, Documents) gives files attributes that codesign does not sign.
+copy_bundle() {
+    temporary=$(mktemp -d "${TMPDIR%/}/qelmo-varnox-build.XXXXXX" 2>>"$log") ||
+        failed "there is no temporary folder: $(last_words)" "df -h \"$TMPDIR\""
+    app=$temporary/$bundle_name
+    logged cp -R "$tree/$bundle_name" "$temporary/" ||
+        failed "its bundle cannot be copied: $(last_words)" "less \"$log\""
 }
 
 embed_release() {
@@ -245,16 +308,10 @@ embed_release() {
     passed "$name $version"
 }
 
-# Libraries that anything in the bundle takes from outside of it and of macOS.
-outside_libraries() {
-    find "$app/Contents/Frameworks" "$app/Contents/PlugIns" -type f -perm -100 -exec otool -L {} + 2>/dev/null |
-        awk '/^\t/ && $1 !~ /^(@|\/System\/|\/usr\/lib\/)/ { print $1 }' | sort -u
-}
-
 # The executable links no Qt; the library that it loads does. Named as an executable it also makes the tool write
 # references relative to each library instead of to the program. The tool ends with 0 whatever it could not find.
 deploy_qt() {
-    local outside
+    local settled
     begin "Qt in the bundle"
     if [ "$deploys_qt" = no ]; then
         passed "left in $qt: it runs on this Mac only"
@@ -265,17 +322,16 @@ deploy_qt() {
     [ -f "$app/Contents/PlugIns/platforms/libqcocoa.dylib" ] ||
         failed "macdeployqt left out Qt's plugin for macOS: $(last_words)" \
             "$again --use-installed-qt"
-    outside=$(outside_libraries | head -n 1)
-    if [ -n "$outside" ]; then
-        passed "but it still uses $outside: it runs on this Mac only"
-    else
-        passed "nothing is taken from outside"
-    fi
+    settled=$("$system_root/usr/bin/python3" -B "$here/tools/macos/settle-bundle" "$app" 2>>"$log") ||
+        failed "$(last_words)" "$again --use-installed-qt"
+    passed "$settled"
 }
 
 # Last, because every change in the bundle after it breaks the signature.
 sign() {
     begin "Signature"
+    # What came along from a folder of iCloud. If something cannot be removed, codesign tells.
+    logged xattr -cr "$app"
     logged codesign --force --deep --sign - "$app" || failed "$(last_words)" "less \"$log\""
     logged codesign --verify --deep --strict "$app" || failed "it does not verify: $(last_words)" "less \"$log\""
     passed "ad hoc"
@@ -287,32 +343,57 @@ self_test() {
     passed "$3"
 }
 
-finish() {
-    local finished=$work/$bundle_name
-    begin "Application"
-    # The application of an earlier run goes last, and comes back if the new one cannot take its place.
+# An application that a killed run has left between the two moves below goes back to its place.
+recover() {
+    local said
+    [ -e "$previous" ] || return 0
     if [ -e "$finished" ]; then
-        logged mv "$finished" "$unfinished/previous" || failed "$(last_words)" "ls -la \"$work\""
+        said=$(rm -rf "$previous" 2>&1) && return
+    else
+        said=$(mv "$previous" "$finished" 2>&1) && return
     fi
-    if ! logged mv "$app" "$finished"; then
-        [ ! -e "$unfinished/previous" ] || mv "$unfinished/previous" "$finished"
+    begin "Application"
+    failed "the one of an earlier run is still in $previous: $(last_line "$said")" "ls -la \"$work\""
+}
+
+clean_up() {
+    trap '' HUP INT TERM
+    rm -rf ${temporary:+"$temporary"} "$arriving"
+}
+
+# Its signature is not verified again there: iCloud may give it attributes any time, and the files stay the same.
+finish() {
+    begin "Application"
+    rm -rf "$arriving" # of a killed run
+    logged mv "$app" "$arriving" || failed "$(last_words)" "df -h \"$work\""
+    # Two renames without a signal in between, not even for mv itself.
+    trap '' HUP INT TERM
+    if [ -e "$finished" ]; then
+        logged mv "$finished" "$previous" || failed "$(last_words)" "ls -la \"$work\""
+    fi
+    if ! logged mv "$arriving" "$finished"; then
+        [ ! -e "$previous" ] || logged mv "$previous" "$finished" ||
+            failed "the application of the run before is in $previous" "mv \"$previous\" \"$finished\""
         failed "$(last_words)" "ls -la \"$work\""
     fi
+    rm -rf "$previous"
     passed "$finished"
 }
 
 parse_arguments ${1+"$@"} # some old versions of bash take a bare "$@" of nothing for unset
-# Finder's Terminal may know neither Homebrew nor PlatformIO; and the application looks in the usual folder only.
-PATH=$PATH:$system_root/opt/homebrew/bin:$system_root/usr/local/bin:$HOME/.platformio/penv/bin
-export PATH HOMEBREW_NO_AUTO_UPDATE=1
-unset PLATFORMIO_CORE_DIR PLATFORMIO_PACKAGES_DIR
+TMPDIR=${TMPDIR:-/tmp}
+trap clean_up EXIT
+trap 'interrupted 129' HUP
+trap 'interrupted 130' INT
+trap 'interrupted 143' TERM
+recover
 
 check_system
 check_xcode_tools
+set_search_path
 check_homebrew
 check_packages
-mkdir -p "$work" && : >"$log" || exit 1
-trap 'rm -rf "$unfinished"' EXIT
+open_log
 install_tool
 check_tool
 build

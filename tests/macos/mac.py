@@ -5,11 +5,15 @@ The script sees nothing of this machine but the plain tools that every macOS has
 
 from __future__ import annotations
 
+import plistlib
 import shutil
+import signal
 import subprocess
 import tempfile
 import unittest
 from pathlib import Path
+
+import mach_o_files
 
 ROOT = Path(__file__).resolve().parents[2]
 SCRIPT = "BUILD-FULL-MAC.command"
@@ -17,7 +21,15 @@ BUNDLE = "QELMO Varnox Flasher.app"
 SECONDS = 60  # only a broken script reaches it
 
 # What the script takes from macOS without asking.
-PLAIN_TOOLS = ("awk", "bash", "cp", "dirname", "find", "grep", "head", "ls", "mkdir", "mv", "rm", "sort", "tail")
+PLAIN_TOOLS = ("bash", "cp", "dirname", "grep", "ls", "mkdir", "mktemp", "mv", "rm", "tail")
+SIGNALS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
+
+# What each stand-in begins with. The call of the number $AT brings a signal, or does so when its work is done.
+CALL = """#!/bin/sh
+hit() { [ "$(wc -l <"$CALLS")" -ne "${AT:-0}" ] || kill -s "$SIGNAL" -- "$TARGET"; }
+echo "NAME $*" >>"$CALLS"
+[ "$WHEN" = after ] || hit
+"""
 
 STEPS = ["macOS", "Xcode command line tools", "Homebrew", "Homebrew packages", "PlatformIO's esptool",
          "esptool under Apple's Python", "Build", "Release", "Qt in the bundle", "Signature", "Self-test",
@@ -35,14 +47,14 @@ else:
 ESPTOOL_5 = ESPTOOL_4.replace("4.5.1", "5.1.0").replace("[--verify] ", "")
 
 # The program of a bundle that a stand-in for the compiler made.
-PROGRAM = """#!/bin/sh
-echo "self-test $*" >>"$CALLS"
+PROGRAM = CALL.replace("NAME", "self-test") + """\
 [ "$FAILING" != "self-test $1" ] || { echo 'self-test failed: this is why'; exit 1; }
 """
 
 STAND_INS = {
-    "uname": "echo Darwin",
-    "sw_vers": "echo 26.0",
+    "uname": 'case $1 in -s) echo Darwin ;; -m) echo "$PROCESSOR" ;; esac',
+    "sw_vers": 'echo "$MACOS"',
+    "sysctl": '[ "$*" != "-n hw.optional.arm64" ] || echo "$APPLE_SILICON"',
     "brew": """
 case $1 in
     list) [ ! -e "$BREW/$3" ] || { echo "$3 $(cat "$BREW/$3")"; exit 0; }; exit 1 ;;
@@ -63,16 +75,15 @@ esac""",
     "macdeployqt": """
 [ "$FAILING" != macdeployqt ] || { echo 'ERROR: this is why'; exit 1; }
 [ "$FAILING" != plugin ] || { echo 'ERROR: Cannot resolve rpath'; exit 0; }
-mkdir -p "$1/Contents/PlugIns/platforms" && echo cocoa >"$1/Contents/PlugIns/platforms/libqcocoa.dylib" &&
-    chmod +x "$1/Contents/PlugIns/platforms/libqcocoa.dylib" """,
-    "otool": r"""
-printf '%s:\n\t@rpath/QtCore (compatibility)\n\t/usr/lib/libSystem.B.dylib (compatibility)\n' "$2"
-[ "$FAILING" != outside ] || printf '\t/opt/homebrew/lib/libz.dylib (compatibility)\n'""",
+cp -R "$DEPLOYED"/. "$1/Contents" """,
+    "xattr": "",
     "mv": """
-case "$FAILING $1" in
-    "move "*"/unfinished/QELMO"*) echo 'mv: No space left on device'; exit 1 ;;
+case "$FAILING $1 $2" in
+    'new '*/arriving | 'old '*/previous | 'in '*'/arriving '*.app | 'in, and back '*.app)
+        echo 'mv: No space left on device'; exit 1 ;;
 esac
-exec "${0%/*}/../plain/mv" "$@"
+"${0%/*}/../plain/mv" "$@" || exit
+[ "$WHEN" = before ] || hit
 """,
     "codesign": """
 case "$FAILING $1" in
@@ -88,6 +99,12 @@ def executable(path: Path, text: str) -> None:
     path.chmod(0o755)
 
 
+def with_usual_signals() -> None:
+    """Whatever started these tests may ignore some, and bash cannot trap those."""
+    for number in SIGNALS:
+        signal.signal(number, signal.SIG_DFL)
+
+
 class Mac:
     """A folder that stands for a whole Mac: fixed places, Homebrew, a home, and a checkout below blanks."""
 
@@ -100,6 +117,8 @@ class Mac:
         self.homebrew = folder / "brew data"
         self.product = folder / "product"
         self.calls = folder / "calls"
+        self.deployed = folder / "what macdeployqt adds"
+        self.temporary = folder / "temporary files"
         self.tool = self.home / ".platformio/packages/tool-esptoolpy/esptool.py"
         self.work = self.checkout / "build/macos"
         self.app = self.work / BUNDLE
@@ -107,6 +126,8 @@ class Mac:
             "PATH": f"{self.commands}:{folder / 'plain'}", "HOME": str(self.home), "CALLS": str(self.calls),
             "BREW": str(self.homebrew), "PRODUCT": str(self.product), "FAILING": "",
             "TOOL_FOLDER": str(self.tool.parent), "LC_ALL": "C.UTF-8",
+            "DEPLOYED": str(self.deployed), "TMPDIR": f"{self.temporary}/", "WHEN": "before",
+            "PROCESSOR": "arm64", "APPLE_SILICON": "1", "MACOS": "26.0",
             "BASH_COMPAT": "3.2",  # what a newer bash can tell of an older one, at least
         }
         self.furnish()
@@ -114,12 +135,17 @@ class Mac:
     def furnish(self) -> None:
         self.checkout.mkdir()
         self.home.mkdir()
-        shutil.copy(ROOT / SCRIPT, self.checkout / SCRIPT)
+        self.temporary.mkdir()
+        for file in (SCRIPT, "tools/macos/settle-bundle", "tools/macos/mach_o.py", "tools/whole_file.py"):
+            (self.checkout / file).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(ROOT / file, self.checkout / file)
         (self.folder / "plain").mkdir()
-        for tool in (*PLAIN_TOOLS, "sh", "cat", "chmod"):  # the last three are for the stand-ins
+        for tool in (*PLAIN_TOOLS, "sh", "cat", "chmod", "wc"):  # the last four are for the stand-ins
             (self.folder / "plain" / tool).symlink_to(shutil.which(tool) or tool)
         for name, body in STAND_INS.items():
             self.stand_in(name, body)
+        executable(self.system / "usr/bin/xcrun",
+                   "#!/bin/sh\necho /Library/Developer/CommandLineTools/usr/bin/clang++\n")
         executable(self.system / "usr/bin/xcode-select", "#!/bin/sh\necho /Library/Developer/CommandLineTools\n")
         executable(self.system / "usr/bin/python3", '#!/bin/sh\nexec /usr/bin/python3 "$@"\n')
         (self.homebrew / "opt/qtbase/lib/cmake/Qt6").mkdir(parents=True)
@@ -130,9 +156,10 @@ class Mac:
         (self.homebrew / "esptool-4.py").write_text(ESPTOOL_4)
         self.set_tool(ESPTOOL_4)
         self.set_product()
+        mach_o_files.write_deployed_qt(self.deployed)
 
     def stand_in(self, name: str, body: str) -> None:
-        executable(self.commands / name, f'#!/bin/sh\necho "{name} $*" >>"$CALLS"\n{body}\n')
+        executable(self.commands / name, CALL.replace("NAME", name) + body + "\n")
 
     def set_tool(self, text: str) -> None:
         self.tool.parent.mkdir(parents=True, exist_ok=True)
@@ -142,8 +169,9 @@ class Mac:
         """What a build leaves, as far as the script looks at it."""
         contents = self.product / BUNDLE / "Contents"
         executable(contents / "MacOS/QelmoFlasher", PROGRAM)
-        executable(contents / "Frameworks/libQelmoWindow.dylib", "a library")
+        mach_o_files.write(contents / "Frameworks/libQelmoWindow.dylib", mach_o_files.mach_o(), 0o755)
         (contents / "Resources").mkdir()
+        (contents / "Info.plist").write_bytes(plistlib.dumps({"LSMinimumSystemVersion": "13.0"}))
         (contents / "Resources/sample.bin").write_text("the sample")
         executable(self.product / "tools/pack-release", """#!/bin/sh
 echo "pack-release $*" >>"$CALLS"
@@ -155,6 +183,22 @@ echo "pack-release $*" >>"$CALLS"
         return subprocess.run([str(self.checkout / SCRIPT), "--system-root", str(self.system), *map(str, arguments)],
                               env={**self.environment, "FAILING": failing}, cwd=cwd or self.folder, text=True,
                               capture_output=True, timeout=SECONDS, stdin=subprocess.DEVNULL)
+
+    def build_and_hit(self, at: int, number: signal.Signals, target: str = "the group",
+                      when: str = "before") -> subprocess.CompletedProcess[str]:
+        """The call of the number `at` sends the signal to the script, or to all that it has started as well."""
+        self.calls.unlink(missing_ok=True)
+        environment = {**self.environment, "AT": str(at), "SIGNAL": number.name[3:], "WHEN": when}
+        sign = "-" if target == "the group" else ""
+        command = ["/bin/sh", "-c", f'TARGET={sign}$$ && export TARGET && exec "$0" "$@"',
+                   str(self.checkout / SCRIPT), "--system-root", str(self.system)]
+        return subprocess.run(command, env=environment, cwd=self.folder, text=True, capture_output=True,
+                              timeout=SECONDS, stdin=subprocess.DEVNULL, start_new_session=True,
+                              preexec_fn=with_usual_signals)
+
+    def again(self) -> str:
+        """The command, as the script quotes it."""
+        return f"{quoted(self.checkout / SCRIPT)} --system-root {quoted(self.system)}"
 
     def called(self) -> list[str]:
         return self.calls.read_text().splitlines() if self.calls.exists() else []
@@ -175,8 +219,14 @@ class OnAMac(unittest.TestCase):
             self.assertTrue(outcome.startswith("ok, "), step)
         self.assertEqual(outcomes["Application"], f"ok, {self.mac.app}")
         self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
-        self.assertFalse((self.mac.work / "unfinished").exists())
+        self.assert_nothing_is_left()
         return outcomes
+
+    def assert_nothing_is_left(self) -> None:
+        """Of the way to the application, wherever that way ended."""
+        self.assertEqual(list(self.mac.temporary.iterdir()), [])
+        for name in ("arriving", "previous"):
+            self.assertFalse((self.mac.work / name).exists(), name)
 
     def assert_failed(self, step: str, outcome: str, following: str,
                       done: subprocess.CompletedProcess[str]) -> None:
@@ -185,7 +235,7 @@ class OnAMac(unittest.TestCase):
         *before, failed, hint = done.stdout.splitlines()
         self.assertEqual([line.split(": ", 1)[0] for line in before], STEPS[:STEPS.index(step)])
         self.assertEqual((failed, hint), (f"{step}: failed, {outcome}", f"  Next: {following}"))
-        self.assertFalse((self.mac.work / "unfinished").exists())
+        self.assert_nothing_is_left()
         self.assertFalse(self.mac.app.exists())
         self.assertEqual(subprocess.run(["bash", "-n", "-c", following], capture_output=True).returncode, 0,
                          "what to run next is a command")

@@ -2,18 +2,20 @@
 """BUILD-FULL-MAC.command as a whole, with stand-ins for what only a Mac has: each step, each way that it fails.
 
 Where Linux can do the real thing, the real thing is done: the packer, the program with both its self-tests, the
-interpreter.
+interpreter, and what becomes of the bundle between macdeployqt and the signature.
 """
 
 from __future__ import annotations
 
 import os
+import plistlib
 import re
 import shutil
 import subprocess
 import unittest
 from pathlib import Path
 
+import mach_o_files
 from mac import BUNDLE, ESPTOOL_5, ROOT, SCRIPT, SECONDS, STAND_INS, OnAMac, executable, quoted
 
 BUILT = Path(os.environ["QELMO_BUILD"])
@@ -27,7 +29,15 @@ class Good(OnAMac):
         self.assertEqual(outcomes["Homebrew packages"], f"ok, Qt 6.11.2 in {prefix}")
         self.assertEqual(outcomes["esptool under Apple's Python"], "ok, version 4.5.1, accepts --verify")
         self.assertEqual(outcomes["Release"], "ok, the sample, which is no firmware")
-        self.assertEqual(outcomes["Qt in the bundle"], "ok, nothing is taken from outside")
+        self.assertEqual(outcomes["Qt in the bundle"], "ok, nothing is taken from outside, for macOS 14.0 and later")
+
+    def test_the_application_asks_for_the_system_that_the_qt_inside_needs(self) -> None:
+        self.assert_built(self.mac.build())
+        values = plistlib.loads((self.mac.app / "Contents/Info.plist").read_bytes())
+        self.assertEqual(values, {"LSMinimumSystemVersion": "14.0"})
+        self.assert_built(self.mac.build("--use-installed-qt"))
+        values = plistlib.loads((self.mac.app / "Contents/Info.plist").read_bytes())
+        self.assertEqual(values, {"LSMinimumSystemVersion": "13.0"})
 
     def test_it_builds_without_tests_in_a_folder_of_its_own_against_homebrews_qt(self) -> None:
         self.assert_built(self.mac.build())
@@ -37,14 +47,17 @@ class Good(OnAMac):
 
     def test_signing_is_the_last_change_and_both_self_tests_run_on_what_was_signed(self) -> None:
         self.assert_built(self.mac.build())
-        app = self.mac.work / "unfinished" / BUNDLE
-        called = [call for call in self.mac.called() if re.match("macdeployqt|codesign|self-test", call)]
+        called = [call for call in self.mac.called() if re.match("macdeployqt|xattr|codesign|self-test|mv", call)]
+        app = self.mac.temporary / Path(called[0].split(f"/{BUNDLE} ")[0]).name / BUNDLE
         self.assertEqual(called, [
             f"macdeployqt {app} -executable={app}/Contents/Frameworks/libQelmoWindow.dylib",
+            f"xattr -cr {app}",
             f"codesign --force --deep --sign - {app}",
             f"codesign --verify --deep --strict {app}",
             "self-test --self-test",
-            "self-test --window-self-test"])
+            "self-test --window-self-test",
+            f"mv {app} {self.mac.work}/arriving",
+            f"mv {self.mac.work}/arriving {self.mac.app}"])
 
     def test_a_release_of_ones_own_is_found_from_any_folder_and_takes_the_samples_place(self) -> None:
         elsewhere = self.mac.folder / "some where"
@@ -52,8 +65,8 @@ class Good(OnAMac):
         (elsewhere / "merged image.bin").write_text("an image")
         done = self.mac.build("--image", "merged image.bin", "--name", "Varnox", "--version", "1.2.3", cwd=elsewhere)
         self.assertEqual(self.assert_built(done)["Release"], "ok, Varnox 1.2.3")
-        self.assertIn(f"pack-release --bundle {self.mac.work}/unfinished/{BUNDLE} --image "
-                      f"{elsewhere}/merged image.bin --name Varnox --version 1.2.3", self.mac.called())
+        packed = next(call for call in self.mac.called() if call.startswith("pack-release"))
+        self.assertTrue(packed.endswith(f"/{BUNDLE} --image {elsewhere}/merged image.bin --name Varnox --version 1.2.3"))
 
     def test_a_second_run_replaces_the_first_ones_application(self) -> None:
         self.assert_built(self.mac.build())
@@ -64,17 +77,6 @@ class Good(OnAMac):
     def test_a_run_that_fails_keeps_the_application_of_the_one_before(self) -> None:
         self.assert_built(self.mac.build())
         self.assertEqual(self.mac.build(failing="sign").returncode, 1)
-        self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
-
-    # fault: the new application cannot take the place of the one before
-    # injected: a mv that fails
-    # seen: "Application: failed, mv: No space left on device"
-    # kept: the application of the run before
-    def test_an_application_that_cannot_take_its_place_leaves_the_one_before(self) -> None:
-        self.assert_built(self.mac.build())
-        done = self.mac.build(failing="move")
-        self.assertEqual(done.returncode, 1)
-        self.assertIn("Application: failed, mv: No space left on device", done.stdout)
         self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
 
     def test_a_missing_esptool_is_installed_in_the_users_folder_whatever_platformio_is_told(self) -> None:
@@ -109,9 +111,28 @@ class Good(OnAMac):
         self.assertFalse([call for call in self.mac.called() if call.startswith("macdeployqt")])
 
     def test_a_library_from_outside_is_named(self) -> None:
-        outcomes = self.assert_built(self.mac.build(failing="outside"))
-        self.assertEqual(outcomes["Qt in the bundle"],
-                         "ok, but it still uses /opt/homebrew/lib/libz.dylib: it runs on this Mac only")
+        mach_o_files.write(self.mac.deployed / "Frameworks/libpcre2-16.0.dylib",
+                           mach_o_files.mach_o(needs=["/opt/homebrew/lib/libz.1.dylib"]))
+        outcomes = self.assert_built(self.mac.build())
+        self.assertEqual(outcomes["Qt in the bundle"], "ok, but libpcre2-16.0.dylib still uses "
+                         "/opt/homebrew/lib/libz.1.dylib: it runs on this Mac only")
+
+    def test_homebrews_own_folder_comes_first_on_apple_silicon_and_only_there(self) -> None:
+        for folder in ("opt/homebrew/bin", "usr/local/bin"):
+            (self.mac.system / folder).mkdir(parents=True)
+            shutil.copy(self.mac.commands / "brew", self.mac.system / folder)
+        self.assertEqual(self.assert_built(self.mac.build())["Homebrew"],
+                         f"ok, {self.mac.system}/opt/homebrew/bin/brew")
+        (self.mac.commands / "brew").unlink()
+        self.mac.environment.update(PROCESSOR="x86_64", APPLE_SILICON="")
+        self.assertEqual(self.assert_built(self.mac.build())["Homebrew"], f"ok, {self.mac.system}/usr/local/bin/brew")
+
+    def test_a_folder_for_temporary_files_is_known_without_the_variable(self) -> None:
+        del self.mac.environment["TMPDIR"]
+        self.assert_built(self.mac.build())
+        deployed = next(call for call in self.mac.called() if call.startswith("macdeployqt"))
+        self.assertTrue(deployed.startswith("macdeployqt /tmp/qelmo-varnox-build."), deployed)
+        self.assertFalse(Path(deployed.split()[1]).parent.exists())
 
 
 class Missing(OnAMac):
@@ -123,7 +144,61 @@ class Missing(OnAMac):
         executable(self.mac.system / "usr/bin/xcode-select", "#!/bin/sh\necho 'xcode-select: error' >&2\nexit 2\n")
         executable(self.mac.system / "usr/bin/python3", '#!/bin/sh\necho touched >>"$CALLS"\n')
         self.assert_failed("Xcode command line tools", "not installed", "xcode-select --install", self.mac.build())
-        self.assertEqual(self.mac.called(), ["uname -s", "sw_vers -productVersion"])
+        self.assertEqual([call.split()[0] for call in self.mac.called()], ["uname", "uname", "sw_vers"])
+
+    def assert_compiler_is_missed(self, said: str, outcome: str, following: str) -> None:
+        executable(self.mac.system / "usr/bin/xcrun", f"#!/bin/sh\ncat >&2 <<'EOF'\n{said}\nEOF\nexit 1\n")
+        self.assert_failed("Xcode command line tools", outcome, following, self.mac.build())
+
+    def test_the_command_line_tools_after_an_upgrade_of_the_system(self) -> None:
+        self.assert_compiler_is_missed(
+            "xcrun: error: invalid active developer path (/Library/Developer/CommandLineTools), missing xcrun at: "
+            "/Library/Developer/CommandLineTools/usr/bin/xcrun",
+            "they are gone from /Library/Developer/CommandLineTools", "xcode-select --install")
+
+    def test_the_agreement_to_xcodes_licence_which_only_the_compilers_start_asks_for(self) -> None:
+        for first in ("exit 69", 'case $1 in --find) echo /usr/bin/clang++; exit 0 ;; esac; exit 69'):
+            with self.subTest(first):
+                executable(self.mac.system / "usr/bin/xcrun", f"""#!/bin/sh
+say() {{ echo "You have not agreed to the Xcode license agreements. Please run 'sudo xcodebuild -license' from \
+within a Terminal window to review and agree to the Xcode and Apple SDKs license." >&2; }}
+trap say EXIT
+{first}
+""")
+                self.assert_failed("Xcode command line tools", "the licence of Xcode is not accepted yet",
+                                   "sudo xcodebuild -license", self.mac.build())
+
+    def test_an_xcode_that_was_thrown_away(self) -> None:
+        said = ("xcrun: error: invalid active developer path (/Applications/Xcode.app/Contents/Developer), missing "
+                "xcrun at: /Applications/Xcode.app/Contents/Developer/usr/bin/xcrun")
+        self.assert_compiler_is_missed(said, f"no compiler in /Library/Developer/CommandLineTools: {said}",
+                                       "sudo xcode-select --reset")
+
+    def test_a_homebrew_for_apples_processor(self) -> None:
+        brew = self.mac.system / "usr/local/bin/brew"
+        executable(brew, f'#!/bin/sh\necho "brew $*" >>"$CALLS"\necho {quoted(self.mac.system)}/usr/local\n')
+        (self.mac.commands / "brew").unlink()
+        done = self.mac.build()
+        self.assert_failed("Homebrew", f"the one in {self.mac.system}/usr/local is for Intel processors, and this one "
+                           "is Apple's", done.stdout.split("Next: ")[1].rstrip("\n"), done)
+        self.assertIn("Next: /bin/bash -c \"$(curl -fsSL https://", done.stdout)
+        self.assertNotIn("brew list --versions qtbase", self.mac.called())
+
+    def test_a_terminal_for_apples_processor(self) -> None:
+        self.mac.environment["PROCESSOR"] = "x86_64"
+        self.assert_failed("macOS", "this Terminal runs under Rosetta, as an Intel program",
+                           f"arch -arm64 {self.mac.again()}", self.mac.build())
+
+    def test_a_macos_that_homebrew_has_qt_for_before_homebrew_is_asked_for_it(self) -> None:
+        self.mac.environment["MACOS"] = "13.7.8"
+        self.assert_built(self.mac.build())
+        for version in ("6.9.1", None):
+            (self.mac.homebrew / "qtbase").unlink()
+            if version:
+                (self.mac.homebrew / "qtbase").write_text(version)
+            shutil.rmtree(self.mac.work, ignore_errors=True)
+            self.assert_failed("Homebrew packages", "Homebrew's Qt needs macOS 14, and this is 13.7.8",
+                               "softwareupdate --list", self.mac.build())
 
     def test_homebrew(self) -> None:
         (self.mac.commands / "brew").unlink()
@@ -191,9 +266,8 @@ class TooOldOrTooNew(OnAMac):
     def assert_version_5_is_refused(self, tool: str) -> None:
         self.mac.set_tool(tool)
         path = self.mac.tool.parent
-        again = f"{quoted(self.mac.checkout / SCRIPT)} --system-root {quoted(self.mac.system)}"
         self.assert_failed("esptool under Apple's Python", "it is version 5, which does not know --verify any more",
-                           f'mv "{path}" "{path}@5" && {again}', self.mac.build())
+                           f'mv "{path}" "{path}@5" && {self.mac.again()}', self.mac.build())
 
     def test_the_way_out_of_version_5_is_one_command(self) -> None:
         self.mac.set_tool(ESPTOOL_5)
@@ -216,8 +290,7 @@ class Failing(OnAMac):
         return f'less "{self.mac.work}/build.log"'
 
     def without_qt(self) -> str:
-        return (f"{quoted(self.mac.checkout / SCRIPT)} --system-root {quoted(self.mac.system)} "
-                "--use-installed-qt")
+        return f"{self.mac.again()} --use-installed-qt"
 
     def test_platformio(self) -> None:
         shutil.rmtree(self.mac.tool.parent)
@@ -239,6 +312,17 @@ class Failing(OnAMac):
         shutil.rmtree(self.mac.product / BUNDLE)
         done = self.mac.build()
         self.assertRegex(done.stdout, r"Build: failed, its bundle cannot be copied: .*No such file or directory\n")
+        self.mac.temporary.rmdir()
+        self.assertRegex(self.mac.build().stdout,
+                         r"Build: failed, there is no temporary folder: .*\n  Next: df -h \".*\"\n\Z")
+        self.mac.temporary.mkdir()
+
+    def test_the_folder_for_it(self) -> None:
+        (self.mac.checkout / "build").write_text("no folder")
+        done = self.mac.build()
+        self.assertEqual((done.returncode, done.stderr), (1, ""))
+        self.assertEqual(done.stdout.splitlines()[-2:], [
+            f"Build folder: failed, nothing can be written in {self.mac.work}", f'  Next: ls -la "{self.mac.checkout}"'])
 
     def test_the_packer_in_its_own_words(self) -> None:
         image = self.mac.folder / "merged.bin"
@@ -250,10 +334,16 @@ class Failing(OnAMac):
     def test_the_deployment_of_qt(self) -> None:
         self.assert_failed("Qt in the bundle", "macdeployqt: ERROR: this is why", self.without_qt(),
                            self.mac.build(failing="macdeployqt"))
-        # It ends with 0 in this case, too.
+        # macdeployqt ends with 0 in these cases, too.
         self.assert_failed("Qt in the bundle",
                            "macdeployqt left out Qt's plugin for macOS: ERROR: Cannot resolve rpath",
                            self.without_qt(), self.mac.build(failing="plugin"))
+        core = f"Frameworks/{mach_o_files.in_framework('QtCore')}"
+        (self.mac.deployed / core).unlink()
+        done = self.mac.build()
+        self.assertRegex(done.stdout,
+                         rf"Qt in the bundle: failed, settle-bundle: .*/{core} is not there, or no Mach-O file\n")
+        self.assertTrue(done.stdout.endswith(f"\n  Next: {self.without_qt()}\n"))
 
     def test_the_signature(self) -> None:
         self.assert_failed("Signature", "detritus not allowed", self.log(), self.mac.build(failing="sign"))
@@ -295,7 +385,7 @@ class WithTheRealPrograms(OnAMac):
         shutil.copytree(BUILT_BUNDLE, self.mac.product / BUNDLE)
         (self.mac.product / "tools").mkdir()
         shutil.copy2(BUILT / "tools/pack-release", self.mac.product / "tools")
-        self.mac.environment["QT_QPA_PLATFORM"] = "offscreen"
+        self.mac.environment.update(QT_QPA_PLATFORM="offscreen", XDG_RUNTIME_DIR=str(self.mac.folder))
         self.image = self.mac.folder / "merged.bin"
 
     def test_a_merged_image_becomes_a_release_that_both_self_tests_accept(self) -> None:
@@ -322,17 +412,27 @@ class WithTheRealPrograms(OnAMac):
 
 
 class OldBash(unittest.TestCase):
-    def test_nothing_is_used_that_bash_3_2_does_not_have(self) -> None:
+    def assert_without(self, patterns: dict[str, str]) -> None:
         text = (ROOT / SCRIPT).read_text()
-        for what, pattern in {
+        code = "\n".join(line for line in text.splitlines() if not line.lstrip().startswith("#"))
+        for what, pattern in patterns.items():
+            with self.subTest(what):
+                self.assertEqual(re.findall(pattern, code), [])
+
+    def test_nothing_is_used_that_only_gnus_tools_have(self) -> None:
+        self.assert_without({
+            "long options": r"\b(cp|df|dirname|grep|ls|mkdir|mktemp|mv|rm|tail)\b[^|;&\n]* --\w+",
+            "attributes": r"\bcp -\w*[aX]", "no target": r"\b(cp|mv) -\w*[tT]", "links": r"\b(readlink|realpath)\b", "sed": r"\bsed -\w*i",
+            "stat": r"\bstat -\w*c", "find": r"-printf\b", "grep": r"\bgrep -\w*P", "lines": r"\b(head|tail) -n -",
+            "time": r"\b(timeout|date -d)\b"})
+
+    def test_nothing_is_used_that_bash_3_2_does_not_have(self) -> None:
+        self.assert_without({
                 "associative arrays": r"\b(declare|local|typeset) -\w*A", "references": r"\b(declare|local) -\w*n",
                 "letter case": r"\$\{\w+(,|\^)", "mapfile": r"\b(mapfile|readarray)\b", "&>>": r"&>>", "|&": r"\|&",
                 "transformations": r"\$\{\w+@", "negative indexes": r"\[-\d", "[[ -v": r"\[\[? -v ",
                 "fall through": r";;?&", "coproc": r"\bcoproc\b", "printf times": r"%\(",
-                "an array that may be empty": r"\$\{\w+\[@\]\}"}.items():
-            with self.subTest(what):
-                code = "\n".join(line for line in text.splitlines() if not line.lstrip().startswith("#"))
-                self.assertEqual(re.findall(pattern, code), [])
+                "an array that may be empty": r"\$\{\w+\[@\]\}", "wait -n": r"\bwait -n"})
 
 
 if __name__ == "__main__":
