@@ -16,8 +16,10 @@ import zipfile
 from pathlib import Path
 from unittest import mock
 
+import mac
 import test_build_full_mac as build_command
-from test_build_full_mac import BUILT, BUILT_BUNDLE, BUNDLE, ROOT, SCRIPT, SECONDS, executable
+from mac import BUNDLE, ROOT, SCRIPT, SECONDS, executable
+from test_build_full_mac import BUILT, BUILT_BUNDLE
 
 OURS = ("tools/macos/report", "tools/macos/redact.awk")
 PLAIN_TOOLS = ("cut", "date", "dd", "env", "mktemp", "od", "sleep", "tr")  # besides those of the build command
@@ -159,7 +161,7 @@ esac
 """
 
 
-class Mac(build_command.Mac):
+class Mac(mac.Mac):
     """The Mac of the build command's tests, with what the report asks it besides."""
 
     def furnish(self) -> None:
@@ -499,7 +501,7 @@ class WithTheRealPrograms(OnAMac):
         (self.mac.product / "tools").mkdir()
         shutil.copy2(BUILT / "tools/pack-release", self.mac.product / "tools")
         shutil.copy(ROOT / SCRIPT, self.mac.checkout / SCRIPT)
-        for name, body in build_command.STAND_INS.items():
+        for name, body in mac.STAND_INS.items():
             if name not in ("uname", "sw_vers", "macdeployqt"):
                 self.mac.stand_in(name, body)
         self.mac.environment["QT_QPA_PLATFORM"] = "offscreen"
