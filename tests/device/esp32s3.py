@@ -29,14 +29,18 @@ REGISTERS_AFTER_RESET = {
     0x6000706C: 1,
 }
 
-FLASH_BEGIN, MEM_BEGIN, MEM_END, MEM_DATA, SYNC = 0x02, 0x05, 0x06, 0x07, 0x08
+FLASH_BEGIN, FLASH_END, MEM_BEGIN, MEM_END, MEM_DATA, SYNC = 0x02, 0x04, 0x05, 0x06, 0x07, 0x08
 WRITE_REG, READ_REG, SPI_SET_PARAMS, CHANGE_BAUDRATE = 0x09, 0x0A, 0x0B, 0x0F
 FLASH_DEFL_BEGIN, FLASH_DEFL_DATA, FLASH_DEFL_END = 0x10, 0x11, 0x12
-SPI_FLASH_MD5, GET_SECURITY_INFO, ERASE_FLASH = 0x13, 0x14, 0xD0
+SPI_FLASH_MD5, GET_SECURITY_INFO, ERASE_FLASH, READ_FLASH = 0x13, 0x14, 0xD0, 0xD2
 
 SYNC_PATTERN = b"\x07\x07\x12\x20" + 32 * b"\x55"
 SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
+
+# Fewer blocks than hosts allow: they fit into the pseudo-terminal, so that writing them never waits for a host that
+# waits for its own bytes to be read.
+MOST_BLOCKS_UNDER_WAY = 4
 
 # What a device that was not brought into its boot mode has to say: text of its firmware, or bytes of another speed.
 GARBAGE = b"I (8) firmware: \xe9\xfe\x00\x1b[0m\r\n"
@@ -90,7 +94,8 @@ class Esp32S3:
         self._stub_commands = self._rom_commands | {
             SPI_SET_PARAMS: lambda body: b"", ERASE_FLASH: self._erase_flash, FLASH_BEGIN: self._begin_nothing,
             FLASH_DEFL_BEGIN: self._begin_write, FLASH_DEFL_DATA: self._write_block,
-            FLASH_DEFL_END: self._end_write, SPI_FLASH_MD5: self._md5,
+            FLASH_DEFL_END: self._end_write, SPI_FLASH_MD5: self._md5, READ_FLASH: self._begin_read,
+            FLASH_END: self._leave_stub,
         }
         self.reset()
 
@@ -100,11 +105,16 @@ class Esp32S3:
         self._synced = self._stub_runs = self._hung = False
         self._upload_missing = 0
         self._write: Optional[flash_memory.ImageWrite] = None
+        self._read: Optional[flash_memory.FlashRead] = None
+        self._unplugged_after: Optional[int] = None
 
     def answer(self, packet: bytes) -> Iterator[bytes]:
         """Gives what answers one packet of the host, framed for the line.  Noise is met with silence, as by the ROM."""
         if packet.startswith(MODEM_LINES) and len(packet) == len(MODEM_LINES) + 1:
             self._follow_modem_lines(packet[-1])
+            return
+        if self._read is not None and len(packet) == 4:
+            yield from map(slip.encode, self._follow_read(self._read, packet))
             return
         if len(packet) < 8:
             return
@@ -122,6 +132,8 @@ class Esp32S3:
         if self._hung:
             return
         yield from map(slip.encode, self._execute(command, body, stated_sum))
+        if command == READ_FLASH and self._read is not None:
+            yield from map(slip.encode, self._send_read(self._read))
 
     def _execute(self, command: int, body: bytes, stated_sum: int) -> Iterator[bytes]:
         stub_ran = self._stub_runs
@@ -236,6 +248,7 @@ class Esp32S3:
         if address + size > flash_memory.SIZE:
             raise Refused(TOO_MUCH_DATA)
         self._log(f"write begin {size}")
+        self._fault.begin(device_fault.DURING_A_WRITE)
         self._write = flash_memory.ImageWrite(self._flash, address, size)
         self._inflater = zlib.decompressobj()
         self._store(self._write, b"")
@@ -254,7 +267,7 @@ class Esp32S3:
         return b""
 
     def _store(self, write: flash_memory.ImageWrite, data: bytes) -> None:
-        due = self._fault.due_after(write.size)
+        due = self._fault.due_after(device_fault.DURING_A_WRITE, write.size)
         if due is not None and due <= write.written + len(data):
             before = due - write.written
             self._append(write, data[:before])
@@ -288,3 +301,44 @@ class Esp32S3:
         digest = self._flash.md5(address, size)
         self._log(f"md5 {digest.hex()}")
         return digest
+
+    def _begin_read(self, body: bytes) -> bytes:
+        address, size, block_size, most_under_way = struct.unpack("<IIII", body)
+        if address + size > flash_memory.SIZE or not 0 < block_size <= flash_memory.SECTOR or not most_under_way:
+            raise Refused(INVALID_MESSAGE)
+        self._log(f"read begin {size}")
+        self._fault.begin(device_fault.DURING_A_READ)
+        content = self._flash.read(address, size)
+        self._unplugged_after = due = self._fault.due_after(device_fault.DURING_A_READ, size)
+        if due is not None and self._fault.is_armed(device_fault.READ_ERROR):
+            self._unplugged_after = None
+            self._fault.strike()
+            content[due - 1] ^= 1
+        self._read = flash_memory.FlashRead(bytes(content), block_size, min(most_under_way, MOST_BLOCKS_UNDER_WAY))
+        return b""
+
+    def _follow_read(self, read: flash_memory.FlashRead, packet: bytes) -> Iterator[bytes]:
+        try:
+            read.acknowledge(*struct.unpack("<I", packet))
+        except ValueError:
+            self._read = None
+            return
+        yield from self._send_read(read)
+
+    def _send_read(self, read: flash_memory.FlashRead) -> Iterator[bytes]:
+        for sent, packet in read.packets():
+            if self._unplugged_after is not None and sent >= self._unplugged_after:
+                self._fault.strike()
+                raise Unplugged
+            yield packet
+        if read.is_complete:
+            self._read = None
+            self._log("read end")
+
+    def _leave_stub(self, body: bytes) -> bytes:
+        (stay,) = struct.unpack("<I", body)
+        if not stay:
+            self.reset()
+            self._save()
+            self._log("loader")
+        return b""

@@ -4,6 +4,7 @@ import contextlib
 import hashlib
 import os
 import tempfile
+from typing import Iterator
 
 SIZE = 8 * 1024 * 1024
 SECTOR = 4096
@@ -39,6 +40,9 @@ class FlashMemory:
         self._cells[address] ^= 1
         self._saved = False
 
+    def read(self, address: int, size: int) -> bytearray:
+        return self._cells[address:address + size]
+
     def md5(self, address: int, size: int) -> bytes:
         return hashlib.md5(memoryview(self._cells)[address:address + size]).digest()
 
@@ -68,3 +72,31 @@ class ImageWrite:
             self._erased_to = erase_to
         self._flash.program(start, data)
         self.written += len(data)
+
+
+class FlashRead:
+    """Content of the flash on its way to the host: in blocks, of which no more are under way than the host
+    takes, and in the end the digest of all."""
+
+    def __init__(self, content: bytes, block_size: int, most_under_way: int) -> None:
+        self._content, self._block_size, self._most_under_way = content, block_size, most_under_way
+        self._sent = self._received = 0
+        self.is_complete = False
+
+    def acknowledge(self, received: int) -> None:
+        """Raises ValueError when the host cannot have that many bytes."""
+        if not self._received < received <= self._sent:
+            raise ValueError
+        self._received = received
+
+    def packets(self) -> Iterator[tuple[int, bytes]]:
+        """What may be sent now, each packet with the number of bytes that were sent before it."""
+        while (self._sent < len(self._content)
+               and self._sent - self._received < self._most_under_way * self._block_size):
+            block = self._content[self._sent:self._sent + self._block_size]
+            before = self._sent
+            self._sent += len(block)
+            yield before, block
+        if self._received == len(self._content) and not self.is_complete:
+            self.is_complete = True
+            yield self._sent, hashlib.md5(self._content).digest()

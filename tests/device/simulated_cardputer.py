@@ -32,15 +32,23 @@ def positive(text: str) -> float:
     return number
 
 
+def turn(text: str) -> int:
+    number = int(text)
+    if number < 1:
+        raise ValueError
+    return number
+
+
 def parse_arguments() -> argparse.Namespace:
     parser = OneLineParser(prog=PROGRAM, description=__doc__, allow_abbrev=False)
     parser.add_argument("--port", required=True, metavar="PATH", help="link to make, e.g. /dev/cu.usbmodem101")
     parser.add_argument("--flash-dump", required=True, metavar="FILE", help="the flash after every session")
     parser.add_argument("--ready-file", metavar="FILE", help="written when the device can be opened")
     parser.add_argument("--fault", metavar="KIND[@PERCENT]",
-                        help=", ".join(device_fault.AT_ONCE + device_fault.DURING_THE_WRITE)
-                        + "; the last three at a percentage of the image (50)")
+                        help=", ".join(device_fault.AT_ONCE + device_fault.AT_A_PERCENTAGE)
+                        + "; from unplugged on at a percentage of what is written or read (50)")
     parser.add_argument("--fault-once", action="store_true", help="the fault strikes in one session only")
+    parser.add_argument("--fault-turn", type=turn, metavar="N", help="the fault strikes in the Nth write or read only")
     parser.add_argument("--bytes-per-second", type=positive, metavar="N", help="speed of the line from the host")
     parser.add_argument("--erase-seconds", type=positive, default=0, metavar="S", help="time of a whole erase")
     parser.add_argument("--event-log", metavar="FILE", help="one line for each event (standard output)")
@@ -49,8 +57,8 @@ def parse_arguments() -> argparse.Namespace:
     try:
         if arguments.fault:
             device_fault.parse(arguments.fault)
-        elif arguments.fault_once:
-            raise ValueError("--fault-once needs --fault")
+        elif arguments.fault_once or arguments.fault_turn:
+            raise ValueError("--fault-once and --fault-turn need --fault")
         arguments.flash = flash_memory.FlashMemory(read_initial_flash(arguments.initial_flash))
         for path in filter(None, (arguments.flash_dump, arguments.ready_file, arguments.event_log)):
             if not os.access(os.path.dirname(os.path.abspath(path)), os.W_OK) or os.path.isdir(path):
@@ -78,7 +86,7 @@ class SimulatedCardputer:
                  log: Callable[[str], None]) -> None:
         self._arguments, self._log = arguments, log
         self.port = port
-        self._fault = device_fault.Fault(arguments.fault, arguments.fault_once, log)
+        self._fault = device_fault.Fault(arguments.fault, arguments.fault_once, arguments.fault_turn, log)
         self._chip = esp32s3.Esp32S3(arguments.flash, self._fault, log, self.save_flash,
                                      lambda: self.port.pause(arguments.erase_seconds))
         self._line_is_free_at = 0.0

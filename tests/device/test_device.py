@@ -101,6 +101,69 @@ class Flashing(DeviceTest):
         self.end(device)
 
 
+class Reading(DeviceTest):
+    START, SIZE = 0x3000, 0x20000
+
+    def setUp(self):
+        super().setUp()
+        self.content = noise.randbytes(FLASH_SIZE)
+        (self.folder / "before").write_bytes(self.content)
+
+    def plug_in(self, *options):
+        return self.device("--initial-flash", self.folder / "before", *options)
+
+    def read(self, after="no_reset"):
+        """The tool's end and what it has written into its file."""
+        file = self.folder / "read"
+        file.unlink(missing_ok=True)
+        result = run(*self.esptool("--port", PORT, "--baud", "921600", "--after", after, "read_flash",
+                                   hex(self.START), hex(self.SIZE), file), **self.surroundings())
+        return result, file.read_bytes() if file.exists() else None
+
+    def expected(self):
+        return self.content[self.START:self.START + self.SIZE]
+
+    def test_gives_the_host_what_the_flash_holds_and_changes_nothing(self):
+        self.plug_in()
+        for after, last in (("no_reset", "loader"), ("hard_reset", "reset")):
+            result, content = self.read(after)
+            self.assertEqual(result.returncode, 0, result.stdout)
+            self.assertTrue(content == self.expected())
+            self.wait_for(last)
+        self.wait_for("closed", 2)
+        self.assertEqual(self.log(), CONNECTED + [f"read begin {self.SIZE}", "read end", "loader", "closed"]
+                         + CONNECTED + [f"read begin {self.SIZE}", "read end", "reset", "closed"])
+        self.assertTrue(self.dump.read_bytes() == self.content)
+
+    # fault: the device is unplugged at 0, 1, 50 or 99 % of a read
+    # injected: the pseudo-terminal is closed and its name taken away at that byte
+    # seen: the tool ends with status 1, at some moments with a traceback that ends in "Input/output error"
+    # kept: the flash; plugged in again, the next read succeeds
+    def test_can_be_unplugged(self):
+        for percent in PERCENTAGES:
+            device = self.plug_in("--fault", f"unplugged-reading@{percent}", "--fault-once")
+            result, content = self.read()
+            self.assertEqual((result.returncode, content), (1, None), result.stdout)
+            self.wait_for("plugged in again")
+            self.assertIn(f"fault unplugged-reading@{percent}", self.log())
+            self.assertTrue(self.read()[1] == self.expected())
+            self.end(device)
+            self.assertTrue(self.dump.read_bytes() == self.content)
+
+    # fault: a read gives one wrong bit, and a digest that fits it
+    # injected: the simulated device flips the bit in what it sends, in the second read only
+    # seen: nothing from the tool
+    # kept: the flash; the next read gives what it holds
+    def test_can_be_wrong_in_one_read_only(self):
+        self.plug_in("--fault", "read-error@50", "--fault-turn", "2")
+        wrong = []
+        for _ in range(3):
+            result, content = self.read()
+            self.assertEqual(result.returncode, 0, result.stdout)
+            wrong.append([at for at, byte in enumerate(self.expected()) if content[at] != byte])
+        self.assertEqual(wrong, [[], [self.SIZE // 2], []])
+
+
 class Device(DeviceTest):
     def test_leaves_no_port_and_a_whole_dump_behind_when_it_is_ended(self):
         for number in (signal.SIGTERM, signal.SIGINT):
@@ -137,11 +200,12 @@ class Device(DeviceTest):
         for options, complaint in [
             (["--port", PORT], "the following arguments are required: --flash-dump"),
             (required + ["--fault", "fire"], "unknown fault 'fire' (known: never-answers, other-chip, garbage, "
-                                             "unplugged, bit-error, stops-answering)"),
+                                             "unplugged, bit-error, stops-answering, unplugged-reading, read-error)"),
             (required + ["--fault", "unplugged@101"],
              "the percentage of a fault is a number from 0 to 100: unplugged@101"),
             (required + ["--fault", "other-chip@5"], "the fault other-chip takes no percentage: other-chip@5"),
-            (required + ["--fault-once"], "--fault-once needs --fault"),
+            (required + ["--fault-once"], "--fault-once and --fault-turn need --fault"),
+            (required + ["--fault-turn", "0"], "argument --fault-turn: invalid turn value: '0'"),
             (required + ["--bytes-per-second", "0"], "argument --bytes-per-second: invalid positive value: '0'"),
             (required + ["--initial-flash", "/nowhere"], "cannot read /nowhere: No such file or directory"),
             (required + ["--initial-flash", self.folder / "large"],
