@@ -1,0 +1,121 @@
+"""Child processes that end with the script, whatever ends it."""
+
+from __future__ import annotations
+
+import contextlib
+import os
+import re
+import signal
+import subprocess
+import time
+from typing import Callable, Iterator, NamedTuple, Optional, Sequence
+
+STOPPING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+SECONDS_TO_END = 5
+# The tool draws its progress over the last one with backspaces; the log keeps the last one only.
+REDRAWN = re.compile(r"[^\n]*\x08")
+
+
+class Interrupted(Exception):
+    def __init__(self, number: int) -> None:
+        super().__init__(signal.Signals(number).name)
+        self.number = number
+
+
+class Signals:
+    """Turns the first signal that asks to stop into `Interrupted`; later ones are ignored, so that the last
+    words are said in peace."""
+
+    def __init__(self) -> None:
+        self._held = False
+        self._pending: Optional[int] = None
+
+    def install(self) -> None:
+        for number in STOPPING_SIGNALS:
+            signal.signal(number, self._handle)
+
+    @staticmethod
+    def ignore() -> None:
+        for number in STOPPING_SIGNALS:
+            signal.signal(number, signal.SIG_IGN)
+
+    def _handle(self, number: int, _frame: object) -> None:
+        if self._pending is None:
+            self._pending = number
+            self._raise_pending()
+
+    def _raise_pending(self) -> None:
+        if self._pending is not None and not self._held:
+            self.ignore()
+            raise Interrupted(self._pending)
+
+    @contextlib.contextmanager
+    def hold(self) -> Iterator[None]:
+        """A signal that comes inside is raised at the end."""
+        self._held = True
+        try:
+            yield
+        finally:
+            self._held = False
+        self._raise_pending()
+
+
+class Ended(NamedTuple):
+    status: int
+    output: str
+
+
+class Children:
+    """Runs one child after the other. Each has a session of its own: Ctrl+C reaches this script only, which then
+    ends the child and everything that the child has started."""
+
+    def __init__(self, signals: Signals, show: Callable[[bytes], None]) -> None:
+        self._signals, self._show = signals, show
+
+    def run(self, command: Sequence[str], keep: Callable[[str], None] = lambda text: None) -> Ended:
+        """Shows the output while it comes, and hands it to `keep` at the end, whatever ends the child."""
+        output = bytearray()
+        process = None
+        try:
+            with self._signals.hold():
+                process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                           stderr=subprocess.STDOUT, start_new_session=True,
+                                           env={**os.environ, "PYTHONUNBUFFERED": "1"})
+            while chunk := os.read(process.stdout.fileno(), 65536):
+                output += chunk
+                self._show(chunk)
+            process.wait()
+        finally:
+            if process is not None and process.returncode is None:
+                end_group(process)
+            text = REDRAWN.sub("", output.decode("utf-8", "replace").replace("\r", "\n"))
+            keep(text)
+        return Ended(process.returncode, text)
+
+
+def end_group(process: subprocess.Popen) -> None:
+    """Ends the child and everything that it has started: all of them are in its group."""
+    for number in (signal.SIGTERM, signal.SIGKILL):
+        if not signal_group(process.pid, number) or group_has_ended(process):
+            break
+    process.stdout.close()
+    process.wait()
+
+
+def signal_group(group: int, number: int) -> bool:
+    """False when nobody is left in the group who could be sent a signal."""
+    try:
+        os.killpg(group, number)
+    except (ProcessLookupError, PermissionError):
+        return False
+    return True
+
+
+def group_has_ended(process: subprocess.Popen) -> bool:
+    """A grandchild is no child of ours, so its end can only be looked for."""
+    end = time.monotonic() + SECONDS_TO_END
+    while process.poll() is None or signal_group(process.pid, 0):
+        if time.monotonic() > end:
+            return False
+        time.sleep(0.02)
+    return True
