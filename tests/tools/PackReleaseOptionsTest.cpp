@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace qelmo {
@@ -117,6 +118,27 @@ TEST(PackReleaseOptions, RefuseTextThatIsNotUtf8) {
         Arguments arguments = required;
         arguments[value] = "\xED\xA0\x80";
         EXPECT_EQ(errorFor(arguments), required[value - 1] + ": not valid UTF-8");
+    }
+}
+
+// fault: a text would break a line, steer a terminal, or be read by the flashing tool as a file of arguments
+// injected: a line break, a control character, a line separator and "@" in each text
+// seen: "--name: holds a line break or another control character" or "--name: must not begin with @", and so on
+// kept: the bundle, which was not touched yet
+TEST(PackReleaseOptions, RefuseTextThatWouldNotStayOneLineOfItsOwn) {
+    for (const char* option : {"--name", "--version", "--hardware", "--confirmation"}) {
+        const auto errorForText = [option](const std::string& text) {
+            Arguments arguments = required;
+            const auto given = std::find(arguments.begin(), arguments.end(), option);
+            if (given == arguments.end()) return errorFor(requiredAnd({option, text}));
+            *(given + 1) = text;
+            return errorFor(arguments);
+        };
+        for (const char* text : {"1\n2", "1\r", "\x1B[2J", "\x7F", "\u2028"})
+            EXPECT_EQ(errorForText(text),
+                      std::string(option) + ": holds a line break or another control character");
+        EXPECT_EQ(errorForText("@file"), std::string(option) + ": must not begin with @");
+        EXPECT_EQ(errorForText("a@file"), "no error");
     }
 }
 

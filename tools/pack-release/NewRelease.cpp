@@ -11,8 +11,6 @@ namespace qelmo {
 
 namespace {
 
-constexpr std::uint64_t deviceFlashBytes = 8ULL << 20;
-
 constexpr std::string_view imageNameStart = "firmware-";
 constexpr std::string_view imageNameEnd = ".bin";
 constexpr std::size_t imageNameDigits = 16;

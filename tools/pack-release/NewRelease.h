@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,6 +9,9 @@
 #include "tools/pack-release/Options.h"
 
 namespace qelmo {
+
+/// No image is larger.
+inline constexpr std::uint64_t deviceFlashBytes = 8ULL << 20;
 
 /// A release that is ready for a bundle: checked, but not yet written anywhere.
 struct NewRelease {

@@ -63,6 +63,9 @@ private:
 
 std::string text(std::string_view option, std::string value) {
     if (decodedUtf8(value) != value) fail(option, "not valid UTF-8");
+    if (shownOnOneLine(value) != value) fail(option, "holds a line break or another control character");
+    // The flashing tool would read its arguments from a file of the name that follows.
+    if (value.starts_with('@')) fail(option, "must not begin with @");
     return value;
 }
 

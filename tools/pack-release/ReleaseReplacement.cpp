@@ -70,6 +70,14 @@ bool isOwnTemporaryName(std::string_view name) {
            (target == manifestFileName || isPackedImageName(target));
 }
 
+/// True for an image that an earlier run wrote: the file holds what its name says.
+bool isPackedImage(const std::string& path, std::string_view name) {
+    if (!isPackedImageName(name)) return false;
+    RegularFile file(path);
+    return file.sizeBytes() <= deviceFlashBytes &&
+           packedImageName(imageDigest(file.readAll(deviceFlashBytes).span())) == name;
+}
+
 /// Removes what earlier runs have left, except the images of the new and the replaced release.
 void removeLeftovers(const std::string& folder, const std::string& newImage,
                      const std::optional<FlashManifest>& replaced) {
@@ -82,8 +90,8 @@ void removeLeftovers(const std::string& folder, const std::string& newImage,
     };
     for (const std::string& name : namesInFolder(folder)) {
         const std::string path = joinedPath(folder, name);
-        if (!isOwnTemporaryName(name) && (!isPackedImageName(name) || isKept(path))) continue;
-        if (!fs::is_regular_file(fs::symlink_status(path))) continue;
+        if (!fs::is_regular_file(fs::symlink_status(path)) || isKept(path)) continue;
+        if (!isOwnTemporaryName(name) && !isPackedImage(path, name)) continue;
         if (::unlink(path.c_str()) != 0) throwSystemError(errno, "remove", path);
     }
 }

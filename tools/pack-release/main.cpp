@@ -30,6 +30,15 @@ std::string summary(const PackRequest& request, const FlashManifest& manifest,
            "\n" + "Replaced  " + (replaced ? replaced->name + " " + replaced->version : "no release") + "\n";
 }
 
+/// The release counts, whether or not anybody can read about it.
+void printReport(const std::string& report) {
+    try {
+        writeToStandardOutput(report);
+    } catch (const std::system_error& error) {
+        throw FlasherFailure("the new release is in place, but: " + errorDescription(error));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -44,13 +53,14 @@ int main(int argc, char** argv) {
         if (request.sign) requireSigningTool(systemSigningTool);
         const NewRelease release = newRelease(request);
         const auto replaced = replaceRelease(request.bundle, release);
-        writeToStandardOutput(summary(request, release.manifest, replaced));
+        std::string report = summary(request, release.manifest, replaced);
         if (request.sign) {
             signBundle(systemSigningTool, request.bundle);
-            writeToStandardOutput("Signed    ad hoc, and verified\n");
+            report += "Signed    ad hoc, and verified\n";
         } else if (bundlesAreSealed) {
-            writeToStandardOutput(signingNotice(request.bundle));
+            report += signingNotice(request.bundle);
         }
+        printReport(report);
         return EXIT_SUCCESS;
     } catch (const OptionError& error) {
         reportError(error.what());
