@@ -6,18 +6,16 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FilePath.h"
-#include "platform/MainBundle.h"
 #include "platform/ThisProcess.h"
 #include "platform/Utf8.h"
 
 namespace qelmo {
 
 int runWindowedStart() {
-    const std::string library =
-        joinedPath(joinedPath(MainBundle::bundleURL(), "Contents/Frameworks"), QELMO_WINDOW_LIBRARY_NAME);
+    // By name, found through the program's own run path. In a full path the loader would expand "$ORIGIN" and
+    // the like, and a bundle's folder may have such a name.
     // Never unloaded: background threads may still run its code when the process ends.
-    void* const loaded = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* const loaded = ::dlopen(QELMO_WINDOW_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     void* const entry = loaded == nullptr ? nullptr : ::dlsym(loaded, "qelmoWindowedStart");
     if (entry == nullptr) {
         // The loader's reason comes first; on some systems a list of tried paths follows.

@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import io
 import os
+import re
 import subprocess
 import tarfile
 import tempfile
@@ -122,11 +123,12 @@ class TwoFolders(unittest.TestCase):
             for name, path in found.items():
                 self.assertNotIn(os.fsencode(self.root), path.read_bytes(), f"{name} of {build}")
 
-    def test_leave_no_search_path_for_libraries(self) -> None:
-        for name in ["MacOS/QelmoFlasher", "Frameworks/libQelmoWindow.so"]:
+    def test_search_for_libraries_in_the_bundle_and_nowhere_else(self) -> None:
+        for name, expected in [("MacOS/QelmoFlasher", ["$ORIGIN/../Frameworks"]),
+                               ("Frameworks/libQelmoWindow.so", [])]:
             dynamic = run(["readelf", "-d", str(self.one[f"{BUNDLE}/Contents/{name}"])], self.root)
             self.assertIn("(NEEDED)", dynamic)
-            self.assertNotRegex(dynamic, r"\((RPATH|RUNPATH)\)")
+            self.assertEqual(re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", dynamic), expected)
 
     def test_pack_files_of_root_with_the_time_of_the_commit(self) -> None:
         commit = int(run(["git", "log", "-1", "--format=%ct"], SOURCE))
