@@ -1,8 +1,5 @@
 #include "app/WindowSelfTest.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <QApplication>
 #include <QIcon>
 #include <QWidget>
@@ -33,16 +30,9 @@ bool showsVerifiedTitle(const AppDelegate& delegate) {
            verifiedFlashButtonTitle(delegate.resources->manifest);
 }
 
-/// Someone else may have put a file of theirs where the report goes; it stays as it is.
-bool belongsToSomeoneElse(const char* path) {
-    struct stat status {};
-    return ::lstat(path, &status) == 0 && status.st_uid != ::geteuid();
-}
-
 void writeReportFile(const std::string& report) {
     try {
-        if (!belongsToSomeoneElse(windowSelfTestReportPath))
-            writeFileAtomically(windowSelfTestReportPath, std::as_bytes(std::span(report)));
+        writeFileAtomically(windowSelfTestReportPath, std::as_bytes(std::span(report)));
     } catch (const std::system_error&) {
         // The file is a convenience; standard output and the status carry the verdict.
     }
@@ -88,9 +78,8 @@ void AppDelegate::checkWindow(const Weak& weak) {
     try {
         writeToStandardOutput(report);
     } catch (const std::system_error& error) {
-        writeToStandardError(std::string("window_self_test=FAILED ") + error.what() + "\n");
-        QCoreApplication::exit(EXIT_FAILURE);
-        return;
+        // The status still tells the verdict.
+        writeToStandardError(std::string("The report cannot be printed: ") + error.what() + "\n");
     }
     QCoreApplication::exit(passed ? EXIT_SUCCESS : EXIT_FAILURE);
 }

@@ -114,6 +114,21 @@ class SelfTestReport(WindowedProcess):
         self.assert_passed(self.run_program())
         self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
 
+    # fault: the bundle's folder is named like what the loader replaces in a path
+    # injected: folders of such names, and another window library where the loader looks next
+    # seen: nothing
+    # kept: the bundle's own window library; the report and status 0
+    def test_the_bundle_may_be_in_a_folder_of_any_name(self) -> None:
+        decoys = self.folder / "decoys"
+        decoys.mkdir()
+        (decoys / "libQelmoWindow.so").write_bytes(b"no library")
+        self.environment["LD_LIBRARY_PATH"] = str(decoys)
+        for name in ("$ORIGIN", "$LIB", "${PLATFORM}", "a:b;c d", "übung"):
+            with self.subTest(name):
+                self.bundle = Bundle(self.folder / name)
+                self.environment["HOME"] = str(self.bundle.home)
+                self.assert_passed(self.run_program())
+
     def test_the_argument_may_stand_anywhere(self) -> None:
         self.assert_passed(self.run_program(arguments=("-platform", "nosuch", "--window-self-test", "-x")))
 
@@ -174,32 +189,40 @@ class SelfTestReport(WindowedProcess):
 
     @unittest.skipUnless(os.geteuid() == 0, "needs a file of another user")
     # fault: another user's file stands where the report file goes
-    # injected: a file of that user
+    # injected: a file of that user, and the right to replace it
     # seen: nothing
-    # kept: that file; the report on standard output and status 0
-    def test_another_users_file_stays_as_it_is(self) -> None:
-        pathlib.Path(REPORT).write_text("theirs")
+    # kept: the report, in its place
+    def test_another_users_file_is_replaced_where_the_system_allows_it(self) -> None:
+        pathlib.Path(REPORT).write_text("window_self_test=OK\n")
         os.chown(REPORT, 65534, 65534)
-        self.assert_passed(self.run_program())
-        self.assertEqual(pathlib.Path(REPORT).read_text(), "theirs")
+        self.bundle.manifest.write_text("{}")
+        done = self.run_program()
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (1, FAILED_WITHOUT_RELEASE, ""))
+        self.assertEqual(pathlib.Path(REPORT).read_text(), FAILED_WITHOUT_RELEASE)
 
     # fault: standard output is full
     # injected: /dev/full
-    # seen: "window_self_test=FAILED " and "No space left on device" on standard error, status 1
-    # kept: one sentence
-    def test_a_full_standard_output_is_a_failure(self) -> None:
-        with open("/dev/full", "w", encoding="utf-8") as full:
-            done = self.run_program(stdout=full)
-        self.assert_one_sentence(done, "window_self_test=FAILED ")
-        self.assertIn("No space left on device", done.stderr)
+    # seen: "The report cannot be printed: write standard output: No space left on device" on standard error
+    # kept: the report file; the status of the verdict
+    def test_a_full_standard_output_leaves_the_status_of_the_verdict(self) -> None:
+        sentence = "The report cannot be printed: write standard output: No space left on device\n"
+        for manifest, status, report in ((None, 0, PASSED), ("{}", 1, FAILED_WITHOUT_RELEASE)):
+            with self.subTest(status), open("/dev/full", "w", encoding="utf-8") as full:
+                if manifest:
+                    self.bundle.manifest.write_text(manifest)
+                done = self.run_program(stdout=full)
+                self.assertEqual((done.returncode, done.stderr), (status, sentence))
+                self.assertEqual(pathlib.Path(REPORT).read_text(), report)
 
     # fault: standard output is closed
     # injected: a shell closes it
-    # seen: "window_self_test=FAILED " and the reason on standard error, status 1
-    # kept: one sentence
-    def test_a_closed_standard_output_is_a_failure(self) -> None:
+    # seen: "The report cannot be printed: " and the reason on standard error
+    # kept: the report file; the status of the verdict
+    def test_a_closed_standard_output_leaves_the_status_of_the_verdict(self) -> None:
         done = self.run_program("sh", "-c", 'exec "$0" "$@" >&-')
-        self.assert_one_sentence(done, "window_self_test=FAILED ")
+        self.assertEqual((done.returncode, done.stderr.count("\n")), (0, 1))
+        self.assertTrue(done.stderr.startswith("The report cannot be printed: "), done.stderr)
+        self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
 
 
 class StartThatFails(WindowedProcess):
