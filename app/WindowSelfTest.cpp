@@ -1,7 +1,6 @@
 #include "app/WindowSelfTest.h"
 
 #include <QApplication>
-#include <QIcon>
 #include <QWidget>
 #include <chrono>
 #include <cstdlib>
@@ -14,6 +13,7 @@
 #include "release/FlashButtonTitle.h"
 #include "ui/ActionButton.h"
 #include "ui/AppDelegate.h"
+#include "ui/ApplicationIcon.h"
 
 namespace qelmo {
 
@@ -43,8 +43,8 @@ void writeReportFile(const std::string& report) {
 bool passesWindowSelfTest(const AppDelegate& delegate) {
     const QWidget* const window = delegate.window.get();
     return window->isVisible() && window->windowTitle() == QLatin1String("QELMO Varnox Flasher") &&
-           QApplication::topLevelWidgets().contains(window) && hasIconResource() &&
-           !QApplication::windowIcon().isNull() && delegate.resources.has_value() &&
+           QApplication::topLevelWidgets().contains(window) && hasIconResource() && hasApplicationIcon() &&
+           delegate.resources.has_value() &&
            delegate.refreshButton->title() == QLatin1String("REFRESH BUILD") &&
            delegate.refreshButton->action() == &AppDelegate::refreshBuildAndPorts &&
            showsVerifiedTitle(delegate);

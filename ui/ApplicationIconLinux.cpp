@@ -34,4 +34,8 @@ void setApplicationIcon(const std::optional<std::string>& path) {
     QApplication::setWindowIcon(icon);
 }
 
+bool hasApplicationIcon() {
+    return !QApplication::windowIcon().isNull();
+}
+
 }  // namespace qelmo

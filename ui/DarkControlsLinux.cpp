@@ -99,13 +99,8 @@ void applyDarkControls(QApplication& application) {
 #if QT_VERSION >= QT_VERSION_CHECK(6, 8, 0)
     application.styleHints()->setColorScheme(Qt::ColorScheme::Dark);
 #endif
-#ifdef Q_OS_MACOS
-    Q_UNUSED(application);
-    Q_UNUSED(darkPalette);
-#else
     application.setStyle(new DarkStyle);
     application.setPalette(darkPalette());
-#endif
 }
 
 }  // namespace qelmo
