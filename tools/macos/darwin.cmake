@@ -13,4 +13,5 @@ endforeach()
 set(CMAKE_FIND_FRAMEWORK NEVER)
 set(CMAKE_LIBRARY_ARCHITECTURE x86_64-linux-gnu)
 list(APPEND CMAKE_PREFIX_PATH /usr)
+set(QELMO_OLDEST_QT 6.4) # Debian's. What is built with it is not for a Mac.
 set(CMAKE_PROJECT_INCLUDE "${CMAKE_CURRENT_LIST_DIR}/after-project.cmake")
