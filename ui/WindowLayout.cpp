@@ -63,6 +63,7 @@ public:
         addFooter();
         column_->addStretch();
         orderKeyboardFocus();
+        placeWholeWidgets();
     }
 
 private:
@@ -77,6 +78,7 @@ private:
     void addFlashButton();
     void addFooter();
     void orderKeyboardFocus();
+    void placeWholeWidgets();
 
     QWidget* parent() { return delegate_.window.get(); }
 
@@ -224,6 +226,13 @@ void WindowBuilder::orderKeyboardFocus() {
     QWidget::setTabOrder(delegate_.portPopup, delegate_.refreshButton);
     QWidget::setTabOrder(delegate_.refreshButton, delegate_.logTextView);
     QWidget::setTabOrder(delegate_.logTextView, delegate_.flashButton);
+}
+
+/// All lengths are those of the widgets. Without this, a style whose controls have shadows, as macOS's,
+/// places smaller rectangles, and the rows move.
+void WindowBuilder::placeWholeWidgets() {
+    for (QWidget* const view : parent()->findChildren<QWidget*>())
+        view->setAttribute(Qt::WA_LayoutUsesWidgetRect);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
+#include <QApplication>
 #include <QComboBox>
-#include <QGuiApplication>
 #include <QLayout>
+#include <QProxyStyle>
 #include <QScreen>
 #include <QWindow>
 
@@ -8,6 +9,7 @@
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
+#include "ui/DarkControls.h"
 #include "ui/LogTextView.h"
 #include "ui/TextLabel.h"
 
@@ -260,6 +262,54 @@ TEST_F(WindowLayout, ShowsAnAmpersandInTheFlashButtonsTitle) {
     EXPECT_EQ(delegate->flashButton->title().toStdString(), "FLASH VERIFIED R&D");
     EXPECT_EQ(delegate->flashButton->text().toStdString(), "FLASH VERIFIED R&&D");
     EXPECT_TRUE(delegate->flashButton->shortcut().isEmpty());
+}
+
+/// As on macOS, where a control's shadow belongs to the widget and not to its rectangle in the layout.
+class StyleWithShadows : public QProxyStyle {
+public:
+    StyleWithShadows() : QProxyStyle(QStringLiteral("fusion")) {}
+
+    QRect subElementRect(SubElement element, const QStyleOption* option,
+                         const QWidget* widget) const override {
+        if (element == SE_PushButtonLayoutItem) return option->rect.adjusted(6, 4, -6, -8);
+        if (element == SE_ComboBoxLayoutItem) return option->rect.adjusted(3, 2, -4, -4);
+        if (element == SE_ProgressBarLayoutItem || element == SE_LabelLayoutItem ||
+            element == SE_FrameLayoutItem)
+            return option->rect.adjusted(1, 2, -3, -4);
+        return QProxyStyle::subElementRect(element, option, widget);
+    }
+};
+
+class WindowLayoutWithShadows : public WindowTest {
+protected:
+    WindowLayoutWithShadows() { QApplication::setStyle(new StyleWithShadows); }
+    ~WindowLayoutWithShadows() override { applyDarkControls(*qApp); }
+
+    void build() const {
+        delegate->buildWindow();
+        delegate->window->show();
+        ASSERT_TRUE(waitUntil([this] { return delegate->window->windowHandle()->isExposed(); }));
+    }
+};
+
+TEST_F(WindowLayoutWithShadows, HasTheSameRowsInsetsSpacingsAndHeights) {
+    build();
+    expectRowsInPlace(*delegate);
+    const QRect menu = frameOf(delegate->portPopup);
+    const QRect refresh = frameOf(delegate->refreshButton);
+    EXPECT_EQ(menu.left(), Column::left + 82 + 10);
+    EXPECT_EQ(refresh.left() - (menu.right() + 1), 10);
+    EXPECT_EQ(refresh.right() + 1, Column::right);
+    const QRect progress = frameOf(delegate->progress);
+    EXPECT_EQ(progress.left(), Column::left + 180 + 12);
+    EXPECT_EQ(progress.right() + 1, Column::right);
+}
+
+TEST_F(WindowLayoutWithShadows, HasTheReleaseAtTheInsetOfItsPanel) {
+    build();
+    const QRect label = frameOf(delegate->releaseLabel);
+    EXPECT_EQ(label.left(), Column::left + 16);
+    EXPECT_EQ(label.right() + 1, Column::right - 16);
 }
 
 }  // namespace
