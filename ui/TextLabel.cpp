@@ -2,8 +2,11 @@
 
 #include <QAccessible>
 #include <QFontMetrics>
+#include <QPainter>
 #include <QPalette>
 #include <QtMath>
+
+#include "ui/ShownLines.h"
 
 namespace qelmo {
 
@@ -27,9 +30,36 @@ QColor TextLabel::colour() const {
 }
 
 void TextLabel::setMaximumLines(int lines) {
+    maximumLines_ = lines;
+    setMaximumHeight(lines * lineHeight());
+}
+
+QStringList TextLabel::linesInWidth(int width) const {
+    return shownLines(text(), font(), width, maximumLines_);
+}
+
+int TextLabel::lineHeight() const {
     // Every line takes whole pixels.
-    setMaximumHeight(lines * qCeil(QFontMetricsF(font()).lineSpacing()));
-    setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    return qCeil(QFontMetricsF(font()).lineSpacing());
+}
+
+int TextLabel::heightForWidth(int width) const {
+    return static_cast<int>(linesInWidth(width).size()) * lineHeight();
+}
+
+QSize TextLabel::sizeHint() const {
+    return {0, lineHeight()};
+}
+
+void TextLabel::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setPen(colour());
+    const QStringList shown = lines();
+    QRect line(0, (height() - static_cast<int>(shown.size()) * lineHeight()) / 2, width(), lineHeight());
+    for (const QString& text : shown) {
+        painter.drawText(line, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine, text);
+        line.translate(0, lineHeight());
+    }
 }
 
 void TextLabel::setText(const QString& text) {

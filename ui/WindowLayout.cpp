@@ -188,6 +188,7 @@ void WindowBuilder::addActionRow() {
     QHBoxLayout* const row = addRow(Length::actionRowSpacing);
 
     delegate_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
+    delegate_.statusLabel->setMaximumLines(2);
     delegate_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
     delegate_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
     delegate_.statusLabel->announceTexts();

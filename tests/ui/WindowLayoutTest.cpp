@@ -196,6 +196,55 @@ TEST_F(WindowLayout, ShowsThreeLinesOfTheReleaseAtMost) {
     EXPECT_TRUE(frameOf(view("release panel")).contains(frameOf(delegate->releaseLabel)));
 }
 
+/// What a label draws.
+std::vector<std::string> linesOf(const TextLabel* label) {
+    std::vector<std::string> lines;
+    for (const QString& line : label->lines()) lines.push_back(line.toStdString());
+    return lines;
+}
+
+TEST_F(WindowLayout, EndsTheThirdLineOfTheReleaseWithASignWhenMoreFollows) {
+    TextLabel* const shown = delegate->releaseLabel;
+    shown->setText(QStringLiteral("one\ntwo\nthree"));
+    EXPECT_THAT(linesOf(shown), ElementsAre("one", "two", "three"));
+    shown->setText(QStringLiteral("one\ntwo\nthree\nfour"));
+    EXPECT_THAT(linesOf(shown), ElementsAre("one", "two", "three…"));
+    shown->setText(QStringLiteral("one\ntwo\n") + QString(500, QLatin1Char('x')));
+    EXPECT_THAT(linesOf(shown), ElementsAre("one", "two", testing::EndsWith("xxx…")));
+    EXPECT_LE(QFontMetrics(shown->font()).horizontalAdvance(shown->lines().back()), shown->width());
+}
+
+TEST_F(WindowLayout, BreaksAWordThatIsWiderThanItsLabel) {
+    const std::string name(120, 'x');
+    TextLabel* const shown = delegate->releaseLabel;
+    shown->setText(QString::fromStdString("open " + name + ".bin: No such file or directory"));
+    std::string joined;
+    for (const QString& line : shown->lines()) {
+        EXPECT_LE(QFontMetrics(shown->font()).horizontalAdvance(line), shown->width());
+        joined += line.toStdString();
+    }
+    EXPECT_THAT(joined, testing::StartsWith("open"));
+    EXPECT_THAT(joined, testing::EndsWith(name + ".bin: No such file or directory"));
+    delegate->statusLabel->setText(QString(40, QLatin1Char('x')));
+    EXPECT_EQ(linesOf(delegate->statusLabel).size(), 2U);
+}
+
+TEST_F(WindowLayout, DrawsEveryLineOfALabel) {
+    TextLabel* const shown = delegate->releaseLabel;
+    const auto inkOfLine = [shown](int line) {
+        shown->parentWidget()->layout()->activate();
+        const QImage picture = shown->grab().toImage();
+        const int height = picture.height() / 3;
+        int ink = 0;
+        for (int y = line * height; y < (line + 1) * height; ++y)
+            for (int x = 0; x < picture.width(); ++x)
+                ink += hex(picture.pixelColor(x, y)) == "#f0f0f0" ? 1 : 0;
+        return ink;
+    };
+    shown->setText(QString(200, QLatin1Char('M')));
+    for (const int line : {0, 1, 2}) EXPECT_GT(inkOfLine(line), 0) << line;
+}
+
 TEST_F(WindowLayout, ShowsTwoLinesOfTheHintAtMost) {
     TextLabel* const shown = label("hint");
     EXPECT_LE(shown->heightForWidth(Column::width), shown->height());

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QStringList>
+
+class QFont;
+
+namespace qelmo {
+
+/// The lines in which a text is shown: none is wider than `width`, broken after a word or inside a word that
+/// is wider than a line. There are at most `maximumLines`; the last one ends in "…" when more would follow.
+/// The time it takes is bounded, whatever the text.
+[[nodiscard]] QStringList shownLines(const QString& text, const QFont& font, int width, int maximumLines);
+
+}  // namespace qelmo
