@@ -62,13 +62,13 @@ public:
         ::posix_spawnattr_destroy(&attributes_);
     }
 
-    /// Output and errors go to `writingEnd`; of the other descriptors only standard input is passed on.
-    void connectStreams(int writingEnd) {
-        check(::posix_spawn_file_actions_adddup2(&actions_, writingEnd, STDOUT_FILENO));
-        check(::posix_spawn_file_actions_adddup2(&actions_, writingEnd, STDERR_FILENO));
+    /// The child gets these three descriptors and no other.
+    void connectStreams(int input, int output, int errors) {
+        check(::posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO));
+        check(::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));
+        check(::posix_spawn_file_actions_adddup2(&actions_, errors, STDERR_FILENO));
 #ifdef __APPLE__
         flags_ |= POSIX_SPAWN_CLOEXEC_DEFAULT;
-        check(::posix_spawn_file_actions_addinherit_np(&actions_, STDIN_FILENO));
 #else
         check(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
 #endif
@@ -84,6 +84,10 @@ public:
         check(::posix_spawnattr_setsigmask(&attributes_, &none));
         check(::posix_spawnattr_setsigdefault(&attributes_, &all));
         flags_ |= POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    }
+
+    void beginSession() {
+        flags_ |= POSIX_SPAWN_SETSID;
     }
 
     /// Returns 0 or an errno value.
@@ -114,6 +118,15 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts, const std::
     return pointers;
 }
 
+template <typename Body>
+void startThread(const std::string& executable, Body body) {
+    try {
+        std::thread(std::move(body)).detach();
+    } catch (const std::system_error& error) {
+        throwSystemError(error.code().value(), "start", executable);
+    }
+}
+
 /// Returns the wait status, or nothing when someone else has taken it.
 std::optional<int> reap(pid_t processId) {
     int status = 0;
@@ -125,23 +138,27 @@ std::optional<int> reap(pid_t processId) {
 
 }  // namespace
 
-/// The pipe's reading end, with the means to stop the thread that waits on it.
+/// Waits until its input has ended, that is, until this process has closed or lost the writing end. Its
+/// output is the child's output, to be read.
+constexpr const char* keeperScript = "cd /; read -r x; exec /bin/cat <&1 >/dev/null";
+constexpr const char* keeperShell = "/bin/sh";
+
+/// The pipe's reading end, with the means to stop those who wait for it.
 struct ChildProcess::OutputReader {
     FileDescriptor output;
-    Pipe wake;
+    /// Nothing is written to it. Its writing end is closed when the output is not wanted any more.
+    Pipe wanted;
     std::atomic<bool> cleared = false;
 
     void clear() noexcept {
-        cleared = true;
-        const char nudge = 0;
-        if (wake.writing.isOpen()) (void)!::write(wake.writing.get(), &nudge, 1);
+        if (!cleared.exchange(true)) wanted.writing.close();
     }
 
     void deliver(const OutputHandler& handler) const {
         std::vector<char> buffer(pipeCapacityBytes);
         for (;;) {
             std::array<pollfd, 2> events{pollfd{output.get(), POLLIN, 0},
-                                         pollfd{wake.reading.get(), POLLIN, 0}};
+                                         pollfd{wanted.reading.get(), POLLIN, 0}};
             (void)::poll(events.data(), events.size(), -1);
             if (cleared) return;
             if (events[0].revents == 0) continue;
@@ -172,10 +189,13 @@ void ChildProcess::launchSupervised() {
         // Both threads wait before the child exists, so that nothing can fail once it runs.
         startReader();
         startWaiter(started.get_future());
-        spawn();
+        startKeeper();
+        spawn(Session::own);
     } catch (...) {
         clearOutputHandler();
         writingEnd_.close();
+        held_.close();
+        endKeeper();
         started.set_value(-1);
         rethrowAsLaunchError();
     }
@@ -188,7 +208,7 @@ void ChildProcess::clearOutputHandler() noexcept {
 
 void ChildProcess::launch() {
     openPipe();
-    spawn();
+    spawn(Session::inherited);
 }
 
 void ChildProcess::waitUntilExit() {
@@ -219,8 +239,6 @@ void ChildProcess::throwLaunchError(int error, std::string_view reason) const {
 void ChildProcess::rethrowAsLaunchError() const {
     try {
         throw;
-    } catch (const std::system_error& error) {
-        throwLaunchError(error.code().value());
     } catch (const std::bad_alloc&) {
         throwLaunchError(ENOMEM);
     }
@@ -242,26 +260,47 @@ void ChildProcess::openPipe() {
 }
 
 void ChildProcess::startReader() {
+    if (const int error = openCloseOnExecPipe(reader_->wanted); error != 0) throwLaunchError(error);
     if (!outputHandler_) return;
-    if (const int error = openCloseOnExecPipe(reader_->wake); error != 0) throwLaunchError(error);
-    std::thread([reader = reader_, handler = std::exchange(outputHandler_, nullptr)] {
+    startThread(executable_, [reader = reader_, handler = std::exchange(outputHandler_, nullptr)] {
         reader->deliver(handler);
-    }).detach();
+    });
 }
 
 void ChildProcess::startWaiter(std::future<pid_t> started) {
-    std::thread([self = shared_from_this(), started = std::move(started),
-                 handler = std::exchange(terminationHandler_, nullptr)]() mutable {
+    startThread(executable_, [self = shared_from_this(), started = std::move(started),
+                              handler = std::exchange(terminationHandler_, nullptr)]() mutable {
         const pid_t processId = started.get();
         if (processId < 0) return;
         self->waitStatus_ = reap(processId);
+        self->endKeeper();
         if (handler) handler(self);
-    }).detach();
+    });
 }
 
-void ChildProcess::spawn() {
+void ChildProcess::startKeeper() {
     SpawnSetUp setUp;
-    setUp.connectStreams(writingEnd_.get());
+    const int input = reader_->wanted.reading.get();
+    setUp.connectStreams(input, reader_->output.get(), held_.isOpen() ? held_.get() : input);
+    setUp.resetSignals();
+    setUp.beginSession();
+    const std::vector<std::string> arguments{keeperShell, "-c", keeperScript};
+    const int error =
+        setUp.start(keeperId_, keeperShell, pointersTo(arguments).data(), pointersTo({}).data());
+    held_.close();
+    if (error != 0) throwSystemError(error, "start", keeperShell);
+}
+
+void ChildProcess::endKeeper() noexcept {
+    if (keeperId_ < 0) return;
+    ::kill(keeperId_, SIGKILL);
+    (void)reap(std::exchange(keeperId_, -1));
+}
+
+void ChildProcess::spawn(Session session) {
+    SpawnSetUp setUp;
+    setUp.connectStreams(STDIN_FILENO, writingEnd_.get(), writingEnd_.get());
+    if (session == Session::own) setUp.beginSession();
     setUp.resetSignals();
     const auto arguments = pointersTo(arguments_, &executable_);
     const auto environment = environment_ ? pointersTo(*environment_) : std::vector<char*>{};

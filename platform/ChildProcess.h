@@ -23,12 +23,23 @@ namespace qelmo {
 ///
 /// It is used in one of two ways:
 ///  - supervised: set both handlers, then `launchSupervised`. Output and exit are reported from background
-///    threads, the exit even when a grandchild still holds the pipe;
+///    threads, the exit even when a grandchild still holds the pipe. The child outlives this process,
+///    whatever ends it;
 ///  - waited for: `launch`, `waitUntilExit`, `readToEndOfOutput`, all on the calling thread.
 ///
+/// So that a supervised child can outlive this process,
+///  - it has a session of its own. A signal to this process's group, a terminal that is closed, or the death
+///  of
+///    this process while the child is stopped does not reach it. A process group alone would not do: a
+///    stopped group that becomes an orphan gets SIGHUP, and a background group may not read from its
+///    terminal. The child has no controlling terminal then, and should open serial ports with O_NOCTTY.
+///  - a keeper, a shell in a session of its own, has the output's reading end, too. Its input is a pipe that
+///    only this process can write to. When this process has gone or has stopped reading, the keeper reads the
+///    output, until nobody can write to it any more; then it ends. When the child was reaped before, the
+///    keeper is killed and reaped. Both systems have the two programs that it needs: /bin/sh and /bin/cat.
+///
 /// Threads: everything is called on one thread, except where an operation says otherwise. A supervised
-/// process
-///          keeps itself alive until its termination handler has returned.
+///          process keeps itself alive until its termination handler has returned.
 /// Errors:  both launches throw std::system_error naming the executable, and then nothing runs; afterwards
 ///          nothing throws.
 class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
@@ -48,10 +59,15 @@ public:
     void setOutputHandler(OutputHandler handler) { outputHandler_ = std::move(handler); }
     void setTerminationHandler(TerminationHandler handler) { terminationHandler_ = std::move(handler); }
 
+    /// Keeps `held` open until a supervised child has ended, whatever becomes of this process. The child does
+    /// not get it.
+    void holdUntilExit(FileDescriptor held) { held_ = std::move(held); }
+
     void launchSupervised();
 
-    /// From now on no chunk is handed out; what is still in the pipe is not read. A call of the output
-    /// handler that is under way is not waited for. Callable from any thread, any number of times.
+    /// From now on no chunk is handed out, and this process reads nothing that is still in the pipe. A call
+    /// of the output handler that is under way is not waited for. Callable from any thread, any number of
+    /// times.
     void clearOutputHandler() noexcept;
 
     void launch();
@@ -73,7 +89,10 @@ private:
     void openPipe();
     void startReader();
     void startWaiter(std::future<pid_t> started);
-    void spawn();
+    void startKeeper();
+    void endKeeper() noexcept;
+    enum class Session { inherited, own };
+    void spawn(Session session);
 
     const std::string executable_;
     const std::vector<std::string> arguments_;
@@ -83,12 +102,14 @@ private:
     OutputHandler outputHandler_;
     TerminationHandler terminationHandler_;
     FileDescriptor writingEnd_;
+    FileDescriptor held_;
     pid_t processId_ = -1;
 
     // Shared with the reader thread; safe by itself.
     const std::shared_ptr<OutputReader> reader_;
 
-    // The reaping thread's until the exit has been reported.
+    // The launching thread's, then the reaping thread's until the exit has been reported.
+    pid_t keeperId_ = -1;
     std::optional<int> waitStatus_;
 };
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -381,6 +382,45 @@ TEST(ChildProcess, DeliversNothingThatWaitsInThePipeWhenTheOutputHandlerIsCleare
     ASSERT_TRUE(run.exited.wait());
     ASSERT_TRUE(run.waitForThreads());
     EXPECT_EQ(run.output(), "one");
+}
+
+TEST(ChildProcess, MayPrintAMegabyteOnceTheOutputHandlerIsCleared) {
+    const Fifo gate;
+    SupervisedRun run(
+        python,
+        {"-c", "import os, sys; open(sys.argv[1]).read(); os.write(1, b'x' * (1 << 20))", gate.path()});
+    run.process->launchSupervised();
+    run.process->clearOutputHandler();
+    gate.open();
+    EXPECT_TRUE(run.exited.wait());
+    EXPECT_EQ(run.process->terminationStatus(), 0);
+}
+
+TEST(ChildProcess, HasASessionOfItsOwnWhenItIsSupervised) {
+    const char* script =
+        "import os; os.write(1, b'%d %d' % (os.getsid(0) == os.getpid(), os.getsid(0) == os.getpgrp()))";
+    SupervisedRun run(python, {"-c", script});
+    run.process->launchSupervised();
+    EXPECT_TRUE(run.waitForOutput("1 1"));
+    EXPECT_TRUE(run.exited.wait());
+    EXPECT_EQ(outputOf(python, {"-c", script}), "0 0");
+}
+
+TEST(ChildProcess, KeepsWhatIsHeldOpenUntilItsExitAndDoesNotGetIt) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const FileDescriptor reading(ends[0]);
+    const Fifo gate;
+    SupervisedRun run(shell, {"-c", R"(ls /proc/$$/fd; read line <"$1")", "sh", gate.path()});
+    run.process->holdUntilExit(FileDescriptor(ends[1]));
+    run.process->launchSupervised();
+    pollfd end{reading.get(), POLLIN, 0};
+    EXPECT_TRUE(run.waitForOutput("0\n1\n2\n"));
+    EXPECT_EQ(run.output(), "0\n1\n2\n");
+    EXPECT_EQ(::poll(&end, 1, 0), 0) << "nobody holds it";
+    gate.open();
+    ASSERT_TRUE(run.exited.wait());
+    EXPECT_EQ(::poll(&end, 1, 0), 1) << "somebody still holds it";
 }
 
 TEST(ChildProcess, KeepsItselfAliveUntilItsExitHasBeenReported) {

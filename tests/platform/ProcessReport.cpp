@@ -5,8 +5,11 @@
 #include <csignal>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
+#include "platform/ChildProcess.h"
 #include "platform/MainBundle.h"
 #include "platform/ThisProcess.h"
 
@@ -48,6 +51,17 @@ void reportStreams(const char* path) {
     report << "SIGPIPE ignored: " << (std::signal(SIGPIPE, SIG_DFL) == SIG_IGN) << "\n";
 }
 
+/// Supervises the given command, reports this process's number on standard output and then waits to be
+/// killed.
+void supervise(const std::vector<std::string>& command) {
+    const auto process = ChildProcess::create(command.front(), {command.begin() + 1, command.end()});
+    process->setOutputHandler([](std::string_view) {});
+    process->launchSupervised();
+    writeToStandardOutput(std::to_string(::getpid()) + "\n");
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+    for (;;) ::pause();
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -55,6 +69,7 @@ int main(int count, char** arguments) {
     if (what == "arguments") reportArguments();
     if (what == "bundle") reportBundle();
     if (what == "streams") reportStreams(arguments[2]);
+    if (what == "supervise") supervise({arguments + 2, arguments + count});
     if (what == "has") return hasProcessArgument("--exact") ? 0 : 1;
     return 0;
 }
