@@ -8,10 +8,10 @@
 
 namespace qelmo {
 
-void QelmoFlasherMain::main() {
+void QelmoFlasherMain::main(const std::vector<std::string>& environment) {
     normalizeProcess();
     if (hasProcessArgument("--self-test")) std::exit(runHeadlessSelfTest());
-    if (const int status = runWindowedStart(); status != EXIT_SUCCESS) std::exit(status);
+    if (const int status = runWindowedStart(environment); status != EXIT_SUCCESS) std::exit(status);
 }
 
 }  // namespace qelmo

@@ -11,7 +11,7 @@
 
 namespace qelmo {
 
-int runWindowedStart() {
+int runWindowedStart(const std::vector<std::string>& environment) {
     // By name, found through the program's own run path. In a full path the loader would expand "$ORIGIN" and
     // the like, and a bundle's folder may have such a name.
     // Never unloaded: background threads may still run its code when the process ends.
@@ -25,7 +25,7 @@ int runWindowedStart() {
             ". The window needs Qt 6 Widgets; --self-test works without it.\n");
         return EXIT_FAILURE;
     }
-    return reinterpret_cast<int (*)()>(entry)();
+    return reinterpret_cast<int (*)(const std::vector<std::string>&)>(entry)(environment);
 }
 
 }  // namespace qelmo

@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <memory>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "platform/FileDescriptor.h"
 #include "platform/SystemError.h"
@@ -55,7 +57,7 @@ void requireThreadAndDescriptors() {
     }
 }
 
-int windowedStart() {
+int windowedStart(const std::vector<std::string>& environment) {
     requireThreadAndDescriptors();
     qInstallMessageHandler(sayThatThereIsNoDisplay);
     // The toolkit gets a name, whatever the program was started as, and no arguments: it would take some for
@@ -72,7 +74,7 @@ int windowedStart() {
     applyDarkControls(application);
 
     const auto mainQueue = std::make_shared<QtMainQueue>();
-    auto delegate = std::make_shared<AppDelegate>(mainQueue);
+    auto delegate = std::make_shared<AppDelegate>(mainQueue, environment);
     QApplication::setQuitOnLastWindowClosed(AppDelegate::applicationShouldTerminateAfterLastWindowClosed());
     mainQueue->post([weak = std::weak_ptr(delegate)] { weak.lock()->applicationDidFinishLaunching(); });
 
@@ -88,6 +90,6 @@ int windowedStart() {
 }  // namespace qelmo
 
 /// The library's one entry: runs the window until the user quits; returns the exit status of the process.
-extern "C" Q_DECL_EXPORT int qelmoWindowedStart() {
-    return qelmo::windowedStart();
+extern "C" Q_DECL_EXPORT int qelmoWindowedStart(const std::vector<std::string>& environment) {
+    return qelmo::windowedStart(environment);
 }

@@ -3,16 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/ThisProcess.h"
 #include "platform/Utf8.h"
 
 namespace qelmo {
 
-std::shared_ptr<ChildProcess> setUpToolProcess(std::string executable, std::vector<std::string> arguments,
-                                               std::shared_ptr<MainQueue> mainQueue,
+std::shared_ptr<ChildProcess> setUpToolProcess(ToolCommand command, std::shared_ptr<MainQueue> mainQueue,
                                                ToolProcessHandlers handlers) {
-    auto process = ChildProcess::create(std::move(executable), std::move(arguments));
-    process->setEnvironment(toolEnvironment(processEnvironment()));
+    auto process = ChildProcess::create(std::move(command.executable), std::move(command.arguments));
+    process->setEnvironment(toolEnvironment(std::move(command.environment)));
     process->setOutputHandler([appendText = std::move(handlers.appendText)](std::string_view bytes) {
         appendText(logTextOfChunk(bytes));
     });

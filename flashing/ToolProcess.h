@@ -11,6 +11,14 @@
 
 namespace qelmo {
 
+/// What is run. `environment` ("NAME=value" entries) is the one with which the program was started: the
+/// program's own may have lost variables to the toolkit since.
+struct ToolCommand {
+    std::string executable;
+    std::vector<std::string> arguments;
+    std::vector<std::string> environment;
+};
+
 /// What a tool run reports to. `appendText` is called on a background thread, one call at a time;
 /// `completionStep` runs once, on the main queue, after the tool has ended.
 struct ToolProcessHandlers {
@@ -20,11 +28,10 @@ struct ToolProcessHandlers {
 
 /// Sets up one supervised run of the flashing tool; `launchSupervised` on the result starts it.
 ///
-/// The child's environment is the program's own with PYTHONUNBUFFERED=1. Every chunk of its output is passed
+/// The child's environment is the command's with PYTHONUNBUFFERED=1. Every chunk of its output is passed
 /// on as soon as it is read. When the tool has exited, what is still in the pipe is not read any more, and
 /// the completion step is posted. Nothing here stops the child: there is no time-out and no cancelling.
-[[nodiscard]] std::shared_ptr<ChildProcess> setUpToolProcess(std::string executable,
-                                                             std::vector<std::string> arguments,
+[[nodiscard]] std::shared_ptr<ChildProcess> setUpToolProcess(ToolCommand command,
                                                              std::shared_ptr<MainQueue> mainQueue,
                                                              ToolProcessHandlers handlers);
 

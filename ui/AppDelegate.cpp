@@ -34,7 +34,7 @@ void requireUnchangedRelease(const FlasherResources& validated) {
 
 }  // namespace
 
-AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue)
+AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue, std::vector<std::string> startedWith)
     : background(Palette::background()),
       panel(Palette::panel()),
       foreground(Palette::foreground()),
@@ -42,6 +42,7 @@ AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue)
       accent(Palette::accent()),
       warning(Palette::warning()),
       danger(Palette::danger()),
+      environment(std::move(startedWith)),
       mainQueue_(std::move(mainQueue)) {}
 
 AppDelegate::~AppDelegate() = default;
@@ -143,7 +144,7 @@ bool AppDelegate::confirmsFlash(const FlasherResources& release, const std::stri
 void AppDelegate::startFlashJob(const FlasherResources& release, const std::string& port) {
     const Weak weak = weak_from_this();
     flashProcess = setUpToolProcess(
-        pythonPath, flashArguments(release, port), mainQueue_,
+        {pythonPath, flashArguments(release, port), environment}, mainQueue_,
         {[weak, queue = mainQueue_](std::string text) { postLog(*queue, weak, std::move(text), false); },
          [weak, release](const std::shared_ptr<ChildProcess>& process) {
              if (const auto delegate = weak.lock()) delegate->completeFlashJob(*process, release);

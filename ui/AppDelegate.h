@@ -31,7 +31,7 @@ class TextLabel;
 /// Ownership: create it with std::make_shared; the windowed start holds it for the life of the event loop.
 class AppDelegate : public QObject, public std::enable_shared_from_this<AppDelegate> {
 public:
-    explicit AppDelegate(std::shared_ptr<MainQueue> mainQueue);
+    AppDelegate(std::shared_ptr<MainQueue> mainQueue, std::vector<std::string> startedWith);
     ~AppDelegate() override;
 
     // The palette of the window.
@@ -60,6 +60,8 @@ public:
     std::shared_ptr<ChildProcess> flashProcess;
     /// The boot ports found last, in the order of the port menu's items.
     std::vector<std::string> ports;
+    /// The environment with which the program was started; the tool gets it.
+    std::vector<std::string> environment;
 
     // Called by the application.
     void applicationDidFinishLaunching();

@@ -24,6 +24,7 @@
 #include <string_view>
 
 #include "platform/MainBundle.h"
+#include "platform/ThisProcess.h"
 #include "release/FlasherResources.h"
 #include "tests/benchmarks/Stopwatch.h"
 #include "ui/ActionButton.h"
@@ -95,7 +96,7 @@ struct Window {
     }
 
     const std::shared_ptr<QtMainQueue> mainQueue = std::make_shared<QtMainQueue>();
-    std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(mainQueue);
+    std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(mainQueue, processEnvironment());
 };
 
 int measureRefresh(int rounds) {

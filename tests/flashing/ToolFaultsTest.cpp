@@ -18,6 +18,7 @@
 #include "flashing/FlashCommand.h"
 #include "flashing/ToolProcess.h"
 #include "platform/AtomicWrite.h"
+#include "platform/ThisProcess.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Fifo.h"
 #include "tests/support/InMemoryMainQueue.h"
@@ -33,7 +34,8 @@ using namespace std::string_literals;
 class Job {
 public:
     explicit Job(std::string executable, std::vector<std::string> arguments = {})
-        : process_(setUpToolProcess(std::move(executable), std::move(arguments), queue_,
+        : process_(setUpToolProcess({std::move(executable), std::move(arguments), processEnvironment()},
+                                    queue_,
                                     {[this](const std::string& text) { onText(text); },
                                      [this](const auto& ended) { status = ended->terminationStatus(); }})) {}
     Job(const Job&) = delete;

@@ -29,7 +29,8 @@ public:
     explicit ToolRun(const std::string& script, std::vector<std::string> arguments = {},
                      const std::string& executable = pythonPath) {
         arguments.insert(arguments.begin(), {"-c", script});
-        process = setUpToolProcess(executable, std::move(arguments), queue, handlers());
+        process =
+            setUpToolProcess({executable, std::move(arguments), processEnvironment()}, queue, handlers());
     }
     ToolRun(const ToolRun&) = delete;
     ToolRun& operator=(const ToolRun&) = delete;
@@ -283,7 +284,9 @@ TEST(ToolProcess, DropsTextAndCompletionWhenWhatTheyWereForIsGone) {
     auto window = std::make_shared<std::string>();
     const std::weak_ptr<std::string> weak = window;
     int completed = 0;
-    setUpToolProcess(pythonPath, {"-c", "import sys; open(sys.argv[1]).read(); print('text')", gate.path()},
+    setUpToolProcess({pythonPath,
+                      {"-c", "import sys; open(sys.argv[1]).read(); print('text')", gate.path()},
+                      processEnvironment()},
                      queue,
                      {[=](const std::string& text) {
                           queue->post([=] {

@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/ThisProcess.h"
 #include "tests/ui/AlertAnswer.h"
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
@@ -101,7 +102,7 @@ void WindowDriver::act(const Step& step) {
     switch (step.action) {
         case Action::start:
             if (std::exchange(hasStarted_, true)) return;
-            owner_ = std::make_shared<AppDelegate>(mainQueue_);
+            owner_ = std::make_shared<AppDelegate>(mainQueue_, processEnvironment());
             watched_ = owner_;
             return owner_->applicationDidFinishLaunching();
         case Action::bundle:
@@ -115,7 +116,9 @@ void WindowDriver::act(const Step& step) {
             if (!model_.alertIsOpen()) world_.setTool(!first);
             return;
         case Action::launch:
-            return world_.setLaunch(!first);
+            world_.setLaunch(!first);
+            if (owner_) owner_->environment = processEnvironment();
+            return;
         case Action::say: {
             constexpr std::array<const char*, 3> bytes{"Writing at 0x00010000... (12 %)\\r", "a warning\\n",
                                                        "\\xC3"};

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "platform/MainBundle.h"
+#include "platform/ThisProcess.h"
 #include "tests/support/Fifo.h"
 #include "tests/support/ScopedEnvironment.h"
 #include "tests/ui/WindowTest.h"
@@ -15,6 +16,7 @@ namespace qelmo {
 
 namespace {
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -248,6 +250,7 @@ TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     {
         // No environment may hold so long a value; the system refuses to start anything with it.
         const ScopedEnvironment tooLong("QELMO_TEST_TOO_LONG", std::string(200'000, 'x'));
+        delegate->environment = processEnvironment();
         const AlertAnswer confirmation(click("ERASE + FLASH"));
         const AlertAnswer error(click("OK"));
         pressFlash();
@@ -261,9 +264,17 @@ TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     expectControlsEnabled();
     EXPECT_EQ(takeLog(), startLine);
 
+    delegate->environment = processEnvironment();
     setTool("");
     runSuccessfulJob();
     EXPECT_EQ(takeLog(), std::string(startLine) + completeLine);
+}
+
+TEST_F(FlashJob, HandsTheEnvironmentOfTheStartToTheTool) {
+    delegate->environment = {"A=1", "DESKTOP_STARTUP_ID=launcher", "PYTHONUNBUFFERED=0"};
+    setTool("open('" + argumentsFile() + "', 'w').write(open('/proc/self/environ').read())");
+    runSuccessfulJob();
+    EXPECT_EQ(readTestFile(argumentsFile()), "A=1\0DESKTOP_STARTUP_ID=launcher\0PYTHONUNBUFFERED=1\0"s);
 }
 
 // fault: the window is gone when the tool ends

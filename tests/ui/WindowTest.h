@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/ThisProcess.h"
 #include "tests/support/ReleaseFixture.h"
 #include "tests/ui/AlertAnswer.h"
 #include "tests/ui/BootPort.h"
@@ -56,7 +57,7 @@ protected:
 
     ReleaseFixture release;
     std::shared_ptr<QtMainQueue> mainQueue = std::make_shared<QtMainQueue>();
-    std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(mainQueue);
+    std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(mainQueue, processEnvironment());
 
 private:
     void endUnexpectedAlert() const;
