@@ -17,6 +17,11 @@ std::string FlashTexts::startLine(const std::string& port) {
     return "\nStarting verified full-image flash on " + port + "…";
 }
 
+std::string FlashTexts::portInUse(const std::string& port) {
+    return "An earlier flash job is still running on " + port +
+           "; it ends by itself, and then the port is free again.";
+}
+
 std::string FlashTexts::successDetails(const std::string& version) {
     return version +
            " was written and verified. If the Cardputer remains in boot mode, power-cycle it normally "

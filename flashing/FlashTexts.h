@@ -18,6 +18,7 @@ inline constexpr const char* runningStatus = "FLASHING — DO NOT DISCONNECT";
 
 // How it ended.
 inline constexpr const char* launchFailedStatus = "FLASHER COULD NOT START";
+[[nodiscard]] std::string portInUse(const std::string& port);
 inline constexpr const char* failedStatus = "FLASH FAILED";
 inline constexpr const char* failedLine =
     "\nFLASH FAILED — keep USB connected, return to G0 boot mode, and retry.";

@@ -9,6 +9,7 @@
 #include "flashing/BootPorts.h"
 #include "flashing/FlashCommand.h"
 #include "flashing/FlashTexts.h"
+#include "flashing/PortClaim.h"
 #include "flashing/ToolProcess.h"
 #include "platform/MainBundle.h"
 #include "release/FlashButtonTitle.h"
@@ -158,6 +159,7 @@ void AppDelegate::startFlashJob(const FlasherResources& release, const std::stri
     appendLog(FlashTexts::startLine(port), true);
 
     try {
+        flashProcess->holdUntilExit(claimPort(port));
         flashProcess->launchSupervised();
     } catch (const std::exception& error) {
         showLaunchFailure(errorDescription(error));

@@ -3,6 +3,7 @@
 #include <QTest>
 #include <filesystem>
 
+#include "flashing/PortClaim.h"
 #include "platform/MainBundle.h"
 #include "platform/ThisProcess.h"
 #include "tests/support/Fifo.h"
@@ -268,6 +269,33 @@ TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     setTool("");
     runSuccessfulJob();
     EXPECT_EQ(takeLog(), std::string(startLine) + completeLine);
+}
+
+// fault: a tool of another window, which may be gone, still uses the port
+// injected: the port is claimed
+// seen: "FLASHER COULD NOT START" in danger; the alert "QELMO Flasher stopped" with "An earlier flash job is still
+//     running on /dev/cu.usbmodem101; it ends by itself, and then the port is free again."
+// kept: all controls are enabled; the next press after that job runs a job
+TEST_F(FlashJob, IsRefusedWhileAnEarlierOneStillUsesThePort) {
+    setTool("");
+    takeLog();
+    {
+        const FileDescriptor claim = claimPort(port.path());
+        const AlertAnswer confirmation(click("ERASE + FLASH"));
+        const AlertAnswer error(click("OK"));
+        pressFlash();
+        EXPECT_EQ(error.alert().messageText, "QELMO Flasher stopped");
+        EXPECT_EQ(
+            error.alert().informativeText,
+            "An earlier flash job is still running on /dev/cu.usbmodem101; it ends by itself, and then the "
+            "port is free again.");
+    }
+    expectStatus("FLASHER COULD NOT START", delegate->danger);
+    expectControlsEnabled();
+    EXPECT_EQ(takeLog(), startLine);
+    runSuccessfulJob();
+    EXPECT_EQ(takeLog(), std::string(startLine) + completeLine);
+    runSuccessfulJob();
 }
 
 TEST_F(FlashJob, HandsTheEnvironmentOfTheStartToTheTool) {
