@@ -3,9 +3,11 @@
 
 #include <QApplication>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -34,12 +36,40 @@ void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& /*context
     std::_Exit(EXIT_FAILURE);
 }
 
-/// The same once there is a window.
-void sayWhyTheWindowEnds(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
-    if (type != QtFatalMsg) return;
-    writeToStandardError("The window cannot go on: " + shownOnOneLine(text.toStdString()) + "\n");
-    std::_Exit(EXIT_FAILURE);
-}
+/// Ends the process when the toolkit does so while there is a window: by a fatal message, or by `exit` when
+/// its connection to the display breaks.
+class WindowsEnd {
+public:
+    WindowsEnd() {
+        (void)std::atexit([] {
+            if (thereIsAWindow_) sayWhy();
+        });
+        qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+                {
+                    const std::lock_guard lock(mutex_);
+                    reason_ = text.toStdString();
+                }
+                if (type == QtFatalMsg) sayWhy();
+            });
+        thereIsAWindow_ = true;
+    }
+    WindowsEnd(const WindowsEnd&) = delete;
+    WindowsEnd& operator=(const WindowsEnd&) = delete;
+    ~WindowsEnd() { thereIsAWindow_ = false; }
+
+private:
+    [[noreturn]] static void sayWhy() {
+        const std::lock_guard lock(mutex_);
+        const std::string reason = reason_.empty() ? "its display has gone" : shownOnOneLine(reason_);
+        writeToStandardError("The window cannot go on: " + reason + "\n");
+        std::_Exit(EXIT_FAILURE);
+    }
+
+    static inline std::atomic<bool> thereIsAWindow_ = false;
+    static inline std::mutex mutex_;
+    static inline std::string reason_;  ///< the toolkit's last words
+};
 
 /// The toolkit waits forever for a thread that it does not get, and aborts when descriptors run out while it
 /// starts. Here either is an error that can be shown.
@@ -70,7 +100,7 @@ int windowedStart(const std::vector<std::string>& environment) {
     std::optional<WithoutSharedMemory> connecting(std::in_place);
     QApplication application(argumentCount, arguments);
     connecting.reset();
-    qInstallMessageHandler(sayWhyTheWindowEnds);
+    std::optional<WindowsEnd> unexpected(std::in_place);
     applyDarkControls(application);
 
     const auto mainQueue = std::make_shared<QtMainQueue>();
@@ -79,6 +109,7 @@ int windowedStart(const std::vector<std::string>& environment) {
     mainQueue->post([weak = std::weak_ptr(delegate)] { weak.lock()->applicationDidFinishLaunching(); });
 
     const int status = QApplication::exec();
+    unexpected.reset();
     delegate.reset();
     mainQueue->close();
     mainQueue->rethrowFailure();
