@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import unittest
 from pathlib import Path
-from typing import Sequence
+from typing import Callable, Sequence
 
 from flasher_window import FlasherWindow, wait_until
 
@@ -17,10 +17,17 @@ BUILD = Path(os.environ["QELMO_BUILD"])
 BUNDLE = Path(os.environ["QELMO_BUNDLE"])
 PROGRAM = "Contents/MacOS/QelmoFlasher"
 PORT = Path("/dev/cu.usbmodem101")
+OTHER_PORT = Path("/dev/cu.usbmodem102")
 FLASH_SIZE = 8 * 1024 * 1024
 
 MANIFEST = "qelmo-varnox-flash-manifest.json"
 SAMPLE_IMAGE = BUILD / "sample/sample-firmware.bin"
+
+FLASH = "FLASH VERIFIED SAMPLE (NOT FIRMWARE)"
+CONFIRM = "ERASE + FLASH"
+START = f"\nStarting verified full-image flash on {PORT}…\n"
+COMPLETE_LINE = "\nFLASH COMPLETE — verified and reset. SD card was not accessed.\n"
+CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo box", None))
 
 
 def require_private_dev() -> None:
@@ -111,3 +118,35 @@ class SessionTest(unittest.TestCase):
         self.folder.mkdir(parents=True)
         self.session = FlashingSession(self.folder, self.home)
         self.addCleanup(shutil.rmtree, self.session.bundle)
+
+
+class JobTest(SessionTest):
+    """Tests of flash jobs: the steps that they share."""
+
+    def start_flash(self, window, start: str = START, press: Callable[[str], None] | None = None) -> None:
+        jobs = window.log().count(start)
+        (press or window.press)(FLASH)
+        window.answer(CONFIRM, press)
+        wait_until(lambda: window.log().count(start) > jobs, "the start line")
+
+    def expect_complete(self, window) -> None:
+        wait_until(lambda: window.status() in ("FLASH COMPLETE", "FLASH FAILED"), "the end of the job")
+        self.assertEqual(window.status(), "FLASH COMPLETE", window.log())
+        wait_until(lambda: len(window.alert_texts()) >= 2, "the success alert")
+        self.assertEqual(window.alert_texts()[:2], [
+            "QELMO Varnox is installed",
+            "0.0.0-sample was written and verified. If the Cardputer remains in boot mode, power-cycle it "
+            "normally without holding G0."])
+        window.answer("Done")
+        self.assertTrue(window.log().endswith(COMPLETE_LINE), window.log()[-400:])
+        self.assert_controls_are_back(window)
+
+    def assert_controls_are_back(self, window) -> None:
+        for role, name in CONTROLS:
+            self.assertTrue(window.is_enabled(role, name), role)
+
+    def tool_process(self, window) -> int:
+        found = subprocess.run(["pgrep", "-P", str(window.process.pid), "-f", "esptool.py"], capture_output=True,
+                               text=True).stdout.split()
+        self.assertEqual(len(found), 1, "one tool")
+        return int(found[0])

@@ -12,40 +12,17 @@ import unittest
 from pathlib import Path
 
 from flasher_window import FlasherWindow, wait_until
-from flashing_session import PORT, ROOT, SAMPLE_IMAGE, FlashingSession, SessionTest, pack
+from flashing_session import (COMPLETE_LINE, CONFIRM, CONTROLS, FLASH, OTHER_PORT, PORT, ROOT, SAMPLE_IMAGE, START,
+                              FlashingSession, JobTest, pack)
 
-FLASH = "FLASH VERIFIED SAMPLE (NOT FIRMWARE)"
-CONFIRM = "ERASE + FLASH"
 FAILED_LINE = "\nFLASH FAILED — keep USB connected, return to G0 boot mode, and retry.\n"
-COMPLETE_LINE = "\nFLASH COMPLETE — verified and reset. SD card was not accessed.\n"
-START = f"\nStarting verified full-image flash on {PORT}…\n"
-OTHER_PORT = Path("/dev/cu.usbmodem102")
 START_ON_OTHER_PORT = START.replace(str(PORT), str(OTHER_PORT))
 UNPLUGGED_WORDS = "A serial exception error occurred: Could not configure port: (5, 'Input/output error')"
 PERCENTAGES = (0, 1, 50, 99)
-CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo box", None))
 
 
-class FlashingTest(SessionTest):
+class FlashingTest(JobTest):
     # Steps ----
-
-    def start_flash(self, window, start: str = START) -> None:
-        jobs = window.log().count(start)
-        window.press(FLASH)
-        window.answer(CONFIRM)
-        wait_until(lambda: window.log().count(start) > jobs, "the start line")
-
-    def expect_complete(self, window) -> None:
-        wait_until(lambda: window.status() in ("FLASH COMPLETE", "FLASH FAILED"), "the end of the job")
-        self.assertEqual(window.status(), "FLASH COMPLETE", window.log())
-        wait_until(lambda: len(window.alert_texts()) >= 2, "the success alert")
-        self.assertEqual(window.alert_texts()[:2], [
-            "QELMO Varnox is installed",
-            "0.0.0-sample was written and verified. If the Cardputer remains in boot mode, power-cycle it "
-            "normally without holding G0."])
-        window.answer("Done")
-        self.assertTrue(window.log().endswith(COMPLETE_LINE), window.log()[-400:])
-        self.assert_controls_are_back(window)
 
     def expect_failed(self, window, last_words: str) -> None:
         wait_until(lambda: window.status() in ("FLASH COMPLETE", "FLASH FAILED"), "the end of the job")
@@ -55,10 +32,6 @@ class FlashingTest(SessionTest):
         self.assertNotIn(COMPLETE_LINE, window.log())
         self.assertEqual(window.alert_texts(), [])
         self.assert_controls_are_back(window)
-
-    def assert_controls_are_back(self, window) -> None:
-        for role, name in CONTROLS:
-            self.assertTrue(window.is_enabled(role, name), role)
 
     def pack_sample(self, image: Path, *options: str) -> None:
         pack(self.session.bundle, image, "--name", "Sample", "--version", "0.0.0-sample", "--confirmation",
@@ -310,12 +283,6 @@ class FlashingTest(SessionTest):
 
     # The tool itself ----
 
-    def tool_process(self, window) -> int:
-        found = subprocess.run(["pgrep", "-P", str(window.process.pid), "-f", "esptool.py"], capture_output=True,
-                               text=True).stdout.split()
-        self.assertEqual(len(found), 1, "one tool")
-        return int(found[0])
-
     # fault: the flashing tool is killed during the write
     # injected: SIGKILL from outside
     # seen: "FLASH FAILED", and the failure line as the last of the log; no alert
@@ -347,19 +314,6 @@ class FlashingTest(SessionTest):
             window.answer("OK")
             self.assertTrue(window.log().endswith(START), window.log())
             self.assert_controls_are_back(window)
-
-    # fault: the window is closed during the write
-    # injected: the window manager's key
-    # seen: the program ends with status 0, silently
-    # kept: the tool, which goes on to its end
-    def test_closing_the_window_while_flashing_quits_and_leaves_the_tool_alone(self) -> None:
-        with self.session.device("--bytes-per-second", "400000") as device, self.session.window() as window:
-            self.start_flash(window)
-            wait_until(lambda: "Writing at" in window.log(), "the first progress line")
-            window.close()
-            self.assertEqual(window.process.returncode, 0)
-            self.assertEqual(self.session.folder.joinpath("streams.txt").read_bytes(), b"")
-            wait_until(lambda: "closed" in device.event_lines(), "the end of the tool's session")
 
 
 if __name__ == "__main__":

@@ -135,7 +135,7 @@ TEST_F(StartUp, QuitsWhenTheWindowIsClosedDuringAFlashJobAndLeavesTheToolRunning
     const BootPort port("cu.usbmodem101");
     const Fifo gate;
     const std::string trace = release.home() + "/tool-went-on";
-    setTool("open('" + gate.path() + "').read()\nopen('" + trace + "', 'w')");
+    setTool("open('" + gate.path() + "').read()\nprint('x' * 1_000_000)\nopen('" + trace + "', 'w')");
     mainQueue->post([this] {
         launch();
         startJob();

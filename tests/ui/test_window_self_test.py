@@ -306,7 +306,7 @@ class Session(WindowedProcess):
         running, gate, finished = (self.folder / name for name in ("running", "gate", "finished"))
         os.mkfifo(gate)
         self.bundle.tool.write_text(f"open({str(running)!r}, 'w')\nopen({str(gate)!r}).read()\n"
-                                    f"open({str(finished)!r}, 'w')\n")
+                                    f"print('x' * 1_000_000)\nopen({str(finished)!r}, 'w')\n")
         program = self.start()
         window = self.wait_for_window()
         self.press_flash_button(window)
