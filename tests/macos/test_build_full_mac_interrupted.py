@@ -28,7 +28,8 @@ class WithAnEarlierApplication(OnAMac):
         (self.mac.app / "old").write_text("of an earlier run")
 
     def which(self) -> str:
-        """Of the two is in its place, and whole."""
+        """Of the two is in its place, whole, and without the other one inside."""
+        self.assertLessEqual({path.name for path in self.mac.app.iterdir()}, {"Contents", "old"})
         self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
         self.assertTrue((self.mac.app / "Contents/PlugIns/platforms/libqcocoa.dylib").exists())
         return OLD if (self.mac.app / "old").exists() else NEW
