@@ -17,8 +17,9 @@ std::size_t distanceToLargePage(const void* start) {
     return (largePageBytes - reinterpret_cast<std::uintptr_t>(start) % largePageBytes) % largePageBytes;
 }
 
-/// Both are wishes: what the system does not grant comes page by page, when the bytes are written.
-void populate(std::span<std::byte> bytes) {
+/// Both are hints that only Linux knows. What the system does not grant comes page by page, when the bytes
+/// are written.
+void populate([[maybe_unused]] std::span<std::byte> bytes) {
 #ifdef MADV_HUGEPAGE
     (void)::madvise(bytes.data(), bytes.size(), MADV_HUGEPAGE);
 #endif
