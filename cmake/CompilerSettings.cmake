@@ -21,8 +21,14 @@ if(NOT QELMO_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)
     include(CheckCXXCompilerFlag)
-    # The processor's own control-flow protection has one name a family.
-    set(QELMO_BRANCH_PROTECTION standard CACHE STRING "arm64: the value after -mbranch-protection=")
+    # The processor's own control-flow protection has one name a family. "standard" also signs return addresses.
+    # Apple's unwinder takes no signed address in a program that is built for plain arm64: every C++ exception
+    # that leaves its function would end the program there.
+    set(branch_protection standard)
+    if(APPLE)
+        set(branch_protection bti)
+    endif()
+    set(QELMO_BRANCH_PROTECTION ${branch_protection} CACHE STRING "arm64: the value after -mbranch-protection=")
     foreach(flag IN ITEMS -fcf-protection=full -mbranch-protection=${QELMO_BRANCH_PROTECTION})
         string(MAKE_C_IDENTIFIER "QELMO_HAS${flag}" known)
         check_cxx_compiler_flag(${flag} ${known})
