@@ -1,8 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,17 +8,12 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <mutex>
-#include <system_error>
 
 #include "flashing/FlashCommand.h"
-#include "flashing/ToolProcess.h"
 #include "platform/AtomicWrite.h"
-#include "platform/ThisProcess.h"
-#include "tests/support/DescriptorLimit.h"
+#include "tests/flashing/ToolJob.h"
 #include "tests/support/Fifo.h"
-#include "tests/support/InMemoryMainQueue.h"
+#include "tests/support/ProcessMemory.h"
 #include "tests/support/ProcessResources.h"
 #include "tests/support/ReleaseFixture.h"
 
@@ -30,75 +22,13 @@ namespace {
 
 using namespace std::string_literals;
 
-/// One job whose text is taken on the reader thread, so that no queue of chunks hides what the reader needs.
-class Job {
-public:
-    explicit Job(std::string executable, std::vector<std::string> arguments = {})
-        : process_(setUpToolProcess({std::move(executable), std::move(arguments), processEnvironment()},
-                                    queue_,
-                                    {[this](const std::string& text) { onText(text); },
-                                     [this](const auto& ended) { status = ended->terminationStatus(); }})) {}
-    Job(const Job&) = delete;
-    Job& operator=(const Job&) = delete;
-    ~Job() {
-        process_->clearOutputHandler();
-        release();
-        EXPECT_TRUE(before_.areBack()) << "a thread or a descriptor was left behind";
-    }
-
-    /// The reason why it could not be launched, or "". The descriptors are back when the reason is looked at:
-    /// a sanitizer needs some for that.
-    [[nodiscard]] std::string launch(std::optional<std::size_t> descriptorsLeft = {}) const {
-        try {
-            std::optional<DescriptorLimit> limit;
-            if (descriptorsLeft) limit.emplace(*descriptorsLeft);
-            process_->launchSupervised();
-        } catch (const std::system_error& error) {
-            return error.what();
-        }
-        return "";
-    }
-    [[nodiscard]] bool waitForEnd() const {
-        return queue_->runUntil([this] { return status.has_value(); });
-    }
-    /// Runs to the end; the exit status or the signal, or nothing.
-    [[nodiscard]] std::optional<int> run() const {
-        if (launch().empty()) (void)waitForEnd();
-        return status;
-    }
-    [[nodiscard]] bool waitForText(std::string_view expected) {
-        return eventually([&] {
-            const std::lock_guard lock(mutex_);
-            return text_ == expected;
-        });
-    }
-    [[nodiscard]] bool waitForThreads(std::size_t count) const {
-        return eventually([&] { return ProcessResources::now().threads == before_.threads + count; });
-    }
-    /// The window forgets a job once it has ended.
-    void release() { process_ = ChildProcess::create("", {}); }
-
-    std::optional<int> status;
-    std::function<void(const std::string& text)> onText = [this](const std::string& text) {
-        const std::lock_guard lock(mutex_);
-        text_ += text;
-    };
-
-private:
-    const ProcessResources before_ = ProcessResources::now();
-    const std::shared_ptr<InMemoryMainQueue> queue_ = std::make_shared<InMemoryMainQueue>();
-    std::shared_ptr<ChildProcess> process_;
-    std::mutex mutex_;
-    std::string text_;
-};
-
 // fault: the tool is killed by SIGTERM, SIGKILL or SIGSEGV
 // injected: a real child sends itself the signal
 // seen: the job ends with the signal's number, which is not 0
 // kept: the program, which has no child, thread or descriptor more than before
 TEST(ToolFaults, ADeathBySignalIsNoSuccess) {
     for (const int signal : {SIGTERM, SIGKILL, SIGSEGV})
-        EXPECT_EQ(Job("/bin/sh", {"-c", "ulimit -c 0; kill -" + std::to_string(signal) + " $$"}).run(),
+        EXPECT_EQ(ToolJob("/bin/sh", {"-c", "ulimit -c 0; kill -" + std::to_string(signal) + " $$"}).run(),
                   signal);
 }
 
@@ -108,7 +38,7 @@ TEST(ToolFaults, ADeathBySignalIsNoSuccess) {
 // kept: the text from before; the reader's thread ends at once
 TEST(ToolFaults, ClosedStreamsAreNotTheEndOfTheTool) {
     const Fifo gate;
-    Job job("/bin/sh", {"-c", "echo so far; exec >&- 2>&-; read line <\"$0\"; exit 4", gate.path()});
+    ToolJob job("/bin/sh", {"-c", "echo so far; exec >&- 2>&-; read line <\"$0\"; exit 4", gate.path()});
     ASSERT_EQ(job.launch(), "");
     EXPECT_TRUE(job.waitForText("so far\n"));
     EXPECT_TRUE(job.waitForThreads(1)) << "the reader still waits";
@@ -124,14 +54,6 @@ constexpr std::size_t growthLimitBytes = 1U << 30;  // a sanitizer keeps what wa
 constexpr std::size_t growthLimitBytes = 8U << 20;
 #endif
 
-/// The memory that this process has in use, in bytes.
-std::size_t residentBytes() {
-    std::size_t all = 0;
-    std::size_t resident = 0;
-    std::ifstream("/proc/self/statm") >> all >> resident;
-    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-}
-
 // fault: the tool prints 100 MB without one line feed
 // injected: a real child writes them as fast as the pipe takes them
 // seen: every byte as text
@@ -139,11 +61,11 @@ std::size_t residentBytes() {
 TEST(ToolFaults, AFloodOfOutputIsReadWholeInBoundedMemory) {
     constexpr std::size_t blocks = 1600;
     const Fifo gate;
-    Job job(pythonPath, {"-c",
-                         "import os, sys\n"
-                         "for _ in range(int(sys.argv[1])): os.write(1, b'x' * 65536)\n"
-                         "open(sys.argv[2]).read()",
-                         std::to_string(blocks), gate.path()});
+    ToolJob job(pythonPath, {"-c",
+                             "import os, sys\n"
+                             "for _ in range(int(sys.argv[1])): os.write(1, b'x' * 65536)\n"
+                             "open(sys.argv[2]).read()",
+                             std::to_string(blocks), gate.path()});
     std::atomic<std::size_t> count = 0;
     std::atomic<std::size_t> peak = 0;
     job.onText = [&](const std::string& text) {
@@ -165,8 +87,8 @@ TEST(ToolFaults, AFloodOfOutputIsReadWholeInBoundedMemory) {
 // kept: the text around them; the stream goes on
 TEST(ToolFaults, BytesThatAreNoTextDoNotStopTheStream) {
     const Fifo gate;
-    Job job("/bin/sh",
-            {"-c", R"(printf 'a\0b\033[31mc\355\240\200d\342\202'; read line <"$0"; exit 0)", gate.path()});
+    ToolJob job("/bin/sh", {"-c", R"(printf 'a\0b\033[31mc\355\240\200d\342\202'; read line <"$0"; exit 0)",
+                            gate.path()});
     ASSERT_EQ(job.launch(), "");
     EXPECT_TRUE(job.waitForText("a\0b\033[31mc\uFFFD\uFFFD\uFFFDd\uFFFD"s));
     gate.open();
@@ -179,11 +101,11 @@ TEST(ToolFaults, BytesThatAreNoTextDoNotStopTheStream) {
 // seen: the tool's own exit status
 // kept: the program, which does not inherit the zombie
 TEST(ToolFaults, AZombieOfTheToolIsNotTheProgramsOwn) {
-    Job job(pythonPath, {"-c",
-                         "import os\n"
-                         "child = os.fork() or os._exit(9)\n"
-                         "os.waitid(os.P_PID, child, os.WEXITED | os.WNOWAIT)\n"
-                         "os._exit(3)"});
+    ToolJob job(pythonPath, {"-c",
+                             "import os\n"
+                             "child = os.fork() or os._exit(9)\n"
+                             "os.waitid(os.P_PID, child, os.WEXITED | os.WNOWAIT)\n"
+                             "os._exit(3)"});
     EXPECT_EQ(job.run(), 3);
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
@@ -196,14 +118,14 @@ TEST(ToolFaults, AZombieOfTheToolIsNotTheProgramsOwn) {
 TEST(ToolFaults, AGrandchildThatWritesOnLosesThePipeWithTheJob) {
     const TemporaryFolder folder;
     const std::string ended = folder / "ended";
-    Job job(pythonPath, {"-c",
-                         "import os, sys\n"
-                         "if os.fork(): os._exit(5)\n"
-                         "try:\n"
-                         "    while True: os.write(1, b'x')\n"
-                         "except BrokenPipeError:\n"
-                         "    open(sys.argv[1], 'w')\n",
-                         ended});
+    ToolJob job(pythonPath, {"-c",
+                             "import os, sys\n"
+                             "if os.fork(): os._exit(5)\n"
+                             "try:\n"
+                             "    while True: os.write(1, b'x')\n"
+                             "except BrokenPipeError:\n"
+                             "    open(sys.argv[1], 'w')\n",
+                             ended});
     EXPECT_EQ(job.run(), 5);
     EXPECT_FALSE(std::filesystem::exists(ended));
     job.release();
@@ -216,53 +138,11 @@ TEST(ToolFaults, AGrandchildThatWritesOnLosesThePipeWithTheJob) {
 // kept: no thread, descriptor or child; with 4 free the tool runs
 TEST(ToolFaults, TooFewDescriptorsAreAReasonNotToStart) {
     for (std::size_t left = 0; left <= 4; ++left) {
-        Job job("/bin/true");
+        ToolJob job("/bin/true");
         const std::string refusal = job.launch(left);
         EXPECT_EQ(refusal, left < 4 ? "start /bin/true: Too many open files" : "") << left;
         ASSERT_TRUE(!refusal.empty() || job.waitForEnd());
     }
-}
-
-/// Until the end of the scope this process is an ordinary user's who may make no thread and no process more.
-class NoMoreProcesses {
-public:
-    NoMoreProcesses() {
-        constexpr uid_t nobody = 65534;
-        // The limit concerns the real user, and root never. The saved user leads back.
-        inForce =
-            (!isRoot_ || ::setresuid(nobody, nobody, 0) == 0) && ::getrlimit(RLIMIT_NPROC, &before_) == 0;
-        const rlimit none{0, before_.rlim_max};
-        inForce = inForce && ::setrlimit(RLIMIT_NPROC, &none) == 0;
-    }
-    NoMoreProcesses(const NoMoreProcesses&) = delete;
-    NoMoreProcesses& operator=(const NoMoreProcesses&) = delete;
-    ~NoMoreProcesses() {
-        if (inForce) ::setrlimit(RLIMIT_NPROC, &before_);
-        // Who changes its user may not be looked into any more, which the leak checker does.
-        if (isRoot_ && (::setresuid(0, 0, 0) != 0 || ::prctl(PR_SET_DUMPABLE, 1) != 0)) std::abort();
-    }
-
-    bool inForce = false;
-
-private:
-    const bool isRoot_ = ::geteuid() == 0;
-    rlimit before_{};
-};
-
-// fault: the user may make no process and no thread more
-// injected: RLIMIT_NPROC 0 as an ordinary user
-// seen: "start /bin/true: Resource temporarily unavailable"
-// kept: no thread, descriptor or child; the next job runs
-TEST(ToolFaults, ALimitOfProcessesIsAReasonNotToStart) {
-    std::string refusal;
-    {
-        Job job("/bin/true");
-        const NoMoreProcesses limit;
-        if (!limit.inForce) GTEST_SKIP() << "this user cannot become another";
-        refusal = job.launch();
-    }
-    EXPECT_EQ(refusal, "start /bin/true: Resource temporarily unavailable");
-    EXPECT_EQ(Job("/bin/true").run(), 0);
 }
 
 /// Until the end of the scope a signal interrupts this process every millisecond, and no call goes on by
@@ -318,10 +198,10 @@ TEST(Interrupted, TheMainThreadReadsWaitsAndWritesAsEver) {
 // kept: the tool's text and its exit status
 TEST(Interrupted, TheReaderAndTheWaiterGoOn) {
     const Fifo gate;
-    Job job("/bin/sh", {"-c",
-                        "echo first; read line <\"$0\"\n"
-                        "echo second; exec >&- 2>&-; read line <\"$0\"; exit 7",
-                        gate.path()});
+    ToolJob job("/bin/sh", {"-c",
+                            "echo first; read line <\"$0\"\n"
+                            "echo second; exec >&- 2>&-; read line <\"$0\"; exit 7",
+                            gate.path()});
     sigset_t alarm;
     sigset_t before;
     sigemptyset(&alarm);
@@ -353,11 +233,11 @@ TEST(ThousandJobs, LeaveNothingBehind) {
     const auto before = ProcessResources::now();
     std::size_t inUse = 0;
     for (int job = 1; job <= 1000; ++job) {
-        ASSERT_EQ(Job("/bin/true").run(), 0) << job;
-        if (job == 200) inUse = ::mallinfo2().uordblks;
+        ASSERT_EQ(ToolJob("/bin/true").run(), 0) << job;
+        if (job == 200) inUse = heapBytesInUse();
     }
     EXPECT_TRUE(before.areBack());
-    EXPECT_LT(::mallinfo2().uordblks, inUse + 65536);
+    EXPECT_LT(heapBytesInUse(), inUse + 65536);
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
 }

@@ -4,6 +4,10 @@
 #include <filesystem>
 #include <iterator>
 #include <thread>
+#ifdef __APPLE__
+#include <libproc.h>
+#include <unistd.h>
+#endif
 
 #include "tests/support/Waiting.h"
 
@@ -17,7 +21,13 @@ struct ProcessResources {
     [[nodiscard]] static ProcessResources now() {
         // A sanitizer adds a thread of its own beside the program's first.
         [[maybe_unused]] static const bool firstThreadHasRun = (std::thread([] {}).join(), true);
+#ifdef __APPLE__
+        proc_taskinfo task{};
+        (void)::proc_pidinfo(::getpid(), PROC_PIDTASKINFO, 0, &task, sizeof task);
+        return {static_cast<std::size_t>(task.pti_threadnum), count("/dev/fd")};
+#else
         return {count("/proc/self/task"), count("/proc/self/fd")};
+#endif
     }
 
     /// Waits until no more is in use than what this value says; false when it stays so.

@@ -1,0 +1,23 @@
+# The sources that are not compiled for macOS, each with the reason. Every other one in the repository is: the check of
+# the build for macOS compares.
+set(QELMO_NOT_ON_MACOS
+    "platform/Sha256OpenSsl.cpp: CommonCrypto computes digests there"
+    "platform/ThisProcessLinux.cpp: platform/ThisProcessMac.cpp takes its place"
+    "tests/benchmarks/FirstFrame.cpp: sees the first frame in calls of X11's library"
+    "tests/flashing/ProcessLimitTest.cpp: changes the user with Linux's setresuid and prctl"
+    "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
+    "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"
+    "tests/fuzz/targets/FuzzPackRelease.cpp: the fuzzers run on Linux only"
+    "tests/platform/LeasedMappingTest.cpp: file leases exist on Linux only")
+
+# qelmo_keep_sources_for_this_system(VARIABLE): takes from the list of sources what this system does not compile.
+function(qelmo_keep_sources_for_this_system variable)
+    set(kept)
+    foreach(source IN LISTS ${variable})
+        file(RELATIVE_PATH name "${PROJECT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}/${source}")
+        if(NOT APPLE OR NOT QELMO_NOT_ON_MACOS MATCHES "(^|;)${name}: ")
+            list(APPEND kept "${source}")
+        endif()
+    endforeach()
+    set(${variable} "${kept}" PARENT_SCOPE)
+endfunction()
