@@ -8,6 +8,9 @@ namespace qelmo {
 
 namespace {
 
+/// Wider than the window. More only takes time: the title comes from a file and may have any length.
+constexpr qsizetype longestShownTitle = 400;
+
 /// Return presses as the space bar does: when it is let go. A Return that is held down would answer the alert
 /// that the press opens, too.
 QKeyEvent withReturnAsSpace(const QKeyEvent& event) {
@@ -27,7 +30,9 @@ ActionButton::ActionButton(const QString& initialTitle, AppDelegate& target, Act
 
 void ActionButton::setTitle(const QString& newTitle) {
     title_ = newTitle;
-    setText(QString(newTitle).replace(QLatin1Char('&'), QLatin1String("&&")));
+    QString shown = newTitle;
+    if (shown.size() > longestShownTitle) shown = shown.left(longestShownTitle) + QStringLiteral("…");
+    setText(shown.replace(QLatin1Char('&'), QLatin1String("&&")));
     setAccessibleName(newTitle);
 }
 

@@ -1,11 +1,15 @@
 #include "ui/Alert.h"
 
 #include <QAbstractButton>
+#include <QFontMetrics>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
+#include <algorithm>
 
 #include "ui/MonospacedFont.h"
+#include "ui/ShownLines.h"
 
 namespace qelmo {
 
@@ -13,20 +17,36 @@ namespace {
 
 constexpr int messageSize = 13;
 constexpr int informativeSize = 12;
-constexpr int informativeWidth = 440;
+constexpr int textWidth = 440;
+constexpr int mostMessageLines = 4;
+constexpr int fewestInformativeLines = 4;
+/// Title bar, message, buttons and what is between them, generously.
+constexpr int heightWithoutInformativeText = 220;
+
+/// As many as leave the buttons on the screen.
+int mostInformativeLines(const QScreen& screen, const QFont& font) {
+    const int height = screen.availableGeometry().height() - heightWithoutInformativeText;
+    return std::max(fewestInformativeLines, height / QFontMetrics(font).lineSpacing());
+}
 
 void showPlainText(QMessageBox& box, const Alert& alert) {
+    const QFont messageFont = monospacedFont(messageSize, QFont::Bold);
+    const QFont informativeFont = monospacedFont(informativeSize, QFont::Normal);
     box.setTextFormat(Qt::PlainText);
-    box.setText(QString::fromStdString(alert.messageText));
-    box.setInformativeText(QString::fromStdString(alert.informativeText));
+    box.setText(
+        shownLines(QString::fromStdString(alert.messageText), messageFont, textWidth, mostMessageLines)
+            .join(QLatin1Char('\n')));
+    box.setInformativeText(fittingText(QString::fromStdString(alert.informativeText), informativeFont,
+                                       textWidth, mostInformativeLines(*box.screen(), informativeFont)));
 
     // The box passes neither its text format nor a font of its own on to the second text.
     if (auto* message = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label")))
-        message->setFont(monospacedFont(messageSize, QFont::Bold));
+        message->setFont(messageFont);
     if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
         informative->setTextFormat(Qt::PlainText);
-        informative->setFont(monospacedFont(informativeSize, QFont::Normal));
-        informative->setFixedWidth(informativeWidth);
+        informative->setFont(informativeFont);
+        const QMargins margins = informative->contentsMargins();
+        informative->setFixedWidth(textWidth + margins.left() + margins.right());
     }
 }
 

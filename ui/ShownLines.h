@@ -11,4 +11,7 @@ namespace qelmo {
 /// The time it takes is bounded, whatever the text.
 [[nodiscard]] QStringList shownLines(const QString& text, const QFont& font, int width, int maximumLines);
 
+/// The text for a label that wraps at words: itself when the label shows it whole so, else its shown lines.
+[[nodiscard]] QString fittingText(const QString& text, const QFont& font, int width, int maximumLines);
+
 }  // namespace qelmo

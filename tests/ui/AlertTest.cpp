@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QLabel>
+#include <QScreen>
 #include <QTest>
 #include <QWindow>
 
@@ -13,6 +14,7 @@ namespace qelmo {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 class ErrorAlert : public WindowTest {
 protected:
@@ -91,6 +93,51 @@ TEST_F(AlertTexts, AreSetInMonospacedType) {
             EXPECT_TRUE(QFontInfo(box.findChild<QLabel*>(QLatin1String(name))->font()).fixedPitch()) << name;
     };
     EXPECT_EQ(response(question_, inOrder(look, click("Cancel"))), 1001);
+}
+
+/// Fails unless the whole alert is on the screen, with its buttons.
+AlertAction expectOnScreen() {
+    return [](QMessageBox& box) {
+        EXPECT_TRUE(box.screen()->availableGeometry().contains(box.frameGeometry()));
+        for (const auto* button : box.buttons())
+            EXPECT_TRUE(box.rect().contains(QRect(button->mapTo(&box, QPoint()), button->size())));
+    };
+}
+
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    for (int count = 0; count < times; ++count) all += text;
+    return all;
+}
+
+TEST_F(AlertTexts, LeaveTheButtonsOnTheScreenWhateverTheirLength) {
+    for (const std::string& text : {repeated("line\n", 300), std::string(2'000'000, 'x'),
+                                    repeated("word ", 400'000), repeated("\u0301", 300'000)}) {
+        const AlertAnswer answer(inOrder(expectOnScreen(), click("Cancel")));
+        EXPECT_EQ((Alert{Alert::Style::critical, text, text, {"ERASE + FLASH", "Cancel"}})
+                      .runModal(delegate->window.get()),
+                  1001);
+        EXPECT_THAT(answer.alert().messageText, testing::EndsWith("…"));
+        EXPECT_THAT(answer.alert().informativeText, testing::EndsWith("…"));
+    }
+}
+
+TEST_F(AlertTexts, AreBrokenInsideAWordThatIsTooWide) {
+    const std::string path = "/" + std::string(200, 'x') + ".bin";
+    const AlertAnswer answer(click("OK"));
+    delegate->showError("open " + path + ": No such file or directory");
+    std::string shown = answer.alert().informativeText;
+    EXPECT_THAT(shown, testing::HasSubstr("xx\nxx"));
+    std::erase(shown, '\n');
+    EXPECT_THAT(shown, HasSubstr(path));
+    EXPECT_THAT(shown, testing::EndsWith("No such file or directory"));
+}
+
+TEST_F(AlertTexts, AreLeftToTheLabelWhereItShowsThemWhole) {
+    const std::string text = "Device: /dev/x\n\n" + repeated("some words ", 30) + "end.";
+    const AlertAnswer answer(click("OK"));
+    delegate->showError(text);
+    EXPECT_EQ(answer.alert().informativeText, text);
 }
 
 using OpenAlert = ErrorAlert;
