@@ -6,6 +6,7 @@
 #include <QScreen>
 #include <QShortcut>
 #include <QVBoxLayout>
+#include <QWheelEvent>
 #include <QWidget>
 #include <memory>
 
@@ -44,6 +45,15 @@ constexpr int logHeight = 210;
 constexpr int logInset = 10;
 constexpr int flashButtonHeight = 44;
 }  // namespace Length
+
+/// The wheel over the closed menu would choose another device, without a click.
+class PortMenu : public QComboBox {
+public:
+    using QComboBox::QComboBox;
+
+protected:
+    void wheelEvent(QWheelEvent* event) override { event->ignore(); }
+};
 
 /// Builds the rows of one window, in their order.
 class WindowBuilder {
@@ -156,7 +166,7 @@ void WindowBuilder::addPortRow() {
     caption->setFixedWidth(Length::portCaptionWidth);
     row->addWidget(caption, 0, Qt::AlignVCenter);
 
-    delegate_.portPopup = new QComboBox(parent());
+    delegate_.portPopup = new PortMenu(parent());
     // Before anything asks for its size: a long name must not widen the window.
     delegate_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     delegate_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);

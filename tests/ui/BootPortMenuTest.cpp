@@ -1,5 +1,7 @@
+#include <QApplication>
 #include <QComboBox>
 #include <QTest>
+#include <QWheelEvent>
 
 #include "tests/support/Fifo.h"
 #include "tests/ui/WindowTest.h"
@@ -74,6 +76,22 @@ TEST_F(BootPortMenu, SaysThatThereIsNoPortWhenOnlyOtherDevicesAreThere) {
     EXPECT_EQ(status(), "WAITING FOR G0 BOOT PORT");
     EXPECT_EQ(statusColour(), hex(delegate->warning));
     EXPECT_THAT(takeLog(), EndsWith(noPortLine));
+}
+
+TEST_F(BootPortMenu, KeepsItsDeviceWhenTheWheelTurnsOverIt) {
+    const BootPort port("cu.usbmodem101"), other("cu.wchusbserial110");
+    launch();
+    for (const bool hasFocus : {false, true}) {
+        if (hasFocus) delegate->portPopup->setFocus();
+        for (const int turn : {-120, 120}) {
+            const QPointF place(20, 10);
+            QWheelEvent wheel(place, delegate->portPopup->mapToGlobal(place), {}, {0, turn}, Qt::NoButton,
+                              Qt::NoModifier, Qt::NoScrollPhase, false);
+            QApplication::sendEvent(delegate->portPopup, &wheel);
+            EXPECT_EQ(delegate->portPopup->currentIndex(), 0) << turn;
+        }
+        delegate->portPopup->setCurrentIndex(0);
+    }
 }
 
 TEST_F(BootPortMenu, OffersPortsButNoFlashWithoutARelease) {
