@@ -27,6 +27,8 @@ LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& gr
     setReadOnly(true);
     setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     setUndoRedoEnabled(false);
+    // It would promise that something can be typed here.
+    setCursorWidth(0);
     setFont(font);
     setFrameShape(QFrame::NoFrame);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/ui/WindowTest.h"
+#include "ui/ActionButton.h"
 #include "ui/LogTextView.h"
 
 namespace qelmo {
@@ -137,6 +138,15 @@ TEST_F(Log, CanBeSelectedWithTheMouse) {
     QWidget* const view = delegate->logTextView->viewport();
     QTest::mouseDClick(view, Qt::LeftButton, {}, QPoint(30, 16));
     EXPECT_EQ(delegate->logTextView->textCursor().selectedText().toStdString(), "Embedded");
+}
+
+TEST_F(Log, ShowsNoTextCursor) {
+    const auto picture = [this] { return delegate->logTextView->viewport()->grab().toImage(); };
+    delegate->refreshButton->setFocus(Qt::OtherFocusReason);
+    const QImage without = picture();
+    delegate->logTextView->setFocus(Qt::OtherFocusReason);
+    ASSERT_TRUE(waitUntil([this] { return delegate->logTextView->hasFocus(); }));
+    EXPECT_EQ(picture(), without);
 }
 
 TEST_F(Log, CannotBeTypedInto) {
