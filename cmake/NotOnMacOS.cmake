@@ -8,7 +8,10 @@ set(QELMO_NOT_ON_MACOS
     "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzPackRelease.cpp: the fuzzers run on Linux only"
-    "tests/platform/LeasedMappingTest.cpp: file leases exist on Linux only")
+    "tests/platform/LeasedMappingTest.cpp: file leases exist on Linux only"
+    "tests/platform/OutlivingChildTest.cpp: becomes the reaper of orphans with Linux's prctl"
+    "ui/ApplicationIconLinux.cpp: ui/ApplicationIconMac.cpp takes its place"
+    "ui/DarkControlsLinux.cpp: ui/DarkControlsMac.cpp takes its place")
 
 # qelmo_keep_sources_for_this_system(VARIABLE): takes from the list of sources what this system does not compile.
 function(qelmo_keep_sources_for_this_system variable)

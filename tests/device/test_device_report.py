@@ -178,7 +178,7 @@ class WholeRun(WithAStandIn):
             self.assertEqual(text.count(f"\n==> {title}\n"), 1)
         self.assertIn("\n8388608 (100 %)\n", text)
         self.assertNotIn("\b", text)
-        self.assertIn("\nFLASH COMPLETE", text)
+        self.assertIn(f"\nStarting verified full-image flash on {PORT}…\n", text)
 
     def test_masks_the_mac_address_in_every_spelling_and_the_home_folder(self):
         self.plan(flash_id_1="say usb-unit_F4:12:FA:5E:01:0B-if00 F4-12-FA-5E-01-0B serial=F412FA5E010B f412fa5e010b "
@@ -519,7 +519,7 @@ class Stopped(WithAStandIn):
                 self.assert_stopped(terminal, signal.SIGHUP, call, state)
 
     # fault: the tool goes on although it is told to end
-    # injected: the stand-in for the tool ignores SIGTERM while it writes the release, as a child of flash-release
+    # injected: the stand-in for the tool ignores SIGTERM while it writes the release
     # seen: "interrupted by SIGINT", the state of the device, the backup and the command that puts it back
     # kept: the backup; the tool has been killed before the command is shown
     def test_ends_a_tool_that_does_not_want_to_end(self):

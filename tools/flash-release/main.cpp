@@ -1,24 +1,24 @@
 // The application's flash job without its window, for tools/device-report. A developer's program: no package
-// and no bundle holds it. Release, checks, arguments and child process are the application's own code.
+// and no bundle holds it. Release, checks, arguments and environment are the application's own code.
+
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
-#include <memory>
-#include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "flashing/BootPorts.h"
 #include "flashing/FlashCommand.h"
 #include "flashing/FlashTexts.h"
 #include "flashing/ToolProcess.h"
+#include "platform/SystemError.h"
 #include "platform/ThisProcess.h"
 #include "platform/Utf8.h"
 #include "release/FlasherFailure.h"
 #include "release/FlasherResources.h"
-#include "tools/flash-release/TaskQueue.h"
 
 namespace {
 
@@ -47,34 +47,28 @@ std::string factsOf(const FlasherResources& release) {
            "\nerase=" + (manifest.flash.eraseAllInternalFlash ? "yes" : "no") + "\n";
 }
 
-/// The job goes on when nobody reads its output any more, and nothing thrown leaves the reader thread.
-void showText(const std::string& text) {
-    try {
-        writeToStandardOutput(text);
-    } catch (const std::system_error&) {
-        return;
-    }
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (std::string& text : texts) pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
 }
 
-/// Runs the flash job as the window does and returns the tool's status.
-int flash(const FlasherResources& release, const std::string& port) {
-    const auto queue = std::make_shared<TaskQueue>();
-    std::optional<int> status;
-    const auto process = setUpToolProcess(pythonPath, flashArguments(release, port), queue,
-                                          {showText, [&status](const std::shared_ptr<ChildProcess>& ended) {
-                                               status = ended->terminationStatus();
-                                           }});
+/// Becomes the tool, as the window would run it. The tool ends when its caller ends it: unlike a job of the
+/// window, this one is followed by somebody who puts the device's old content back.
+[[noreturn]] void becomeTool(const FlasherResources& release, const std::string& port) {
     writeToStandardOutput(FlashTexts::startLine(port) + "\n");
-    process->launchSupervised();
-    while (!status) queue->runNext();
-    return *status;
+    std::vector<std::string> command = flashArguments(release, port);
+    command.insert(command.begin(), pythonPath);
+    std::vector<std::string> environment = toolEnvironment(processEnvironment());
+    ::execve(pythonPath, pointersTo(command).data(), pointersTo(environment).data());
+    throwSystemError(errno, "start", pythonPath);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        normalizeProcess();
         std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
         const bool checksOnly = !arguments.empty() && arguments.front() == "--check";
         if (checksOnly) arguments.erase(arguments.begin());
@@ -88,10 +82,7 @@ int main(int argc, char** argv) {
             writeToStandardOutput(factsOf(release));
             return EXIT_SUCCESS;
         }
-        const bool succeeded = flash(release, arguments[1]) == 0;
-        writeToStandardOutput(std::string(succeeded ? FlashTexts::completeLine : FlashTexts::failedLine) +
-                              "\n");
-        return succeeded ? EXIT_SUCCESS : EXIT_FAILURE;
+        becomeTool(release, arguments[1]);
     } catch (const std::exception& error) {
         writeToStandardError("flash-release: " + shownOnOneLine(errorDescription(error)) + "\n");
         return EXIT_FAILURE;
