@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 #include <QWheelEvent>
 #include <QWidget>
+#include <algorithm>
 #include <memory>
 
 #include "ui/ActionButton.h"
@@ -26,6 +27,8 @@ namespace {
 namespace Length {
 constexpr int windowWidth = 720;
 constexpr int windowHeight = 650;
+/// The frame is not known before the window is shown; no usual one is higher.
+constexpr int titleBarHeight = 40;
 constexpr int columnSideInset = 26;
 constexpr int columnEndInset = 24;
 constexpr int columnSpacing = 14;
@@ -115,9 +118,7 @@ void WindowBuilder::buildWindow() {
     QWidget& window = *delegate_.window;
     window.setWindowTitle(QStringLiteral("QELMO Varnox Flasher"));
     window.setFixedSize(Length::windowWidth, Length::windowHeight);
-    const QRect screen = window.screen()->geometry();
-    window.move(screen.left() + (screen.width() - Length::windowWidth) / 2,
-                screen.top() + (screen.height() - Length::windowHeight) / 2);
+    window.move(windowPosition(window.screen()->geometry(), window.screen()->availableGeometry()));
 
     QPalette colours = window.palette();
     colours.setColor(QPalette::Window, delegate_.background);
@@ -250,6 +251,16 @@ void WindowBuilder::placeWholeWidgets() {
 
 void buildWindowLayout(AppDelegate& delegate) {
     WindowBuilder(delegate).build();
+}
+
+QPoint windowPosition(const QRect& screen, const QRect& available) {
+    const int left = screen.left() + (screen.width() - Length::windowWidth) / 2;
+    const int top = screen.top() + (screen.height() - Length::windowHeight) / 2;
+    const int lowestTop =
+        available.top() + available.height() - Length::titleBarHeight - Length::windowHeight;
+    const int rightmostLeft = available.left() + available.width() - Length::windowWidth;
+    return {std::max(available.left(), std::min(left, rightmostLeft)),
+            std::max(available.top(), std::min(top, lowestTop))};
 }
 
 }  // namespace qelmo

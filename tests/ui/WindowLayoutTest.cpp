@@ -12,6 +12,7 @@
 #include "ui/DarkControls.h"
 #include "ui/LogTextView.h"
 #include "ui/TextLabel.h"
+#include "ui/WindowLayout.h"
 
 namespace qelmo {
 
@@ -311,6 +312,23 @@ TEST_F(WindowLayout, ShowsAnAmpersandInTheFlashButtonsTitle) {
     EXPECT_EQ(delegate->flashButton->title().toStdString(), "FLASH VERIFIED R&D");
     EXPECT_EQ(delegate->flashButton->text().toStdString(), "FLASH VERIFIED R&&D");
     EXPECT_TRUE(delegate->flashButton->shortcut().isEmpty());
+}
+
+TEST(WindowPosition, IsTheScreensCentreWhereTheWindowFits) {
+    EXPECT_EQ(windowPosition({0, 0, 1280, 900}, {0, 0, 1280, 900}), QPoint(280, 125));
+    EXPECT_EQ(windowPosition({1280, 100, 1920, 1080}, {1280, 130, 1920, 1020}), QPoint(1880, 315));
+}
+
+TEST(WindowPosition, ShowsTheTitleBarOnASmallScreen) {
+    EXPECT_EQ(windowPosition({0, 0, 1024, 600}, {0, 0, 1024, 600}), QPoint(152, 0));
+    EXPECT_EQ(windowPosition({0, 0, 960, 540}, {0, 28, 960, 512}), QPoint(120, 28));
+    EXPECT_EQ(windowPosition({0, 0, 640, 480}, {48, 0, 592, 480}), QPoint(48, 0));
+}
+
+TEST(WindowPosition, LeavesThePanelsFree) {
+    EXPECT_EQ(windowPosition({0, 0, 1280, 800}, {0, 90, 1280, 710}), QPoint(280, 90));
+    EXPECT_EQ(windowPosition({0, 0, 1280, 800}, {0, 0, 1280, 730}), QPoint(280, 40));
+    EXPECT_EQ(windowPosition({0, 0, 1280, 900}, {300, 0, 980, 900}), QPoint(300, 125));
 }
 
 /// As on macOS, where a control's shadow belongs to the widget and not to its rectangle in the layout.
