@@ -7,8 +7,8 @@ class QWidget;
 
 namespace qelmo {
 
-/// A free-standing modal alert. Its texts are shown as they stand; what would make it larger than the screen is
-/// cut, with "…" in its place.
+/// A free-standing modal alert. Its texts are shown as they stand; what would make it larger than the screen
+/// is cut, with "…" in its place.
 struct Alert {
     enum class Style { informational, critical };
 
