@@ -1,12 +1,14 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
+#include <string>
 #include <thread>
 #ifdef __APPLE__
 #include <libproc.h>
-#include <unistd.h>
 #endif
 
 #include "tests/support/Waiting.h"
@@ -20,7 +22,7 @@ struct ProcessResources {
 
     [[nodiscard]] static ProcessResources now() {
         // A sanitizer adds a thread of its own beside the program's first.
-        [[maybe_unused]] static const bool firstThreadHasRun = (std::thread([] {}).join(), true);
+        [[maybe_unused]] static const bool firstThreadHasRun = runOneThread();
 #ifdef __APPLE__
         proc_taskinfo task{};
         (void)::proc_pidinfo(::getpid(), PROC_PIDTASKINFO, 0, &task, sizeof task);
@@ -39,6 +41,19 @@ struct ProcessResources {
     }
 
 private:
+    static bool runOneThread() {
+#ifdef __APPLE__
+        std::thread([] {}).join();
+        return true;
+#else
+        pid_t thread = 0;
+        std::thread([&thread] { thread = ::gettid(); }).join();
+        // The system may still list a thread that was joined.
+        return eventually(
+            [&] { return !std::filesystem::exists("/proc/self/task/" + std::to_string(thread)); });
+#endif
+    }
+
     static std::size_t count(const char* folder) {
         const std::filesystem::directory_iterator entries(folder);
         return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
