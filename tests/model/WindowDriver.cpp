@@ -117,7 +117,7 @@ void WindowDriver::act(const Step& step) {
             return;
         case Action::launch:
             world_.setLaunch(!first);
-            if (owner_) owner_->environment = processEnvironment();
+            if (const auto delegate = watched_.lock()) delegate->environment = processEnvironment();
             return;
         case Action::say: {
             constexpr std::array<const char*, 3> bytes{"Writing at 0x00010000... (12 %)\\r", "a warning\\n",

@@ -16,7 +16,6 @@
 #include <stdexcept>
 
 #include "tests/support/Fifo.h"
-#include "tests/support/ScopedEnvironment.h"
 #include "tests/ui/WindowRows.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
@@ -294,9 +293,9 @@ TEST_F(ScreenPictures, Complete) {
 TEST_F(ScreenPictures, CouldNotStart) {
     const BootPort port("cu.usbmodem101");
     launch();
+    // No environment may hold so long a value; the system refuses to start anything with it.
+    delegate->environment.push_back("QELMO_TEST_TOO_LONG=" + std::string(200'000, 'x'));
     {
-        // No environment may hold so long a value; the system refuses to start anything with it.
-        const ScopedEnvironment tooLong("QELMO_TEST_TOO_LONG", std::string(200'000, 'x'));
         const AlertAnswer confirmation(click("ERASE + FLASH"));
         const AlertAnswer error(inOrder(saveAlert("could-not-start-alert"), click("OK")));
         pressFlash();
