@@ -8,10 +8,12 @@
 
 namespace qelmo {
 
-void QelmoFlasherMain::main(const std::vector<std::string>& environment) {
+void QelmoFlasherMain::main() {
     normalizeProcess();
     if (hasProcessArgument("--self-test")) std::exit(runHeadlessSelfTest());
-    if (const int status = runWindowedStart(environment); status != EXIT_SUCCESS) std::exit(status);
+    // The environment is copied before the toolkit is loaded, which takes variables out of it: the flashing
+    // tool gets all of them.
+    if (const int status = runWindowedStart(processEnvironment()); status != EXIT_SUCCESS) std::exit(status);
 }
 
 }  // namespace qelmo

@@ -424,7 +424,7 @@ class OldBash(unittest.TestCase):
             "long options": r"\b(cp|df|dirname|grep|ls|mkdir|mktemp|mv|rm|tail)\b[^|;&\n]* --\w+",
             "attributes": r"\bcp -\w*[aX]", "no target": r"\b(cp|mv) -\w*[tT]", "links": r"\b(readlink|realpath)\b", "sed": r"\bsed -\w*i",
             "stat": r"\bstat -\w*c", "find": r"-printf\b", "grep": r"\bgrep -\w*P", "lines": r"\b(head|tail) -n -",
-            "time": r"\b(timeout|date -d)\b"})
+            "time": r"(?<![-\w])(timeout|date -d)\b"})
 
     def test_nothing_is_used_that_bash_3_2_does_not_have(self) -> None:
         self.assert_without({
