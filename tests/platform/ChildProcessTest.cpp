@@ -411,7 +411,7 @@ TEST(ChildProcess, HasASessionOfItsOwnWhenItIsSupervised) {
 
 TEST(ChildProcess, KeepsWhatIsHeldOpenUntilItsExitAndDoesNotGetIt) {
     std::array<int, 2> ends{};
-    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(::pipe(ends.data()), 0);
     const FileDescriptor reading(ends[0]);
     const Fifo gate;
     SupervisedRun run(shell, {"-c", R"(ls /proc/$$/fd; read line <"$1")", "sh", gate.path()});
