@@ -5,6 +5,8 @@ foreach(target IN ITEMS WrapOpenGL::WrapOpenGL WrapVulkanHeaders::WrapVulkanHead
     endif()
 endforeach()
 
-# CMake gives libraries an @rpath name only where it can ask the machine for its macOS version.
-set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")
-set(CMAKE_SHARED_LIBRARY_RUNTIME_CXX_FLAG "-Wl,-rpath,")
+# CMake gives libraries an @rpath name, and programs a run path, only where it can ask the machine for its macOS version.
+foreach(kind IN ITEMS SHARED_LIBRARY EXECUTABLE)
+    set(CMAKE_${kind}_RUNTIME_C_FLAG "-Wl,-rpath,")
+    set(CMAKE_${kind}_RUNTIME_CXX_FLAG "-Wl,-rpath,")
+endforeach()
