@@ -3,13 +3,17 @@
 set(QELMO_NOT_ON_MACOS
     "platform/Sha256OpenSsl.cpp: CommonCrypto computes digests there"
     "platform/ThisProcessLinux.cpp: platform/ThisProcessMac.cpp takes its place"
-    "tests/benchmarks/FirstFrame.cpp: sees the first frame in calls of X11's library"
+    "tests/benchmarks/EmptyWindow.cpp: ./bench runs on Linux only"
+    "tests/benchmarks/FirstFrame.cpp: ./bench runs on Linux only"
+    "tests/benchmarks/LoadBenchmark.cpp: ./bench runs on Linux only"
+    "tests/benchmarks/WindowBenchmark.cpp: ./bench runs on Linux only"
     "tests/flashing/ProcessLimitTest.cpp: changes the user with Linux's setresuid and prctl"
     "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzPackRelease.cpp: the fuzzers run on Linux only"
     "tests/platform/LeasedMappingTest.cpp: file leases exist on Linux only"
     "tests/platform/OutlivingChildTest.cpp: becomes the reaper of orphans with Linux's prctl"
+    "tests/ui/MacIconTest.cpp: tries the Mac's source on Linux; on macOS the other tests of the window do"
     "ui/ApplicationIconLinux.cpp: ui/ApplicationIconMac.cpp takes its place"
     "ui/DarkControlsLinux.cpp: ui/DarkControlsMac.cpp takes its place")
 
