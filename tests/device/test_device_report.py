@@ -341,7 +341,7 @@ class FullDisk(WithAStandIn):
     # fault: the disk becomes full during the second read of the backup
     # injected: a file system of 20 MiB that another file fills
     # seen: "could not read the whole flash, time 2 of 2: OSError: [Errno 28] No space left on device", status 1
-    # kept: the device; half a backup is not left behind
+    # kept: the device; no half of a backup remains
     def test_during_the_backup_leaves_no_half_of_it(self):
         self.mount(20)
         self.plan(read_flash_2=f"fill {self.small}")

@@ -76,7 +76,7 @@ TEST(OutlivingChild, PrintsAMegabyteToNobodyAndEndsWell) {
     }
 }
 
-// fault: the program dies while its child, which has left a process behind that keeps the pipe, runs
+// fault: the program dies while its child runs, and a process that the child started keeps the pipe
 // injected: SIGKILL to a real process; the child's own child prints a megabyte after the child's end
 // seen: nothing
 // kept: both, which end well; afterwards no process is left
