@@ -27,16 +27,15 @@ namespace qelmo {
 ///    whatever ends it;
 ///  - waited for: `launch`, `waitUntilExit`, `readToEndOfOutput`, all on the calling thread.
 ///
-/// So that a supervised child can outlive this process,
-///  - it has a session of its own. A signal to this process's group, a terminal that is closed, or the death
-///  of
-///    this process while the child is stopped does not reach it. A process group alone would not do: a
-///    stopped group that becomes an orphan gets SIGHUP, and a background group may not read from its
-///    terminal. The child has no controlling terminal then, and should open serial ports with O_NOCTTY.
-///  - a keeper, a shell in a session of its own, has the output's reading end, too. Its input is a pipe that
-///    only this process can write to. When this process has gone or has stopped reading, the keeper reads the
-///    output, until nobody can write to it any more; then it ends. When the child was reaped before, the
-///    keeper is killed and reaped. Both systems have the two programs that it needs: /bin/sh and /bin/cat.
+/// How a supervised child outlives this process:
+///  - It has a session of its own. A signal to this process's group, a closed terminal, or the death of this
+///    process while the child is stopped does not reach it. A process group is not enough: a stopped group
+///    that becomes an orphan gets SIGHUP, and a background group may not read from its terminal. The child
+///    has no controlling terminal, and should open serial ports with O_NOCTTY.
+///  - A keeper, a shell in a session of its own, has the output's reading end, too. Its input is a pipe that
+///    only this process can write to. When this process is gone or has stopped reading, the keeper reads the
+///    output until its end, and exits. If the child was reaped before, the keeper is killed and reaped. The
+///    keeper needs /bin/sh and /bin/cat, which both systems have.
 ///
 /// Threads: everything is called on one thread, except where an operation says otherwise. A supervised
 ///          process keeps itself alive until its termination handler has returned.
