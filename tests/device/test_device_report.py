@@ -206,9 +206,7 @@ class WholeRun(WithAStandIn):
                       "loader\n", self.report())
 
     # fault: the flashed device does not hold the image
-    # injected: the stand-in for the tool changes a byte of the flash after it wrote the release
-    # seen: "DIFFERENT in 1 place, of which 1 cannot be explained:" and the place; status 1
-    # kept: the backup is put back and compared
+    # seen: "DIFFERENT in 1 place, of which 1 cannot be explained:"
     def test_says_where_the_flash_differs_and_puts_the_backup_back_all_the_same(self):
         self.plan(write_flash_1="flip 0x12345")
         terminal = self.start()
@@ -220,9 +218,7 @@ class WholeRun(WithAStandIn):
         self.assertIn(THE_SAME, terminal.text)
 
     # fault: the device does not hold the backup after it was put back
-    # injected: the stand-in for the tool changes a byte of the flash after it wrote the backup
-    # seen: "the restored flash differs from the backup", the place, and the command that puts it back; status 1
-    # kept: the backup; the command puts it back
+    # seen: "the restored flash differs from the backup"
     def test_notices_that_the_backup_did_not_arrive(self):
         self.plan(write_flash_2="flip 0x7fffff")
         terminal = self.start()
@@ -285,25 +281,19 @@ class Refusal(WithAStandIn):
                             f"cmake --build {self.folder} --target flash-release", "--build", self.folder, PORT)
 
     # fault: the flashing tool is a version 5, or does not start
-    # injected: another tool in the home folder
-    # seen: "device-report: the flashing tool is needed in a version 4.x, not 5.1.0"
-    # kept: the device; no port was opened
+    # seen: "the flashing tool is needed in a version 4.x, not …"
     def test_of_another_tool_comes_before_the_device_is_touched(self):
         for program, words in (("print('5.1.0')", "5.1.0"), ("raise SystemExit(1)", "one that does not start")):
             (self.home / TOOL).write_text(program)
             self.assert_refused(f"the flashing tool is needed in a version 4.x, not {words}", PORT)
 
     # fault: the release in the bundle is damaged
-    # injected: a bundle without a release
-    # seen: "device-report: The embedded flash manifest is missing."
-    # kept: the device; no port was opened
+    # seen: "The embedded flash manifest is missing."
     def test_of_the_release_is_the_applications_sentence(self):
         self.assert_refused("The embedded flash manifest is missing.", "--bundle", self.folder, PORT)
 
     # fault: there is a backup of an earlier run in the folder
-    # injected: a folder with a file in it
     # seen: "device-report: … is there already, and no older backup is ever touched"
-    # kept: the older backup
     def test_to_touch_an_older_backup(self):
         self.output.mkdir()
         self.backup.write_text("older")
@@ -327,9 +317,7 @@ class FullDisk(WithAStandIn):
         self.backup = self.output / "backup.bin"
 
     # fault: there is not enough room for the backup
-    # injected: a file system of 12 MiB
     # seen: "device-report: there is not enough room in …: 17 MiB are needed"
-    # kept: the device; no port was opened
     def test_is_noticed_before_the_device_is_touched(self):
         self.mount(12)
         result = run(TOOLS / "device-report", "--build", BUILD, "--bundle", BUNDLE, "--output", self.output, PORT,
@@ -339,9 +327,7 @@ class FullDisk(WithAStandIn):
         self.assertEqual((self.calls(), os.listdir(self.small)), ([], []))
 
     # fault: the disk becomes full during the second read of the backup
-    # injected: a file system of 20 MiB that another file fills
-    # seen: "could not read the whole flash, time 2 of 2: OSError: [Errno 28] No space left on device", status 1
-    # kept: the device; no half of a backup remains
+    # seen: "could not read the whole flash, time 2 of 2: OSError: [Errno 28] No space left on device"
     def test_during_the_backup_leaves_no_half_of_it(self):
         self.mount(20)
         self.plan(read_flash_2=f"fill {self.small}")
@@ -355,9 +341,7 @@ class FullDisk(WithAStandIn):
 
 class ToolFails(WithAStandIn):
     # fault: the tool fails in a step before the backup is complete
-    # injected: the stand-in for the tool ends with status 2
-    # seen: "could not …: A fatal error occurred: as planned", "Nothing was written to the device.", status 1
-    # kept: the device; the report tells the steps up to then
+    # seen: "could not …: A fatal error occurred: as planned", "Nothing was written to the device."
     def test_before_the_backup_is_complete(self):
         for call, title, state in STEPS[:4]:
             with self.subTest(title):
@@ -373,9 +357,7 @@ class ToolFails(WithAStandIn):
                 shutil.rmtree(self.output)
 
     # fault: the tool fails in a step after the backup was made, and the user gives up
-    # injected: the stand-in for the tool ends with status 2, after half of what it writes
-    # seen: "Type stop to end here:", then the state of the device, the backup and the command that puts it back
-    # kept: the backup; the command puts it back
+    # seen: "Type stop to end here:"
     def test_after_the_backup_and_the_user_gives_up(self):
         for call, title, state in AFTER_THE_BACKUP:
             with self.subTest(title):
@@ -394,9 +376,7 @@ class ToolFails(WithAStandIn):
                 shutil.rmtree(self.output)
 
     # fault: the tool fails in a step after the backup was made, and the user tries again
-    # injected: the stand-in for the tool ends with status 2, the first time only
-    # seen: "press Return to try this step again", then the step once more
-    # kept: the device holds what it held before
+    # seen: "Type stop to end here:"
     def test_after_the_backup_and_the_user_tries_again(self):
         self.plan(write_flash_1="fail", read_flash_3="fail", write_flash_3="fail", read_flash_5="fail")
         terminal = self.start()
@@ -407,9 +387,7 @@ class ToolFails(WithAStandIn):
         self.assert_restored()
 
     # fault: the two reads of the flash differ
-    # injected: the stand-in for the tool gives another byte in the second read
-    # seen: "the two reads of the flash differ, so there is no backup to rely on", the place, status 1
-    # kept: the device; nothing is called a backup
+    # seen: "the two reads of the flash differ, so there is no backup to rely on"
     def test_to_read_the_same_twice(self):
         self.plan(read_flash_2="flip 0x400000")
         terminal = self.start()
@@ -421,9 +399,7 @@ class ToolFails(WithAStandIn):
         self.assert_unwritten()
 
     # fault: a read gives fewer bytes than the flash has, and the tool says nothing
-    # injected: the stand-in for the tool leaves one byte out
-    # seen: "8388607 bytes came instead of 8388608", status 1
-    # kept: the device
+    # seen: "8388607 bytes came instead of 8388608"
     def test_to_read_everything(self):
         self.plan(read_flash_1="short")
         terminal = self.start()
@@ -432,9 +408,7 @@ class ToolFails(WithAStandIn):
         self.assert_unwritten()
 
     # fault: the chip has another flash
-    # injected: the stand-in for the tool says nothing of 8MB
-    # seen: "the flash has 4MB, not the 8MB of a Cardputer ADV", status 1
-    # kept: the device
+    # seen: "the flash has 4MB, not the 8MB of a Cardputer ADV"
     def test_to_find_a_flash_of_8_mb(self):
         text = (self.home / TOOL).read_text().replace("size: 8MB", "size: 4MB")
         (self.home / TOOL).write_text(text)
@@ -486,9 +460,7 @@ class Stopped(WithAStandIn):
         self.assert_restored()
 
     # fault: the user presses Ctrl+C in any step
-    # injected: the key, on a terminal, while the stand-in for the tool waits in that step
-    # seen: "interrupted by SIGINT", the state of the device, the backup and the command that puts it back, status 130
-    # kept: the backup; the command puts it back; the tool has ended
+    # seen: "interrupted by …"
     def test_by_the_keyboard_at_every_step(self):
         for call, title, state in STEPS:
             with self.subTest(title):
@@ -497,9 +469,7 @@ class Stopped(WithAStandIn):
                 self.assert_stopped(terminal, signal.SIGINT, call, state)
 
     # fault: the script is told to end
-    # injected: SIGTERM to the script alone, while the stand-in for the tool waits in each step
-    # seen: "interrupted by SIGTERM", the state of the device, the backup and the command that puts it back, status 143
-    # kept: the backup; the command puts it back; the tool has ended
+    # seen: "interrupted by …"
     def test_by_a_signal_to_end_at_every_step(self):
         for call, title, state in STEPS:
             with self.subTest(title):
@@ -508,9 +478,6 @@ class Stopped(WithAStandIn):
                 self.assert_stopped(terminal, signal.SIGTERM, call, state)
 
     # fault: the terminal's window is closed
-    # injected: the terminal hangs up while the stand-in for the tool waits in each step
-    # seen: the same in report.txt, and the command in restore-command.txt
-    # kept: the backup; the command puts it back; the tool has ended
     def test_by_closing_the_terminal_at_every_step(self):
         for call, title, state in STEPS:
             with self.subTest(title):
@@ -519,9 +486,7 @@ class Stopped(WithAStandIn):
                 self.assert_stopped(terminal, signal.SIGHUP, call, state)
 
     # fault: the tool goes on although it is told to end
-    # injected: the stand-in for the tool ignores SIGTERM while it writes the release
-    # seen: "interrupted by SIGINT", the state of the device, the backup and the command that puts it back
-    # kept: the backup; the tool has been killed before the command is shown
+    # seen: "interrupted by …"
     def test_ends_a_tool_that_does_not_want_to_end(self):
         call, _, state = STEPS[4]
         terminal = self.blocked_at(call, "deaf")
@@ -529,9 +494,6 @@ class Stopped(WithAStandIn):
         self.assert_stopped(terminal, signal.SIGINT, call, state)
 
     # fault: the user presses Ctrl+C at the question whether to try again
-    # injected: the key, on a terminal, after the stand-in for the tool failed
-    # seen: "interrupted by SIGINT", the backup and the command that puts it back
-    # kept: the backup; the command puts it back
     def test_at_the_question_whether_to_try_again(self):
         self.plan(write_flash_1="fail")
         terminal = self.start()
@@ -645,9 +607,7 @@ class WithTheRealTool(ReportTest):
         return device
 
     # fault: the device is unplugged during each of the four steps after the backup, and plugged in again
-    # injected: the simulated device ends at some percentage of the step, and another takes its place and its flash
-    # seen: "press Return to try this step again" each time, in the end the report
-    # kept: the device holds what it held before, byte for byte
+    # seen: "Type stop to end here:"
     def test_survives_being_unplugged_at_every_step_after_the_backup(self):
         device = self.plug_in("--fault", "unplugged@30")
         terminal = self.start()
@@ -670,9 +630,6 @@ class WithTheRealTool(ReportTest):
         self.assertRegex(text, r"(?m)^kind of port +USB-Serial/JTAG, the chip's own$")
 
     # fault: the device is unplugged while the release is written, and the user gives up
-    # injected: the simulated device ends at 50 % of the write
-    # seen: the backup, and the command that puts it back
-    # kept: the backup; the command puts it back byte for byte
     def test_says_a_command_that_puts_the_backup_back(self):
         device = self.plug_in("--fault", "unplugged@50")
         terminal = self.start()
@@ -688,9 +645,7 @@ class WithTheRealTool(ReportTest):
         self.assertTrue(self.dump.read_bytes() == self.content)
 
     # fault: the two reads of the flash differ
-    # injected: the simulated device sends one wrong bit, and a digest that fits it, in the second read
-    # seen: "the two reads of the flash differ, so there is no backup to rely on", status 1
-    # kept: the device's flash
+    # seen: "the two reads of the flash differ, so there is no backup to rely on"
     def test_stops_when_the_reads_differ(self):
         device = self.plug_in("--fault", "read-error@75", "--fault-turn", "2")
         terminal = self.start()
@@ -703,9 +658,7 @@ class WithTheRealTool(ReportTest):
         self.assertTrue(self.dump.read_bytes() == self.content)
 
     # fault: the device is unplugged during the first read of the backup
-    # injected: the simulated device ends at 2 % of the read
-    # seen: "Nothing was written to the device." and "There is no backup.", status 1
-    # kept: the device's flash
+    # seen: "Nothing was written to the device.", "There is no backup."
     def test_stops_when_the_device_is_unplugged_during_the_backup(self):
         device = self.plug_in("--fault", "unplugged-reading@2")
         terminal = self.start()

@@ -73,32 +73,20 @@ class WindowEndsTest(JobTest):
             self.expect_finished_flash(device)
 
     # fault: the window is closed during the write
-    # injected: the window manager's key
-    # seen: the program ends with status 0, silently
-    # kept: the job: the device's flash is the image, and no process is left
     def test_closed_by_the_window_manager(self) -> None:
         self.end_and_expect_finished_flash(lambda window: window.close(), 0)
 
     # fault: the user quits during the write
-    # injected: Ctrl+Q
-    # seen: the program ends with status 0, silently
-    # kept: the job: the device's flash is the image, and no process is left
     def test_quit_by_the_key(self) -> None:
         self.end_and_expect_finished_flash(lambda window: window.type_keys("ctrl+q"), 0)
 
     # fault: the window is killed, or crashes, during the write
-    # injected: SIGTERM, SIGHUP, SIGINT, SIGKILL or SIGSEGV to the program
-    # seen: the program's death by the signal
-    # kept: the job: the device's flash is the image, and no process is left
     def test_killed_by_a_signal(self) -> None:
         for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGKILL, signal.SIGSEGV):
             with self.subTest(number):
                 self.end_and_expect_finished_flash(lambda window: window.process.send_signal(number), -number)
 
     # fault: the window's whole process group is killed during the write
-    # injected: SIGTERM, SIGHUP, SIGINT or SIGKILL to the group
-    # seen: the program's death by the signal
-    # kept: the job: the device's flash is the image, and no process is left
     def test_killed_with_its_process_group(self) -> None:
         for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGKILL):
             with self.subTest(number):
@@ -106,9 +94,6 @@ class WindowEndsTest(JobTest):
                                                    ["/usr/bin/setsid"])
 
     # fault: the terminal in which the program was started is closed during the write
-    # injected: a terminal of its own, closed
-    # seen: the program's death by SIGHUP
-    # kept: the job: the device's flash is the image, and no process is left
     def test_hung_up_with_its_terminal(self) -> None:
         master, terminal = os.openpty()
         prefix = ["/usr/bin/python3", "-c", ON_A_TERMINAL, os.ttyname(terminal)]
@@ -116,9 +101,6 @@ class WindowEndsTest(JobTest):
         self.end_and_expect_finished_flash(lambda _: os.close(master), -signal.SIGHUP, prefix)
 
     # fault: the window is killed while the tool is stopped
-    # injected: SIGSTOP to the tool, SIGKILL to the window, SIGCONT to the tool
-    # seen: the program's death by the signal
-    # kept: the job: the device's flash is the image, and no process is left
     def test_killed_while_the_tool_is_stopped(self) -> None:
         def end(window) -> None:
             os.kill(self.tool, signal.SIGSTOP)
@@ -129,9 +111,7 @@ class WindowEndsTest(JobTest):
         self.end_and_expect_finished_flash(end, -signal.SIGKILL)
 
     # fault: the display goes away during the write
-    # injected: an X server of the window's own is killed
-    # seen: "The window cannot go on: The X11 connection broke", status 1
-    # kept: the job: the device's flash is the image, and no process is left
+    # seen: "The window cannot go on: The X11 connection broke"
     def test_loses_its_display(self) -> None:
         reading, writing = os.pipe()
         server = subprocess.Popen(["Xvfb", "-displayfd", str(writing), "-nolisten", "tcp"], pass_fds=[writing],
@@ -151,10 +131,7 @@ class WindowEndsTest(JobTest):
             self.expect_finished_flash(device)
 
     # fault: the user comes back to a new window while the job of the old one still writes
-    # injected: the window is killed during the write, and the flash button of another one is pressed
-    # seen: "FLASHER COULD NOT START", and the alert "QELMO Flasher stopped" with "An earlier flash job is still running
-    #     on /dev/cu.usbmodem101; it ends by itself, and then the port is free again."
-    # kept: the old job, which finishes; the controls; the next press after it succeeds
+    # seen: "An earlier flash job is still running on …; it ends by itself, and then the port is free again."
     def test_refuses_the_port_of_a_job_that_still_runs(self) -> None:
         with self.session.device(*SLOW) as device:
             with self.session.window() as window:
@@ -180,9 +157,7 @@ class WindowEndsTest(JobTest):
                 self.expect_complete(window)
 
     # fault: what lets a job outlive its window cannot be started
-    # injected: something else is mounted over /bin/sh
-    # seen: "FLASHER COULD NOT START", and the alert "QELMO Flasher stopped" with "start /bin/sh: Permission denied"
-    # kept: the controls; nothing is written
+    # seen: "FLASHER COULD NOT START", "QELMO Flasher stopped", "start /bin/sh: Permission denied"
     def test_nothing_is_started_that_could_not_outlive_the_window(self) -> None:
         prefix = ["/usr/bin/unshare", "-m", "/usr/bin/python3", "-c", WITHOUT_A_SHELL]
         with self.session.device() as device, self.session.window(prefix) as window:

@@ -85,9 +85,6 @@ TEST(BootPorts, AreLookedForInTheDeviceFolder) {
 }
 
 // fault: /dev cannot be listed
-// injected: RLIMIT_NOFILE leaves none free while it is listed
-// seen: an empty list, as if no port were there
-// kept: the program; no error
 TEST(BootPorts, AreNoneWhenTheDeviceFolderCannotBeRead) {
     std::vector<std::string> ports{"never listed"};
     {

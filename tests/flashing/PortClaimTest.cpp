@@ -71,9 +71,7 @@ TEST_F(PortClaim, IsNotNeededForAPortThatHasGone) {
 }
 
 // fault: no descriptor is left when the port is claimed
-// injected: RLIMIT_NOFILE leaves none free
 // seen: "open /dev: Too many open files"
-// kept: nothing is claimed
 TEST_F(PortClaim, WithoutADescriptorSaysSo) {
     std::string reason;
     try {

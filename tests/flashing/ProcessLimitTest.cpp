@@ -37,9 +37,7 @@ private:
 };
 
 // fault: the user may make no process and no thread more
-// injected: RLIMIT_NPROC 0 as an ordinary user
 // seen: "start /bin/true: Resource temporarily unavailable"
-// kept: no thread, descriptor or child; the next job runs
 TEST(ToolFaults, ALimitOfProcessesIsAReasonNotToStart) {
     std::string refusal;
     {

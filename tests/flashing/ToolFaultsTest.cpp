@@ -23,9 +23,6 @@ namespace {
 using namespace std::string_literals;
 
 // fault: the tool is killed by SIGTERM, SIGKILL or SIGSEGV
-// injected: a real child sends itself the signal
-// seen: the job ends with the signal's number, which is not 0
-// kept: the program, which has no child, thread or descriptor more than before
 TEST(ToolFaults, ADeathBySignalIsNoSuccess) {
     for (const int signal : {SIGTERM, SIGKILL, SIGSEGV})
         EXPECT_EQ(ToolJob("/bin/sh", {"-c", "ulimit -c 0; kill -" + std::to_string(signal) + " $$"}).run(),
@@ -33,9 +30,6 @@ TEST(ToolFaults, ADeathBySignalIsNoSuccess) {
 }
 
 // fault: the tool closes its output streams and goes on
-// injected: a real child closes both and then waits
-// seen: nothing until the tool has ended; then its own exit status
-// kept: the text from before; the reader's thread ends at once
 TEST(ToolFaults, ClosedStreamsAreNotTheEndOfTheTool) {
     const Fifo gate;
     ToolJob job("/bin/sh", {"-c", "echo so far; exec >&- 2>&-; read line <\"$0\"; exit 4", gate.path()});
@@ -55,9 +49,6 @@ constexpr std::size_t growthLimitBytes = 8U << 20;
 #endif
 
 // fault: the tool prints 100 MB without one line feed
-// injected: a real child writes them as fast as the pipe takes them
-// seen: every byte as text
-// kept: the reader's memory, which grows by less than 8 MB
 TEST(ToolFaults, AFloodOfOutputIsReadWholeInBoundedMemory) {
     constexpr std::size_t blocks = 1600;
     const Fifo gate;
@@ -82,9 +73,6 @@ TEST(ToolFaults, AFloodOfOutputIsReadWholeInBoundedMemory) {
 }
 
 // fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
-// injected: a real child writes the bytes
-// seen: NUL and ESC as they stand; U+FFFD for each byte of the surrogate and for the broken character
-// kept: the text around them; the stream goes on
 TEST(ToolFaults, BytesThatAreNoTextDoNotStopTheStream) {
     const Fifo gate;
     ToolJob job("/bin/sh", {"-c", R"(printf 'a\0b\033[31mc\355\240\200d\342\202'; read line <"$0"; exit 0)",
@@ -97,9 +85,6 @@ TEST(ToolFaults, BytesThatAreNoTextDoNotStopTheStream) {
 }
 
 // fault: the tool ends without having waited for a child of its own
-// injected: a real child makes a zombie and exits
-// seen: the tool's own exit status
-// kept: the program, which does not inherit the zombie
 TEST(ToolFaults, AZombieOfTheToolIsNotTheProgramsOwn) {
     ToolJob job(pythonPath, {"-c",
                              "import os\n"
@@ -112,9 +97,6 @@ TEST(ToolFaults, AZombieOfTheToolIsNotTheProgramsOwn) {
 }
 
 // fault: a process that the tool left behind ignores SIGPIPE and keeps writing
-// injected: a real grandchild writes to the pipe until that fails
-// seen: the tool's own exit status, while the grandchild still writes
-// kept: the program; the pipe closes with the job, and the grandchild's writing ends
 TEST(ToolFaults, AGrandchildThatWritesOnLosesThePipeWithTheJob) {
     const TemporaryFolder folder;
     const std::string ended = folder / "ended";
@@ -133,9 +115,7 @@ TEST(ToolFaults, AGrandchildThatWritesOnLosesThePipeWithTheJob) {
 }
 
 // fault: no descriptor is left, or too few, when the tool is started
-// injected: RLIMIT_NOFILE leaves 0, 1, 2 and 3 free
 // seen: "start /bin/true: Too many open files"
-// kept: no thread, descriptor or child; with 4 free the tool runs
 TEST(ToolFaults, TooFewDescriptorsAreAReasonNotToStart) {
     for (std::size_t left = 0; left <= 4; ++left) {
         ToolJob job("/bin/true");
@@ -170,9 +150,6 @@ public:
 };
 
 // fault: signals interrupt the program all the time
-// injected: a handler without SA_RESTART, every millisecond, on the main thread
-// seen: nothing
-// kept: the release that is loaded, the child that is waited for, the file that is written
 TEST(Interrupted, TheMainThreadReadsWaitsAndWritesAsEver) {
     const ReleaseFixture fixture;
     const std::string digest = fixture.load().checksum;
@@ -193,9 +170,6 @@ TEST(Interrupted, TheMainThreadReadsWaitsAndWritesAsEver) {
 }
 
 // fault: signals interrupt the threads of a running job all the time
-// injected: a handler without SA_RESTART, every millisecond, on the reader and the waiter
-// seen: nothing
-// kept: the tool's text and its exit status
 TEST(Interrupted, TheReaderAndTheWaiterGoOn) {
     const Fifo gate;
     ToolJob job("/bin/sh", {"-c",
@@ -226,9 +200,6 @@ TEST(Interrupted, TheReaderAndTheWaiterGoOn) {
 }
 
 // fault: the program stays open for a day of flashing
-// injected: 1,000 jobs in a row, each with a real child
-// seen: every job ends well
-// kept: no thread, descriptor or zombie more; memory grows by less than 64 KB after the 200th job
 TEST(ThousandJobs, LeaveNothingBehind) {
     const auto before = ProcessResources::now();
     std::size_t inUse = 0;

@@ -149,9 +149,6 @@ TEST(ToolProcess, ShowsErrorsLikeOutputInTheOrderWritten) {
 }
 
 // fault: a character is split across two chunks of the tool's output
-// injected: a real child writes it in two pieces
-// seen: U+FFFD at the end of the one and at the start of the other
-// kept: the text around it
 TEST(ToolProcess, DecodesEachChunkOnItsOwn) {
     const Fifo gate;
     const Fifo end;
@@ -170,9 +167,6 @@ TEST(ToolProcess, DecodesEachChunkOnItsOwn) {
 }
 
 // fault: the tool prints nothing
-// injected: a real child that does nothing
-// seen: no text; the end of the job as ever
-// kept: nothing is left behind
 TEST(ToolProcess, AddsNothingForAnEmptyRead) {
     ToolRun run("pass");
     ASSERT_TRUE(run.runToCompletion());
@@ -201,9 +195,6 @@ TEST(ToolProcess, CompletesExactlyOnceAfterTheChunksBeforeIt) {
 }
 
 // fault: the tool is killed
-// injected: a real child sends itself SIGKILL
-// seen: a status that is not 0
-// kept: the end of the job, once
 TEST(ToolProcess, ReportsSuccessAndADeathBySignalApart) {
     ToolRun success("pass");
     ASSERT_TRUE(success.runToCompletion());
@@ -214,9 +205,6 @@ TEST(ToolProcess, ReportsSuccessAndADeathBySignalApart) {
 }
 
 // fault: the tool ends faster than its output is read
-// injected: a reader that is held up until the tool has ended
-// seen: what was being read; not what still waited in the pipe
-// kept: the end of the job, which waits for nothing
 TEST(ToolProcess, DoesNotShowWhatIsStillInThePipeWhenTheToolHasEnded) {
     const Fifo gate;
     ToolRun run("import os, sys; os.write(1, b'first\\n'); open(sys.argv[1]).read(); print('second')",
@@ -240,9 +228,6 @@ TEST(ToolProcess, DoesNotShowWhatIsStillInThePipeWhenTheToolHasEnded) {
 }
 
 // fault: the tool leaves a process behind that keeps the pipe open
-// injected: a real grandchild that waits
-// seen: the tool's own exit status at once
-// kept: no thread waits for the grandchild
 TEST(ToolProcess, EndsWithTheToolEvenWhenAGrandchildKeepsThePipeOpen) {
     const Fifo grandchildsEnd;
     ToolRun run(
@@ -257,9 +242,7 @@ TEST(ToolProcess, EndsWithTheToolEvenWhenAGrandchildKeepsThePipeOpen) {
 }
 
 // fault: the interpreter is missing
-// injected: a path that does not exist
 // seen: "start /nonexistent/python3: No such file or directory"
-// kept: no thread is left; no end of a job is reported
 TEST(ToolProcess, NeverCompletesWhenItCannotBeLaunched) {
     ToolRun run("pass", {}, "/nonexistent/python3");
     try {
@@ -274,9 +257,6 @@ TEST(ToolProcess, NeverCompletesWhenItCannotBeLaunched) {
 }
 
 // fault: the window is gone before the tool has ended
-// injected: what the job reports to is destroyed while a real child runs
-// seen: nothing
-// kept: the tool runs to its end; no thread or descriptor is left
 TEST(ToolProcess, DropsTextAndCompletionWhenWhatTheyWereForIsGone) {
     const Fifo gate;
     const auto before = ProcessResources::now();

@@ -60,10 +60,7 @@ class InterruptedBuild(WithAnEarlierApplication):
         return there
 
     # fault: the build command gets HUP, INT or TERM
-    # injected: the signal, to it alone or to its children as well, from each program that it runs, in turn
-    # seen: "…: failed, interrupted" and the command to start again, status 129, 130 or 143; once the new application
-    #     takes its place, that it is there
-    # kept: the application of the run before, or the new one; no temporary file
+    # seen: "…: failed, interrupted"
     def test_a_signal_at_any_call_leaves_the_old_application_or_the_new_one(self) -> None:
         ends = []
         for at, call in enumerate(self.calls_of_a_good_run(), 1):
@@ -84,9 +81,6 @@ class InterruptedBuild(WithAnEarlierApplication):
                 self.make_it_old()
 
     # fault: the build command is killed while the new application takes the place of the one before
-    # injected: SIGKILL to it and its children, before and after each move
-    # seen: nothing
-    # kept: the application of the run before, or the new one: in its place after the next run, even one that fails
     def test_killed_at_any_move_the_next_run_puts_the_application_back(self) -> None:
         for at, when in itertools.product(self.moves(), ("before", "after")):
             with self.subTest(move=at, when=when):
@@ -108,9 +102,7 @@ class MovesThatFail(WithAnEarlierApplication):
         self.assertEqual(done.stdout.splitlines()[-2:], [f"Application: failed, {outcome}", f"  Next: {following}"])
 
     # fault: the new application cannot take the place of the one before
-    # injected: each of three calls of mv fails
-    # seen: "Application: failed, mv: No space left on device"
-    # kept: the application of the run before
+    # seen: "No space left on device"
     def test_an_application_that_cannot_take_its_place_leaves_the_one_before(self) -> None:
         work = self.mac.work
         for which, following in (("new", f'df -h "{work}"'), ("old", f'ls -la "{work}"'), ("in", f'ls -la "{work}"')):
@@ -120,9 +112,7 @@ class MovesThatFail(WithAnEarlierApplication):
                 self.assert_nothing_is_left()
 
     # fault: neither the new application nor the one before can take its place
-    # injected: every mv to that place fails
-    # seen: "Application: failed, the application of the run before is in …", with the command that puts it back
-    # kept: the application of the run before, which that command or the next run puts back
+    # seen: "the application of the run before is in …"
     def test_an_application_that_cannot_come_back_is_named_with_the_command_that_brings_it(self) -> None:
         previous, app = self.mac.work / "previous", self.mac.app
         following = f'mv "{previous}" "{app}"'

@@ -359,9 +359,7 @@ class Failing(OnAMac):
         self.assertEqual(touched & {"touched", "brew", "git", "clang++", "xcrun", "otool", "vtool", "ctest"}, set())
 
     # fault: a program that the report runs does not end
-    # injected: a self-test that sleeps, and one that ignores its end
-    # seen: "failed, cut off after 90 s", and the facts after it
-    # kept: no process
+    # seen: "failed, cut off after 90 s"
     def test_a_program_that_hangs_is_cut_off_and_what_follows_is_still_asked(self) -> None:
         for failing in ("hang", "deaf"):
             with self.subTest(failing):
@@ -374,9 +372,7 @@ class Failing(OnAMac):
         self.assert_all_but(self.facts("child"))
 
     # fault: the report's file cannot be written
-    # injected: a zip that fails
     # seen: "report: the file cannot be written."
-    # kept: the file of an earlier run
     def test_a_file_that_cannot_be_written_leaves_the_one_before(self) -> None:
         self.facts()
         before = self.mac.result.read_bytes()
@@ -399,9 +395,7 @@ class Failing(OnAMac):
 
 class Interrupted(OnAMac):
     # fault: somebody ends the report before it is done
-    # injected: SIGINT, SIGTERM and SIGHUP while the self-test runs
     # seen: "report: interrupted; no report was written."
-    # kept: what was built, and the file of an earlier run
     def test_it_leaves_no_process_and_no_file_and_says_where_the_build_is(self) -> None:
         self.mac.work.mkdir(parents=True)
         self.mac.result.write_text("of an earlier run")

@@ -80,9 +80,6 @@ TEST(AtomicWrite, LeavesTheOldBytesToThoseWhoHaveThemOpen) {
 }
 
 // fault: a link stands in the place of the file
-// injected: a link to another file
-// seen: nothing
-// kept: the link's target; the link is replaced by the file
 TEST(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
     const TemporaryFolder folder;
     writeTestFile(folder / "victim", "precious");
@@ -94,9 +91,7 @@ TEST(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
 }
 
 // fault: the disk is full in the middle of the file
-// injected: RLIMIT_FSIZE
 // seen: "write …: File too large"
-// kept: the old file; no temporary file
 TEST(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "old");
@@ -111,9 +106,7 @@ TEST(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
 }
 
 // fault: a folder stands in the place of the file
-// injected: a folder
 // seen: "replace …: Is a directory"
-// kept: the folder; no temporary file
 TEST(AtomicWrite, NeverWritesOverAFolder) {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder / "folder");
@@ -122,9 +115,7 @@ TEST(AtomicWrite, NeverWritesOverAFolder) {
 }
 
 // fault: the folder of the file is missing
-// injected: a path below a folder that is not there
 // seen: "create …: No such file or directory"
-// kept: nothing was there
 TEST(AtomicWrite, RefusesAMissingFolder) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder / "none/file", "x"),
@@ -139,9 +130,7 @@ TEST(AtomicWrite, RefusesAPathWithANul) {
 }
 
 // fault: the folder may not be written
-// injected: an ordinary user and a folder without the right to write
 // seen: "create …: Permission denied"
-// kept: the old file; no temporary file
 TEST(AtomicWriteDeathTest, LeavesTheOldBytesAndNoTemporaryFileInAFolderThatMayNotBeWritten) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "old");

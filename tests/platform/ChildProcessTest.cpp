@@ -201,9 +201,6 @@ TEST(ChildProcess, GetsTheEnvironmentThatReplacesTheInheritedOne) {
 }
 
 // fault: the program has descriptors open that a child could inherit
-// injected: three descriptors without close-on-exec
-// seen: the child has its three streams and no more
-// kept: the program's descriptors
 TEST(ChildProcess, InheritsNoOtherDescriptor) {
     const std::array descriptors{FileDescriptor(::open("/dev/null", O_RDONLY)),
                                  FileDescriptor(::open("/dev/zero", O_RDONLY)),
@@ -248,9 +245,6 @@ TEST(ChildProcess, StartsWithNoSignalBlocked) {
 }
 
 // fault: the program, or its parent, ignores signals
-// injected: SIGHUP, SIGPIPE, SIGTERM and SIGINT are ignored
-// seen: the child starts with the default of each
-// kept: the program's own choice
 TEST(ChildProcess, StartsWithNoSignalIgnored) {
     const std::array signals{SIGHUP, SIGPIPE, SIGTERM, SIGINT};
     for (const int signal : signals) ASSERT_NE(std::signal(signal, SIG_IGN), SIG_ERR);
@@ -267,9 +261,6 @@ TEST(ChildProcess, ReportsItsExitStatus) {
 }
 
 // fault: a child is killed
-// injected: a real child sends itself SIGTERM or SIGKILL
-// seen: the signal's number as its status
-// kept: the child is reaped
 TEST(ChildProcess, ReportsASignalAsANumberOtherThanZero) {
     EXPECT_EQ(statusOf("kill -TERM $$"), SIGTERM);
     EXPECT_EQ(statusOf("kill -KILL $$"), SIGKILL);
@@ -344,9 +335,6 @@ TEST(ChildProcess, DeliversEveryByteOfALongOutput) {
 }
 
 // fault: a grandchild keeps the pipe open
-// injected: a real child that leaves a sleeping process behind
-// seen: the child's exit at once
-// kept: no thread is left when the output is not wanted any more
 TEST(ChildProcess, ReportsItsExitWhileAGrandchildKeepsThePipeOpen) {
     SupervisedRun run(shell, {"-c", "sleep 600 & echo $!; exit 3"});
     run.process->launchSupervised();
@@ -452,9 +440,7 @@ TEST(ChildProcess, RunsWithoutHandlers) {
 }
 
 // fault: the executable is missing
-// injected: a path that does not exist
 // seen: "start /nonexistent/python3: No such file or directory"
-// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAMissingExecutable) {
     expectRefusal("/nonexistent/python3", {"x"}, "start /nonexistent/python3: No such file or directory");
 }
@@ -468,9 +454,7 @@ TEST(ChildProcess, SearchesNothingForABareName) {
 }
 
 // fault: the executable may not be executed
-// injected: a file without the right
 // seen: "start …: Permission denied"
-// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAFileThatIsNotExecutable) {
     const TemporaryFolder folder;
     writeTestFile(folder / "tool", "#!/bin/sh\n");
@@ -478,9 +462,7 @@ TEST(ChildProcess, RefusesAFileThatIsNotExecutable) {
 }
 
 // fault: the executable is no program
-// injected: an executable text file
 // seen: "start …: Exec format error"
-// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAFileInNoExecutableFormat) {
     const TemporaryFolder folder;
     writeTestFile(folder / "tool", "text");
@@ -489,18 +471,14 @@ TEST(ChildProcess, RefusesAFileInNoExecutableFormat) {
 }
 
 // fault: a folder stands in the place of the executable
-// injected: a folder
 // seen: "start …: Permission denied"
-// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesAFolder) {
     const TemporaryFolder folder;
     expectRefusal(folder.path(), {}, "start " + folder.path() + ": Permission denied");
 }
 
 // fault: an argument holds a NUL
-// injected: a NUL in an argument and in the executable's path
 // seen: "start … (an argument holds a NUL character): Invalid argument"
-// kept: nothing runs with a shortened argument
 TEST(ChildProcess, RefusesANulThatWouldCutAnArgumentOrItsNameShort) {
     expectRefusal("/bin/echo", {"a", "b\0c"s},
                   "start /bin/echo (an argument holds a NUL character): Invalid argument");
@@ -508,9 +486,7 @@ TEST(ChildProcess, RefusesANulThatWouldCutAnArgumentOrItsNameShort) {
 }
 
 // fault: the arguments are too long for the system
-// injected: an argument of 256 KB
 // seen: "start /bin/true: Argument list too long"
-// kept: no thread or descriptor is left
 TEST(ChildProcess, RefusesArgumentsThatAreTooLongForTheSystem) {
     expectRefusal("/bin/true", {std::string(1 << 18, 'a')}, "start /bin/true: Argument list too long");
 }

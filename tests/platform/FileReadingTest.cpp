@@ -65,27 +65,21 @@ TEST(FileReading, ReadsAFileOfExactlyTheLimitAndRefusesOneByteMore) {
 }
 
 // fault: a file is missing
-// injected: a path that does not exist
 // seen: "open …: No such file or directory"
-// kept: no descriptor stays open
 TEST(FileReading, RefusesAMissingFile) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder / "none"), "open " + (folder / "none") + ": No such file or directory");
 }
 
 // fault: a folder stands in the place of a file
-// injected: a folder
 // seen: "read …: Is a directory"
-// kept: the folder
 TEST(FileReading, RefusesAFolder) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder.path()), "read " + folder.path() + ": Is a directory");
 }
 
 // fault: a FIFO stands in the place of a file
-// injected: a FIFO that nobody writes to
 // seen: "read (not a regular file) …: Invalid argument"
-// kept: the program, which does not wait
 TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
     const TemporaryFolder folder;
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
@@ -94,9 +88,7 @@ TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
 }
 
 // fault: a device stands in the place of a file
-// injected: /dev/null
 // seen: "read (not a regular file) /dev/null: Invalid argument"
-// kept: the refusal comes at once
 TEST(FileReading, RefusesADevice) {
     EXPECT_EQ(refusalOf("/dev/null"), "read (not a regular file) /dev/null: Invalid argument");
 }
@@ -112,9 +104,7 @@ TEST(FileReading, RefusesAPathWithANulInsteadOfOpeningItsBeginning) {
 }
 
 // fault: a file may not be read
-// injected: an ordinary user and a file without the right to read
 // seen: "open …: Permission denied"
-// kept: the file
 TEST(FileReadingDeathTest, RefusesAFileThatTheUserMayNotRead) {
     const TemporaryFolder folder;
     writeTestFile(folder / "secret", "text");
@@ -124,9 +114,6 @@ TEST(FileReadingDeathTest, RefusesAFileThatTheUserMayNotRead) {
 }
 
 // fault: a file becomes shorter while it is read
-// injected: the file is cut between opening and reading
-// seen: the bytes that are left, which no digest matches
-// kept: the program
 TEST(FileReading, GivesFewerBytesOfAFileThatBecameShorter) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "12345");
@@ -136,9 +123,7 @@ TEST(FileReading, GivesFewerBytesOfAFileThatBecameShorter) {
 }
 
 // fault: a file becomes longer while it is read
-// injected: the file grows between opening and reading
-// seen: "read (the file is being changed) …: Resource temporarily unavailable"
-// kept: the file
+// seen: "read (the file is being changed) …"
 TEST(FileReading, RefusesAFileThatBecameLonger) {
     const TemporaryFolder folder;
     writeTestFile(folder / "file", "12345");

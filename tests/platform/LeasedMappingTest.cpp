@@ -45,9 +45,6 @@ TEST_F(ALeasedMapping, HoldsTheBytesOfTheFileAlsoWhenTheFileIsClosed) {
 }
 
 // fault: the image is cut off while it is read
-// injected: an open for writing while it is mapped
-// seen: nothing; whoever wants to change the file waits
-// kept: the bytes; no SIGBUS
 TEST_F(ALeasedMapping, KeepsWritersWaitingUntilItIsGone) {
     {
         const auto mapping = LeasedMapping::create(opened(O_RDONLY).get(), bytes.size());

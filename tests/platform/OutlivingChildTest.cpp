@@ -61,9 +61,6 @@ std::vector<int> statusesOfThoseLeftBehind() {
 }
 
 // fault: the program dies while its child runs
-// injected: SIGKILL, SIGTERM and SIGABRT to a real process; its child then prints a megabyte
-// seen: nothing
-// kept: the child, which ends well; afterwards no process is left
 TEST(OutlivingChild, PrintsAMegabyteToNobodyAndEndsWell) {
     for (const int signal : {SIGKILL, SIGTERM, SIGABRT}) {
         const Fifo gate;
@@ -77,9 +74,6 @@ TEST(OutlivingChild, PrintsAMegabyteToNobodyAndEndsWell) {
 }
 
 // fault: the program dies while its child runs, and a process that the child started keeps the pipe
-// injected: SIGKILL to a real process; the child's own child prints a megabyte after the child's end
-// seen: nothing
-// kept: both, which end well; afterwards no process is left
 TEST(OutlivingChild, MayLeaveAGrandchildThatPrints) {
     const Fifo gate;
     const Fifo second;

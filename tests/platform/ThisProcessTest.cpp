@@ -68,9 +68,7 @@ TEST(ThisProcess, KnowsTheRealPathOfItsExecutable) {
 }
 
 // fault: the standard streams are closed
-// injected: a shell closes all three
-// seen: every read and write fails: "write standard output: Bad file descriptor"
-// kept: no file of the program gets a stream's number
+// seen: "write standard output: Bad file descriptor"
 TEST(ThisProcess, GivesClosedStreamsAPlaceWhereReadingAndWritingFail) {
     EXPECT_EQ(streamsReport("<&- >&- 2>&-"),
               "read 0: -1\n"
@@ -94,9 +92,7 @@ TEST(ThisProcess, LeavesOpenStreamsAsTheyAre) {
 }
 
 // fault: both output streams are full
-// injected: /dev/full
 // seen: "write standard output: No space left on device"
-// kept: the program, which says nothing more
 TEST(ThisProcess, ReportsAFullStandardOutputAndKeepsAFullStandardErrorToItself) {
     EXPECT_THAT(streamsReport("</dev/null >/dev/full 2>/dev/full"),
                 testing::HasSubstr("\nwrite standard output: No space left on device\n"));

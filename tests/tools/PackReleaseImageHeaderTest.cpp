@@ -33,9 +33,7 @@ TEST(PackReleaseImageHeader, PassesWhenItSaysWhatTheFlashingToolWouldWrite) {
 }
 
 // fault: the header of the image and the release's settings differ
-// injected: another mode, size or frequency in the header
 // seen: "The image's header bytes 2 and 3 are …, but the flashing tool would rewrite them to …"
-// kept: the bundle, which was not touched yet
 TEST(PackReleaseImageHeader, IsRefusedWithBothPairsOfBytesWhenTheToolWouldRewriteIt) {
     EXPECT_EQ(errorFor(0x00, 0x3F, "80m"),
               "The image's header bytes 2 and 3 are 00 3F, but the flashing tool would rewrite them to 02 3F "

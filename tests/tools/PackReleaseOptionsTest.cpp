@@ -65,9 +65,7 @@ TEST(PackReleaseOptions, CapitalizeOnlyTheAsciiLettersOfTheNameForTheButton) {
 }
 
 // fault: a required option is missing
-// injected: each of the four left out in turn
-// seen: "--bundle: the option is missing", and so on
-// kept: the bundle, which was not touched yet
+// seen: "the option is missing"
 TEST(PackReleaseOptions, NameTheRequiredOptionThatIsMissing) {
     for (std::size_t pair = 0; pair < required.size(); pair += 2) {
         Arguments arguments = required;
@@ -78,10 +76,8 @@ TEST(PackReleaseOptions, NameTheRequiredOptionThatIsMissing) {
 }
 
 // fault: an option is unknown, repeated, or without a value
-// injected: nine such command lines
-// seen: "--speed: unknown option", "--name: given more than once", "--hardware: the value is missing" or
-//     "--hardware: the value is empty"
-// kept: the bundle, which was not touched yet
+// seen: "--speed: unknown option", "--name: given more than once", "--hardware: the value is missing", "--hardware: the
+//     value is empty"
 TEST(PackReleaseOptions, RefuseWhatIsUnknownRepeatedOrWithoutValue) {
     EXPECT_EQ(errorFor(requiredAnd({"--speed", "1"})), "--speed: unknown option");
     EXPECT_EQ(errorFor(requiredAnd({"--baud=115200"})), "--baud=115200: unknown option");
@@ -95,10 +91,8 @@ TEST(PackReleaseOptions, RefuseWhatIsUnknownRepeatedOrWithoutValue) {
 }
 
 // fault: the flashing tool would refuse a value
-// injected: speeds, a frequency and a way to end that it does not know
-// seen: "--baud: not a positive integer", "--frequency: must be 80m, 40m, 26m or 20m" or "--after: must be
-//     hard_reset, soft_reset or no_reset"
-// kept: the bundle, which was not touched yet
+// seen: "--baud: not a positive integer", "--frequency: must be 80m, 40m, 26m or 20m", "--after: must be hard_reset,
+//     soft_reset or no_reset"
 TEST(PackReleaseOptions, RefuseValuesThatTheFlashingToolWouldNotTake) {
     for (const char* baud : {"0", "-1", "+1", "1e6", "115200 ", "9223372036854775808"})
         EXPECT_EQ(errorFor(requiredAnd({"--baud", baud})), "--baud: not a positive integer") << baud;
@@ -108,9 +102,7 @@ TEST(PackReleaseOptions, RefuseValuesThatTheFlashingToolWouldNotTake) {
 }
 
 // fault: a text is no UTF-8
-// injected: ill-formed sequences in each text
-// seen: "--hardware: not valid UTF-8", and so on
-// kept: the bundle, which was not touched yet
+// seen: "not valid UTF-8"
 TEST(PackReleaseOptions, RefuseTextThatIsNotUtf8) {
     for (const char* option : {"--hardware", "--confirmation"})
         EXPECT_EQ(errorFor(requiredAnd({option, "\xC3("})), std::string(option) + ": not valid UTF-8");
@@ -122,9 +114,7 @@ TEST(PackReleaseOptions, RefuseTextThatIsNotUtf8) {
 }
 
 // fault: a text would break a line, steer a terminal, or be read by the flashing tool as a file of arguments
-// injected: a line break, a control character, a line separator and "@" in each text
-// seen: "--name: holds a line break or another control character" or "--name: must not begin with @", and so on
-// kept: the bundle, which was not touched yet
+// seen: "holds a line break or another control character", "must not begin with @"
 TEST(PackReleaseOptions, RefuseTextThatWouldNotStayOneLineOfItsOwn) {
     for (const char* option : {"--name", "--version", "--hardware", "--confirmation"}) {
         const auto errorForText = [option](const std::string& text) {

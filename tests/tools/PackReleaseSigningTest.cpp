@@ -43,9 +43,7 @@ TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
 }
 
 // fault: the signing tool fails
-// injected: a stand-in for it ends with 3
 // seen: "the new release is in place, but signing the bundle failed: … ended with 3: …"
-// kept: the new release
 TEST_F(PackReleaseSigning, SaysThatTheReleaseIsInPlaceWhenTheToolFailsAndDoesNotVerify) {
     standInDoes("echo 'Some Flasher.app: bundle format unrecognized' >&2; exit 3");
     EXPECT_EQ(errorOfSigning(), "the new release is in place, but signing the bundle failed: " + tool +
@@ -54,9 +52,7 @@ TEST_F(PackReleaseSigning, SaysThatTheReleaseIsInPlaceWhenTheToolFailsAndDoesNot
 }
 
 // fault: the signature does not verify
-// injected: a stand-in for the signing tool refuses to verify
 // seen: "the new release is in place, but verifying its signature failed: … ended with 1: …"
-// kept: the new release
 TEST_F(PackReleaseSigning, PassesTheFindingOfTheVerification) {
     standInDoes("[ \"$1\" != --verify ] || { echo 'a sealed resource is missing or invalid'; exit 1; }");
     EXPECT_EQ(errorOfSigning(), "the new release is in place, but verifying its signature failed: " + tool +
@@ -64,9 +60,6 @@ TEST_F(PackReleaseSigning, PassesTheFindingOfTheVerification) {
 }
 
 // fault: the signing tool prints very much
-// injected: a stand-in for it prints 300000 bytes
-// seen: nothing
-// kept: the new release, signed
 TEST_F(PackReleaseSigning, ReadsAToolThatPrintsMoreThanAPipeHolds) {
     standInDoes("head -c 300000 /dev/zero | tr '\\0' x");
     EXPECT_EQ(errorOfSigning(), "no error");
@@ -80,9 +73,7 @@ TEST_F(PackReleaseSigning, KeepsABundleWhoseNameStartsWithADashFromBeingAnOption
 }
 
 // fault: the bundle shall be signed where nothing can sign
-// injected: no file at the tool's place
 // seen: "--sign: there is no … here; bundles are signed on macOS"
-// kept: the bundle, which was not touched yet
 TEST_F(PackReleaseSigning, NeedsAToolThatCanBeRun) {
     standInDoes("exit 0");
     EXPECT_NO_THROW(requireSigningTool(tool));

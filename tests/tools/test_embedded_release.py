@@ -73,9 +73,7 @@ class EmbeddedRelease(unittest.TestCase):
         self.assert_embedded("1.2.3", image(b"real"))
 
     # fault: the release to be built in is no image
-    # injected: a text file
-    # seen: the build stops with "pack-release: The embedded file is not a complete QELMO firmware image."
-    # kept: no bundle with a wrong release is built
+    # seen: "pack-release: The embedded file is not a complete QELMO firmware image."
     def test_stops_the_build_with_pack_releases_sentence_for_a_wrong_image(self) -> None:
         self.image.write_bytes(b"not an image")
         self.configure_release()
@@ -84,10 +82,7 @@ class EmbeddedRelease(unittest.TestCase):
         self.assertIn(INCOMPLETE, (done.stdout + done.stderr).splitlines())
 
     # fault: a setting of the release is missing
-    # injected: no version
-    # seen: the configuration stops with "A release needs its image, its version and its name: QELMO_RELEASE_VERSION
-    #     missing."
-    # kept: nothing is built
+    # seen: "A release needs its image, its version and its name: QELMO_RELEASE_VERSION missing."
     def test_needs_image_version_and_name_together(self) -> None:
         self.image.write_bytes(image(b""))
         done = self.configure("-DQELMO_RELEASE_IMAGE=merged.bin", "-DQELMO_RELEASE_NAME=Varnox")
@@ -96,9 +91,7 @@ class EmbeddedRelease(unittest.TestCase):
                       " ".join(done.stderr.split()))
 
     # fault: the release to be built in is missing
-    # injected: no file of that name
-    # seen: the configuration stops with "QELMO_RELEASE_IMAGE: there is no file …"
-    # kept: nothing is built
+    # seen: "QELMO_RELEASE_IMAGE: there is no file …"
     def test_names_the_image_that_is_not_there_before_anything_is_built(self) -> None:
         done = self.configure("-DQELMO_RELEASE_IMAGE=merged.bin", "-DQELMO_RELEASE_VERSION=1",
                               "-DQELMO_RELEASE_NAME=Varnox")

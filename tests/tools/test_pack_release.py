@@ -150,9 +150,7 @@ class Packing(PackReleaseTest):
         self.assertIn(image_name(first), self.names())
 
     # fault: the image of the bundle was damaged, and its manifest cannot be read
-    # injected: other bytes in both files
-    # seen: "Replaced  no release", and status 0
-    # kept: the new release, which verifies
+    # seen: "Replaced  no release"
     def test_repairs_an_image_that_was_damaged_and_a_manifest_that_cannot_be_read(self) -> None:
         data = image("1")
         self.pack("1", data)
@@ -163,9 +161,6 @@ class Packing(PackReleaseTest):
         self.assertEqual(self.verified_version(), "1")
 
     # fault: a killed run left its files
-    # injected: temporary files and an image of its own naming, beside files of similar names
-    # seen: status 0
-    # kept: every file that it did not name itself
     def test_removes_what_a_killed_run_left_but_no_file_that_it_did_not_name(self) -> None:
         self.resources.mkdir()
         own = [f"{MANIFEST}.tmp-aB3dE6", f"{image_name(b'x')}.tmp-aB3dE6", image_name(b"x")]
@@ -190,9 +185,7 @@ class Packing(PackReleaseTest):
         self.assertEqual(given.read_bytes(), image("2"))
 
     # fault: nothing can be printed
-    # injected: standard output is full
-    # seen: "pack-release: the new release is in place, but: …: No space left on device", status 1
-    # kept: the new release, which verifies
+    # seen: "pack-release: the new release is in place, but: …: No space left on device"
     def test_says_that_the_release_is_in_place_when_only_its_report_cannot_be_printed(self) -> None:
         with open("/dev/full", "w", encoding="utf-8") as full:
             done = subprocess.run(self.command("1", image("1")), stdout=full, stderr=subprocess.PIPE, text=True,
@@ -214,27 +207,20 @@ class Refusing(PackReleaseTest):
         self.pack("1", image("old"))
 
     # fault: the image is not complete
-    # injected: too short, or without either first byte
-    # seen: "pack-release: The embedded file is not a complete QELMO firmware image.", status 1
-    # kept: the bundle, byte for byte
+    # seen: "The embedded file is not a complete QELMO firmware image."
     def test_says_what_the_application_would_say_of_an_incomplete_image(self) -> None:
         self.assert_refused(INCOMPLETE, self.prepared(image("")[:0x10000]))
         self.assert_refused(INCOMPLETE, self.prepared(b"\xE8" + image("")[1:]))
         self.assert_refused(INCOMPLETE, self.prepared(image("")[:0x10000] + b"\xE8"))
 
     # fault: the image is larger than the flash
-    # injected: one byte more
-    # seen: "pack-release: The image has 8388609 bytes, but the device's flash holds 8388608.", status 1
-    # kept: the bundle, byte for byte
+    # seen: "The image has 8388609 bytes, but the device's flash holds 8388608."
     def test_refuses_an_image_that_is_larger_than_the_flash_by_one_byte(self) -> None:
         self.assert_refused("The image has 8388609 bytes, but the device's flash holds 8388608.",
                             self.prepared(image("").ljust(8388609, b"\xFF")))
 
     # fault: the image was built for other flash settings, and the tool would rewrite its header
-    # injected: another mode in the header
-    # seen: "pack-release: The image's header bytes 2 and 3 are 00 3F, but the flashing tool would rewrite them to 02 3F
-    #     …" with the two ways out, status 1
-    # kept: the bundle, byte for byte
+    # seen: "The image's header bytes 2 and 3 are 00 3F, but the flashing tool would rewrite them to 02 3F …"
     def test_refuses_a_header_that_the_flashing_tool_would_rewrite_unless_told_to_accept_it(self) -> None:
         data = image("new", b"\xE9\x03\x00\x3F")
         self.assert_refused(
@@ -246,9 +232,7 @@ class Refusing(PackReleaseTest):
         self.assertEqual(self.verified_version(), "2")
 
     # fault: the image is missing or a folder
-    # injected: its file is removed; a folder takes its place
-    # seen: "pack-release: open …: No such file or directory" or "pack-release: read …: Is a directory", status 1
-    # kept: the bundle, byte for byte
+    # seen: "open …: No such file or directory", "read …: Is a directory"
     def test_names_the_image_that_cannot_be_read(self) -> None:
         command = self.prepared(image("new"))
         source = Path(command[command.index("--image") + 1])
@@ -258,9 +242,7 @@ class Refusing(PackReleaseTest):
         self.assert_refused(f"read {source}: Is a directory", command)
 
     # fault: the given bundle is none
-    # injected: another folder, no folder, a program
-    # seen: "pack-release: not an application bundle, it has no Contents folder: …", status 1
-    # kept: the bundle, byte for byte
+    # seen: "not an application bundle, it has no Contents folder: …"
     def test_refuses_a_folder_that_is_no_bundle(self) -> None:
         command = self.prepared(image("new"))
         at = command.index("--bundle") + 1
@@ -269,9 +251,7 @@ class Refusing(PackReleaseTest):
             self.assert_refused(f"not an application bundle, it has no Contents folder: {bundle}", command)
 
     # fault: a folder stands in the place of the manifest
-    # injected: a folder of that name
-    # seen: "pack-release: read …: Is a directory", status 1
-    # kept: the bundle, byte for byte
+    # seen: "read …: Is a directory"
     def test_refuses_a_folder_in_the_manifest_s_place(self) -> None:
         (self.resources / MANIFEST).unlink()
         (self.resources / MANIFEST).mkdir()
@@ -279,17 +259,13 @@ class Refusing(PackReleaseTest):
 
     @unittest.skipIf(os.access("/usr/bin/codesign", os.X_OK), "there is a signing tool here")
     # fault: the bundle shall be signed where nothing can sign
-    # injected: "--sign" away from macOS
-    # seen: "pack-release: --sign: there is no /usr/bin/codesign here; bundles are signed on macOS", status 1
-    # kept: the bundle, byte for byte
+    # seen: "--sign: there is no /usr/bin/codesign here; bundles are signed on macOS"
     def test_refuses_to_sign_before_it_touches_anything_where_there_is_no_signing_tool(self) -> None:
         self.assert_refused("--sign: there is no /usr/bin/codesign here; bundles are signed on macOS",
                             self.prepared(image("new"), "--sign"))
 
     # fault: the command line has an unknown option
-    # injected: "--speed 1"
-    # seen: "pack-release: --speed: unknown option", status 2
-    # kept: the bundle, byte for byte
+    # seen: "--speed: unknown option"
     def test_refuses_a_command_line_that_it_does_not_understand_with_status_2(self) -> None:
         self.assert_refused("--speed: unknown option", self.prepared(image("new"), "--speed", "1"), 2)
 
@@ -299,9 +275,7 @@ class Refusing(PackReleaseTest):
 
 class TwoAtOnce(PackReleaseTest):
     # fault: two runs work on one bundle
-    # injected: the test holds the lock
-    # seen: "pack-release: another pack-release is at work on this bundle", status 1
-    # kept: the bundle, byte for byte
+    # seen: "another pack-release is at work on this bundle"
     def test_lets_nobody_in_while_another_one_holds_the_bundle(self) -> None:
         self.pack("1", image("1"))
         folder = os.open(self.resources, os.O_RDONLY)
@@ -310,9 +284,7 @@ class TwoAtOnce(PackReleaseTest):
         self.assert_refused("another pack-release is at work on this bundle", self.command("2", image("2")))
 
     # fault: many runs start at once on one bundle
-    # injected: six real runs
-    # seen: each either packs or says "pack-release: another pack-release is at work on this bundle"
-    # kept: one whole release that verifies, of a run that reported success
+    # seen: "pack-release: another pack-release is at work on this bundle"
     def test_leaves_one_whole_release_of_one_that_reported_success(self) -> None:
         runs = [subprocess.Popen(self.command(str(n), image(str(n)).ljust(1 << 20)), text=True,
                                  stdout=subprocess.DEVNULL, stderr=subprocess.PIPE) for n in range(6)]
@@ -373,9 +345,6 @@ class Interrupted(PackReleaseTest):
         self.assertEqual(steps.count("unlink"), 3)
 
     # fault: the run is killed
-    # injected: SIGKILL at each call that touches the bundle, in turn
-    # seen: no message; the status of SIGKILL
-    # kept: the old release or the new one, whole and verified; the next run replaces it
     def test_killed_at_any_call_leaves_a_release_that_verifies_and_that_the_next_run_replaces(self) -> None:
         versions = []
         for name, number in self.calls():
@@ -391,10 +360,7 @@ class Interrupted(PackReleaseTest):
         self.assertEqual(set(versions), {"1", "2"})
 
     # fault: the disk is full, or another call fails
-    # injected: ENOSPC from each call that touches the bundle, in turn
-    # seen: "pack-release: …: No space left on device", status 1; behind the point of no return with "the new release is
-    #     in place"
-    # kept: the old release, byte for byte, or the new one, whole and verified
+    # seen: "pack-release: …: No space left on device", "the new release is in place"
     def test_a_call_that_fails_leaves_no_new_file_or_the_new_release(self) -> None:
         for name, number in self.calls():
             with self.subTest(failing=f"{name} {number}"):

@@ -240,10 +240,6 @@ class Tool(device_case.DeviceTest):
         }
 
     # fault: the port is missing, denied, busy or no serial port; the tool lacks a module; the device's firmware runs
-    # injected: a name without a node, a terminal without rights or in exclusive use, /dev/null; an interpreter that
-    #     sees only one of the two modules; a boot log behind the port
-    # seen: the tool's sentences in docs/troubleshooting.md, word for word
-    # kept: the device, which nobody has written to
     def test_says_now_what_the_page_marks_as_seen(self) -> None:
         seen = [block.lines for block in blocks() if block.who == "tool" and block.seen]
 

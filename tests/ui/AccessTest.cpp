@@ -164,9 +164,6 @@ TEST_F(Access, PressesAButtonWithTheSpaceBarReturnAndEnter) {
 }
 
 // fault: Return is held down on the flash button
-// injected: a press of the key that repeats and never ends
-// seen: nothing
-// kept: no alert is open that the same key could answer
 TEST_F(Access, LetsAReturnThatIsHeldDownPressNothing) {
     QWidget* const flash = delegate->flashButton;
     takeLog();

@@ -59,10 +59,7 @@ TEST_F(BootPortMenu, SortsByBytesAndNotByNumbers) {
 }
 
 // fault: no boot port is there
-// injected: a private /dev with other devices only
-// seen: "WAITING FOR G0 BOOT PORT" in warning, "No ESP32-S3 boot port found" and the line that says what to
-//     do
-// kept: the release; the flash button is disabled
+// seen: "WAITING FOR G0 BOOT PORT", "No ESP32-S3 boot port found"
 TEST_F(BootPortMenu, SaysThatThereIsNoPortWhenOnlyOtherDevicesAreThere) {
     const BootPort callIn("tty.usbmodem101");
     const BootPort bluetooth("cu.Bluetooth-Incoming-Port");
@@ -115,9 +112,6 @@ TEST_F(BootPortMenu, ForgetsTheChosenPortWithEveryScan) {
 }
 
 // fault: the device is unplugged before the refresh
-// injected: its node is removed
-// seen: no port, and the flash button is disabled
-// kept: the release
 TEST_F(BootPortMenu, FollowsAPortThatIsUnpluggedAndPluggedInAgainWithTheRefresh) {
     launch();
     {
@@ -131,9 +125,6 @@ TEST_F(BootPortMenu, FollowsAPortThatIsUnpluggedAndPluggedInAgainWithTheRefresh)
 }
 
 // fault: the ports are listed while a job runs
-// injected: a call during a real job
-// seen: nothing
-// kept: the menu, the status and the log
 TEST_F(BootPortMenu, StaysAsItIsWhileAFlashJobRuns) {
     const BootPort port("cu.usbmodem101");
     const Fifo gate;

@@ -73,9 +73,7 @@ protected:
 };
 
 // fault: the tool is killed by SIGTERM, SIGKILL or SIGSEGV
-// injected: a real child sends itself the signal
-// seen: "FLASH FAILED" in danger; the failure line ends the log; no alert
-// kept: the release and the port list; the next press starts a new job
+// seen: "FLASH FAILED"
 TEST_F(FlashFaults, AToolKilledByAnySignalHasFailed) {
     for (const int signal : {SIGTERM, SIGKILL, SIGSEGV})
         EXPECT_EQ(logOfFailedJob("import resource\nresource.setrlimit(resource.RLIMIT_CORE, (0, 0))\n"
@@ -87,9 +85,6 @@ TEST_F(FlashFaults, AToolKilledByAnySignalHasFailed) {
 }
 
 // fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
-// injected: a real child writes the bytes
-// seen: U+FFFD for each byte of the surrogate and for the broken character, in the log
-// kept: the text around them, and the lines that follow
 TEST_F(FlashFaults, BytesThatAreNoTextAreShownAndTheLogGoesOn) {
     const Fifo gate;
     setTool("os.write(1, b'a\\0b\\x1b[31mc\\xed\\xa0\\x80d\\xe2\\x82')\nopen('" + gate.path() +
@@ -108,9 +103,6 @@ TEST_F(FlashFaults, BytesThatAreNoTextAreShownAndTheLogGoesOn) {
 }
 
 // fault: the tool prints one line of 256 KB and never ends it
-// injected: a real child writes it
-// seen: the whole line in the log while the tool still runs
-// kept: the window, which goes on answering, and the end of the job
 TEST_F(FlashFaults, AnEndlessLineIsShownWhole) {
     constexpr std::size_t length = 1 << 18;
     const Fifo gate;
@@ -130,9 +122,7 @@ TEST_F(FlashFaults, AnEndlessLineIsShownWhole) {
 }
 
 // fault: no descriptor is left when the user refreshes
-// injected: RLIMIT_NOFILE in the running window
-// seen: "NOT READY" in danger, and "open …: Too many open files" in the panel and the log
-// kept: the window; the next refresh finds the release again, and a job runs
+// seen: "NOT READY", "open …: Too many open files"
 TEST_F(FlashFaults, ARefreshWithoutADescriptorSaysSo) {
     takeLog();
     {
@@ -144,9 +134,7 @@ TEST_F(FlashFaults, ARefreshWithoutADescriptorSaysSo) {
 }
 
 // fault: no descriptor is left when the user presses the flash button
-// injected: RLIMIT_NOFILE in the running window
-// seen: the alert "QELMO Flasher stopped" with "open …: Too many open files"
-// kept: status, release and ports; nothing is asked or written; the next press runs a job
+// seen: "QELMO Flasher stopped", "open …: Too many open files"
 TEST_F(FlashFaults, APressWithoutADescriptorSaysSo) {
     takeLog();
     {
@@ -163,9 +151,7 @@ TEST_F(FlashFaults, APressWithoutADescriptorSaysSo) {
 }
 
 // fault: the descriptors suffice to validate the release, but not to start the tool
-// injected: RLIMIT_NOFILE leaves one free
-// seen: "FLASHER COULD NOT START" in danger; the alert names the interpreter and "Too many open files"
-// kept: the release and the ports; all controls are enabled; the next press runs a job
+// seen: "FLASHER COULD NOT START", "Too many open files"
 TEST_F(FlashFaults, APressWithOneDescriptorCannotStartTheTool) {
     takeLog();
     {
@@ -202,9 +188,7 @@ private:
 };
 
 // fault: there is no memory for the image
-// injected: RLIMIT_AS in the running window leaves 64 MB for an image of 200 MB
-// seen: "NOT READY" in danger, and "read …: Cannot allocate memory" in the panel and the log
-// kept: the window; with an image that fits the next refresh finds the release again
+// seen: "NOT READY", "read …: Cannot allocate memory"
 TEST_F(FlashFaults, AnImageThatDoesNotFitIntoMemoryIsRefused) {
     takeLog();
     release.manifest.set("binary.size", std::to_string(200U << 20));
@@ -237,10 +221,7 @@ public:
 };
 
 // fault: /dev cannot be read
-// injected: no user but root may list the private /dev, and the window's user is another
-// seen: "WAITING FOR G0 BOOT PORT" in warning, "No ESP32-S3 boot port found" and the line
-//     that says what to do
-// kept: the release; no alert; the next refresh finds the port
+// seen: "WAITING FOR G0 BOOT PORT", "No ESP32-S3 boot port found"
 TEST_F(FlashFaults, AnUnreadableDevIsAnEmptyOne) {
     takeLog();
     {
@@ -260,10 +241,6 @@ TEST_F(FlashFaults, AnUnreadableDevIsAnEmptyOne) {
 }
 
 // fault: ports come and go while /dev is scanned
-// injected: a thread makes and removes two nodes as fast as it can during 500 scans or more, until one was seen
-//     with and one without a node
-// seen: each time a list in order, with the port that stays
-// kept: the menu, which always shows the list; afterwards the port that stays is alone
 TEST_F(FlashFaults, PortsThatComeAndGoDuringAScanNeverBreakTheList) {
     std::atomic<bool> done = false;
     std::thread plugging([&done] {

@@ -84,27 +84,18 @@ protected:
 };
 
 // fault: no release has been validated
-// injected: the press without one
-// seen: nothing
-// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, IsSilentWithoutARelease) {
     delegate->resources.reset();
     expectSilence();
 }
 
 // fault: no port is selected
-// injected: the press without a selection
-// seen: nothing
-// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, IsSilentWhenNoPortIsSelected) {
     delegate->portPopup->setCurrentIndex(-1);
     expectSilence();
 }
 
 // fault: the selection is outside the list of ports
-// injected: a further item in the menu
-// seen: nothing
-// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, IsSilentWithTheSelectionOutsideTheListOfPorts) {
     delegate->portPopup->addItem(QStringLiteral("/dev/cu.usbmodem102"));
     delegate->portPopup->setCurrentIndex(1);
@@ -119,9 +110,6 @@ TEST_F(FlashJobRefusal, IsSilentWithThePlaceholderSelected) {
 }
 
 // fault: the button is pressed while a job runs
-// injected: the press during a real job
-// seen: nothing
-// kept: the running job
 TEST_F(FlashJobRefusal, IsSilentWhileAJobRuns) {
     const Fifo gate;
     setTool("open('" + gate.path() + "').read()\nsys.exit(1)");
@@ -136,9 +124,7 @@ TEST_F(FlashJobRefusal, IsSilentWhileAJobRuns) {
 }
 
 // fault: the image was changed after validation
-// injected: one byte of the file
-// seen: the alert "QELMO Flasher stopped" with "The embedded firmware checksum is not trusted."
-// kept: status, release and ports; nothing is asked, nothing runs
+// seen: "QELMO Flasher stopped", "The embedded firmware checksum is not trusted."
 TEST_F(FlashJobRefusal, NamesTheFaultOfAnImageThatWasChanged) {
     std::string image = ReleaseFixture::smallestImage();
     image[100] = 'x';
@@ -147,19 +133,14 @@ TEST_F(FlashJobRefusal, NamesTheFaultOfAnImageThatWasChanged) {
 }
 
 // fault: the tool was removed after validation
-// injected: the file is removed
-// seen: the alert "QELMO Flasher stopped" with "The local Espressif tool is missing. Run
-//     BUILD-FULL-MAC.command once."
-// kept: status, release and ports; nothing is asked, nothing runs
+// seen: "QELMO Flasher stopped", "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."
 TEST_F(FlashJobRefusal, NamesTheFaultWhenTheToolIsGone) {
     std::filesystem::remove(release.tool());
     expectPressRefused("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
 }
 
 // fault: the manifest was damaged after validation
-// injected: a value of another type
-// seen: the alert "QELMO Flasher stopped" with "flash.baud: expected an integer, found a string"
-// kept: status, release and ports; nothing is asked, nothing runs
+// seen: "QELMO Flasher stopped", "flash.baud: expected an integer, found a string"
 TEST_F(FlashJobRefusal, NamesTheFaultOfAManifestThatCannotBeDecoded) {
     release.manifest.set("flash.baud", R"("fast")");
     writeRelease();
@@ -167,9 +148,7 @@ TEST_F(FlashJobRefusal, NamesTheFaultOfAManifestThatCannotBeDecoded) {
 }
 
 // fault: another valid release took the place of the validated one
-// injected: image and manifest are replaced
-// seen: the alert "QELMO Flasher stopped" with "The embedded release changed after validation."
-// kept: status, release and ports; nothing is asked, nothing runs
+// seen: "QELMO Flasher stopped", "The embedded release changed after validation."
 TEST_F(FlashJobRefusal, RefusesAnotherValidReleaseThatTookThePlaceOfTheValidatedOne) {
     std::string image = ReleaseFixture::smallestImage();
     image[100] = 'x';
@@ -193,9 +172,7 @@ TEST_F(FlashJobRefusal, AsksBeforeAnythingIsErased) {
 }
 
 // fault: the user does not confirm
-// injected: a click on "Cancel"
 // seen: "Flash cancelled. Nothing was written."
-// kept: the window as it was; nothing runs
 TEST_F(FlashJobRefusal, WritesOneLineWhenTheUserCancels) {
     expectDeclined(click("Cancel"));
 }
@@ -209,9 +186,6 @@ TEST_F(FlashJobRefusal, TakesClosingTheAlertAsCancel) {
 }
 
 // fault: the button is pressed again behind the open alert
-// injected: two more presses
-// seen: nothing
-// kept: the one alert
 TEST_F(FlashJobRefusal, IgnoresASecondPressBehindAnOpenAlert) {
     const AlertAction pressAgain = [this](QMessageBox&) {
         delegate->flashDevice();
@@ -230,9 +204,7 @@ TEST_F(FlashJobRefusal, CanBeFollowedByAJob) {
 class WithoutTheInterpreter : public ReadyWindowTest {};
 
 // fault: the interpreter may not be executed
-// injected: a device in its place, in mounts of the test's own
-// seen: "FLASHER COULD NOT START" in danger; the alert names the interpreter
-// kept: the flash button is enabled again
+// seen: "FLASHER COULD NOT START"
 TEST_F(WithoutTheInterpreter, AFlashJobSaysThatItCannotStartAndWhy) {
     takeLog();
     const AlertAnswer confirmation(click("ERASE + FLASH"));

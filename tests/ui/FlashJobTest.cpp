@@ -146,9 +146,7 @@ TEST_F(FlashJob, ReportsSuccessInTheStatusThenTheLogThenAnAlert) {
 }
 
 // fault: the tool ends with a status that is not 0
-// injected: a real child ends with 1
-// seen: "FLASH FAILED" in danger; the failure line ends the log; no alert
-// kept: all controls are enabled
+// seen: "FLASH FAILED"
 TEST_F(FlashJob, FailsWithoutAnAlertWhenTheToolExitsWithOne) {
     expectFailure("sys.exit(1)");
 }
@@ -162,9 +160,7 @@ TEST_F(FlashJob, FailsWithoutAnAlertWhenTheToolIsKilled) {
 }
 
 // fault: the tool fails, and the user tries again
-// injected: a real child ends with 2, the next one well
-// seen: "FLASH FAILED", then "FLASH COMPLETE"
-// kept: the release and the port
+// seen: "FLASH FAILED", "FLASH COMPLETE"
 TEST_F(FlashJob, CanBeRepeatedAfterAFailure) {
     expectFailure("sys.exit(2)");
     setTool("");
@@ -209,9 +205,6 @@ TEST_F(FlashJob, WorksOnTheChosenPort) {
 }
 
 // fault: port and release are lost while the user is asked
-// injected: the node is removed and the manifest damaged behind the alert
-// seen: the job as it was confirmed
-// kept: the tool's arguments
 TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
     letToolWriteDownItsArguments();
     const AlertAction loseEverything = [this](QMessageBox&) {
@@ -243,9 +236,7 @@ TEST_F(FlashJob, LeavesTheListOfPortsAloneAfterAnyOutcome) {
 }
 
 // fault: the tool cannot be launched
-// injected: an environment that is too long for the system
-// seen: "FLASHER COULD NOT START" in danger; the alert names the interpreter and "Argument list too long"
-// kept: all controls are enabled; the next press runs a job
+// seen: "FLASHER COULD NOT START", "Argument list too long"
 TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     takeLog();
     {
@@ -272,10 +263,8 @@ TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
 }
 
 // fault: a tool of another window, which may be gone, still uses the port
-// injected: the port is claimed
-// seen: "FLASHER COULD NOT START" in danger; the alert "QELMO Flasher stopped" with "An earlier flash job is still
-//     running on /dev/cu.usbmodem101; it ends by itself, and then the port is free again."
-// kept: all controls are enabled; the next press after that job runs a job
+// seen: "FLASHER COULD NOT START", "QELMO Flasher stopped", "An earlier flash job is still running on
+//     /dev/cu.usbmodem101; it ends by itself, and then the port is free again."
 TEST_F(FlashJob, IsRefusedWhileAnEarlierOneStillUsesThePort) {
     setTool("");
     takeLog();
@@ -306,9 +295,6 @@ TEST_F(FlashJob, HandsTheEnvironmentOfTheStartToTheTool) {
 }
 
 // fault: the window is gone when the tool ends
-// injected: it is destroyed while a real child runs
-// seen: nothing
-// kept: the tool runs to its end
 TEST_F(FlashJob, EndsWithoutATraceWhenTheDelegateIsGone) {
     const Fifo gate;
     setTool("open('" + gate.path() + "').read()\nprint('late words')");

@@ -176,9 +176,6 @@ TEST_F(Log, GrowsBehindAnOpenAlert) {
 }
 
 // fault: the window is gone when a text is to be shown
-// injected: it is destroyed before the text's turn
-// seen: nothing
-// kept: the program
 TEST_F(Log, DropsTextsWhenTheDelegateIsGone) {
     delegate->appendLog("nobody reads this", true);
     const std::weak_ptr<AppDelegate> gone = delegate;

@@ -197,9 +197,6 @@ TEST_F(MainQueueOfQt, DropsADelayedTaskWhenItIsClosedMeanwhile) {
 }
 
 // fault: a task of the main queue throws, because the system refuses a call
-// injected: a task that throws
-// seen: the program ends with status 1 and the error's words in one line
-// kept: nothing is thrown through the toolkit; the tasks behind it do not run
 TEST_F(MainQueueOfQt, EndsTheLoopWithWhatATaskThrows) {
     queue.post([] { throw std::runtime_error("refused"); });
     queue.post(note(2));

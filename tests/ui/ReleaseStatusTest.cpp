@@ -112,9 +112,7 @@ TEST_F(ReleaseStatus, ReportsAFirstSuccessAsVerifiedEvenWhenTheUserAskedForIt) {
 }
 
 // fault: a refresh finds a fault
-// injected: the tool is removed
-// seen: "NOT READY" in danger and the reason in the panel and the log
-// kept: the button's title and the list of ports; no flash
+// seen: "NOT READY"
 TEST_F(ReleaseStatus, KeepsTheTitleAndThePortsWhenARefreshFails) {
     const BootPort port("cu.usbmodem101");
     release.manifest.set("flash.confirmationText", R"("FLASH VARNOX & MORE")");
@@ -169,9 +167,7 @@ Damage wrongValue(const std::string& name, const std::string& path, const std::s
 class DamagedRelease : public ReleaseStatus, public testing::WithParamInterface<Damage> {};
 
 // fault: the release is damaged at the start
-// injected: each checked value, the image's magic and the tool in turn
-// seen: "NOT READY" in danger; the sentence of that fault in the panel, and behind "STOP: " in the log
-// kept: the window; no flash
+// seen: "NOT READY", "STOP:"
 TEST_P(DamagedRelease, IsRefusedInThePanelTheStatusAndTheLog) {
     GetParam().make(release);
     writeRelease();
@@ -198,9 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return test.param.name; });
 
 // fault: the image is missing at the start
-// injected: the file is removed
-// seen: "RELEASE VALIDATION FAILED" and "open …/release-complete.bin: No such file or directory"
-// kept: the window
+// seen: "RELEASE VALIDATION FAILED", "No such file or directory"
 TEST_F(ReleaseStatus, NamesTheImageThatIsMissing) {
     std::filesystem::remove(release.image());
     launch();

@@ -84,9 +84,6 @@ TEST_F(StartUp, TakesTheBundlesIcon) {
 }
 
 // fault: the bundle has no icon
-// injected: the file is removed
-// seen: the program's own icon
-// kept: the start; no word about it
 TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundleHasNone) {
     std::filesystem::remove(release.resources() + "/AppIcon.icns");
     launch();
@@ -96,9 +93,6 @@ TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundleHasNone) {
 }
 
 // fault: the bundle's icon is damaged
-// injected: a file that was cut
-// seen: the program's own icon
-// kept: the start; no word about it
 TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
     writeTestFile(release.resources() + "/AppIcon.icns", redIcon().substr(0, 40));
     launch();
@@ -127,9 +121,6 @@ TEST_F(StartUp, QuitsWhenTheWindowIsClosed) {
 }
 
 // fault: the window is closed while a job runs
-// injected: a real close during a real job
-// seen: the program ends with status 0
-// kept: the tool runs to its end
 TEST_F(StartUp, QuitsWhenTheWindowIsClosedDuringAFlashJobAndLeavesTheToolRunning) {
     const QuitRule rule;
     const BootPort port("cu.usbmodem101");

@@ -34,9 +34,6 @@ class ReportFile(WindowedProcess):
         super().setUp()
 
     # fault: the disk that takes the report file of the window self-test is full
-    # injected: a /tmp of 16 KB without one free byte
-    # seen: nothing
-    # kept: the report on standard output and status 0; no half file and no temporary file
     def test_on_a_full_disk_is_left_out(self) -> None:
         listing = self.folder / "listing"
         self.environment["LISTING"] = str(listing)
@@ -49,9 +46,6 @@ class ReportFile(WindowedProcess):
         self.assertEqual([name for name in names if name.startswith("qelmo")], [])
 
     # fault: another user has put a link where the report file of the window self-test goes
-    # injected: a link of that user to a file of this one
-    # seen: nothing
-    # kept: the link's target; the report replaces the link where the system allows it
     @unittest.skipUnless(os.geteuid() == 0, "needs a link of another user")
     def test_replaces_another_users_link_and_leaves_its_target_alone(self) -> None:
         victim = self.folder / "victim"
@@ -63,9 +57,6 @@ class ReportFile(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
 
     # fault: the system protects another user's report file from being replaced
-    # injected: the program runs as an ordinary user
-    # seen: nothing
-    # kept: that file; the report on standard output and status 0
     @unittest.skipUnless(os.geteuid() == 0, "needs a file of another user")
     def test_that_the_system_protects_stays_as_it_is(self) -> None:
         pathlib.Path(REPORT).write_text("theirs")
@@ -74,9 +65,6 @@ class ReportFile(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), "theirs")
 
     # fault: the user's files may not grow
-    # injected: RLIMIT_FSIZE 0
-    # seen: nothing
-    # kept: the report on standard output and status 0; no temporary file; no death by SIGXFSZ
     def test_that_may_not_grow_is_left_out(self) -> None:
         self.assert_passed(self.run_program(**limit(resource.RLIMIT_FSIZE, 0)))
         self.assertEqual(glob.glob(REPORT + "*"), [])
@@ -84,9 +72,7 @@ class ReportFile(WindowedProcess):
 
 class Limits(WindowedProcess):
     # fault: the user may make no thread, which the toolkit cannot do without
-    # injected: RLIMIT_NPROC 0 as an ordinary user
-    # seen: "The flasher cannot run: start the window: Resource temporarily unavailable", status 1
-    # kept: nothing on standard output; the program does not wait forever
+    # seen: "The flasher cannot run: start the window: Resource temporarily unavailable"
     def test_of_threads_is_named_in_one_sentence(self) -> None:
         os.chmod(self.folder, 0o755)
         user = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.geteuid() == 0 else {}
@@ -95,9 +81,7 @@ class Limits(WindowedProcess):
                          (1, "", "The flasher cannot run: start the window: Resource temporarily unavailable\n"))
 
     # fault: there are too few descriptors for the toolkit
-    # injected: RLIMIT_NOFILE 4 to 12
-    # seen: "The flasher cannot run: start the window: Too many open files", status 1
-    # kept: nothing on standard output; no abort
+    # seen: "The flasher cannot run: start the window: Too many open files"
     def test_of_descriptors_is_named_in_one_sentence(self) -> None:
         for number in range(4, 13):
             with self.subTest(number):
@@ -108,9 +92,7 @@ class Limits(WindowedProcess):
 
 class StandardOutput(WindowedProcess):
     # fault: nobody reads the window self-test's standard output any more
-    # injected: a pipe without a reader
     # seen: "The report cannot be printed: write standard output: Broken pipe"
-    # kept: the report file; the status of the verdict
     def test_that_nobody_reads_leaves_the_status_of_the_verdict(self) -> None:
         reading, writing = os.pipe()
         os.close(reading)
@@ -129,9 +111,7 @@ class Calls(WindowedProcess):
                                 "inject=" + injected)
 
     # fault: no descriptor is left while the window starts
-    # injected: EMFILE when the delegate looks for its argument, in the middle of the event loop
-    # seen: "The flasher cannot run: open /proc/self/cmdline: Too many open files", status 1
-    # kept: no crash; nothing on standard output; no report file
+    # seen: "The flasher cannot run: open /proc/self/cmdline: Too many open files"
     def test_that_fail_inside_the_event_loop_end_the_program_in_one_sentence(self) -> None:
         done = self.run_with("/proc/self/cmdline", "openat:error=EMFILE:when=2")
         self.assertEqual((done.returncode, done.stdout, done.stderr),
@@ -139,10 +119,7 @@ class Calls(WindowedProcess):
         self.assertFalse(os.path.exists(REPORT))
 
     # fault: the program cannot find out where it stands, at any moment of its start and of its self-test
-    # injected: EACCES for its own path, once, at the first to the eighth look
-    # seen: the report, or "The flasher cannot run: read /proc/self/exe: Permission denied" and status 1, or, where the
-    #     loader looks, "The window cannot be opened: libQelmoWindow.so: cannot open shared object file" and status 1
-    # kept: no crash; status 0 only with a passed report
+    # seen: "The window cannot be opened: libQelmoWindow.so: cannot open …"
     def test_that_find_the_bundle_may_fail_at_any_moment(self) -> None:
         sentence = (1, "", "The flasher cannot run: read /proc/self/exe: Permission denied\n")
         seen = []
@@ -157,9 +134,6 @@ class Calls(WindowedProcess):
         self.assertNotEqual(seen, [sentence] * len(seen))
 
     # fault: /dev cannot be read while the window starts
-    # injected: EACCES for every listing of it
-    # seen: the passed report
-    # kept: the verdict, which does not depend on ports, and status 0
     def test_that_list_the_ports_do_not_concern_the_verdict(self) -> None:
         self.assert_passed(self.run_with("/dev", "openat:error=EACCES"))
 

@@ -115,9 +115,6 @@ class SelfTestReport(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
 
     # fault: the bundle's folder is named like what the loader replaces in a path
-    # injected: folders of such names, and another window library where the loader looks next
-    # seen: nothing
-    # kept: the bundle's own window library; the report and status 0
     def test_the_bundle_may_be_in_a_folder_of_any_name(self) -> None:
         decoys = self.folder / "decoys"
         decoys.mkdir()
@@ -133,9 +130,7 @@ class SelfTestReport(WindowedProcess):
         self.assert_passed(self.run_program(arguments=("-platform", "nosuch", "--window-self-test", "-x")))
 
     # fault: the bundle has no icon
-    # injected: the file is removed
-    # seen: "window_self_test=FAILED" and "icon_resource=MISSING", status 1
-    # kept: the other lines of the report
+    # seen: "self_test=FAILED", "resource=MISSING"
     def test_a_missing_icon_fails_it(self) -> None:
         self.bundle.icon.unlink()
         done = self.run_program()
@@ -144,9 +139,7 @@ class SelfTestReport(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), expected)
 
     # fault: the release is not valid
-    # injected: a manifest of an empty object
-    # seen: "window_self_test=FAILED", status 1
-    # kept: the other lines of the report
+    # seen: "VALIDATING RELEASE"
     def test_an_invalid_release_fails_it(self) -> None:
         self.bundle.manifest.write_text("{}")
         done = self.run_program()
@@ -154,9 +147,6 @@ class SelfTestReport(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), FAILED_WITHOUT_RELEASE)
 
     # fault: a folder stands where the report file goes
-    # injected: a folder
-    # seen: nothing
-    # kept: the folder; the report on standard output and status 0
     def test_a_folder_in_the_files_place_changes_nothing(self) -> None:
         os.mkdir(REPORT)
         self.assert_passed(self.run_program())
@@ -164,9 +154,6 @@ class SelfTestReport(WindowedProcess):
         self.assert_no_temporary_file()
 
     # fault: /tmp is read-only
-    # injected: mounts of the test's own
-    # seen: nothing
-    # kept: the report on standard output and status 0
     def test_a_readonly_tmp_changes_nothing(self) -> None:
         done = self.run_program(str(PRIVATE_DEV), "--readonly-tmp", "--")
         if done.returncode == 77:
@@ -175,9 +162,6 @@ class SelfTestReport(WindowedProcess):
         self.assertFalse(os.path.exists(REPORT))
 
     # fault: a link stands where the report file goes
-    # injected: a link to another file
-    # seen: nothing
-    # kept: the link's target; the report replaces the link
     def test_a_symbolic_link_in_the_files_place_is_replaced_and_not_followed(self) -> None:
         victim = self.folder / "victim"
         victim.write_text("precious")
@@ -189,9 +173,6 @@ class SelfTestReport(WindowedProcess):
 
     @unittest.skipUnless(os.geteuid() == 0, "needs a file of another user")
     # fault: another user's file stands where the report file goes
-    # injected: a file of that user, and the right to replace it
-    # seen: nothing
-    # kept: the report, in its place
     def test_another_users_file_is_replaced_where_the_system_allows_it(self) -> None:
         pathlib.Path(REPORT).write_text("window_self_test=OK\n")
         os.chown(REPORT, 65534, 65534)
@@ -201,9 +182,7 @@ class SelfTestReport(WindowedProcess):
         self.assertEqual(pathlib.Path(REPORT).read_text(), FAILED_WITHOUT_RELEASE)
 
     # fault: standard output is full
-    # injected: /dev/full
-    # seen: "The report cannot be printed: write standard output: No space left on device" on standard error
-    # kept: the report file; the status of the verdict
+    # seen: "The report cannot be printed: write standard output: No space left on device"
     def test_a_full_standard_output_leaves_the_status_of_the_verdict(self) -> None:
         sentence = "The report cannot be printed: write standard output: No space left on device\n"
         for manifest, status, report in ((None, 0, PASSED), ("{}", 1, FAILED_WITHOUT_RELEASE)):
@@ -215,9 +194,7 @@ class SelfTestReport(WindowedProcess):
                 self.assertEqual(pathlib.Path(REPORT).read_text(), report)
 
     # fault: standard output is closed
-    # injected: a shell closes it
-    # seen: "The report cannot be printed: " and the reason on standard error
-    # kept: the report file; the status of the verdict
+    # seen: "The report cannot be printed:"
     def test_a_closed_standard_output_leaves_the_status_of_the_verdict(self) -> None:
         done = self.run_program("sh", "-c", 'exec "$0" "$@" >&-')
         self.assertEqual((done.returncode, done.stderr.count("\n")), (0, 1))
@@ -227,9 +204,7 @@ class SelfTestReport(WindowedProcess):
 
 class StartThatFails(WindowedProcess):
     # fault: no display can be used
-    # injected: DISPLAY is missing or names none
-    # seen: "The window cannot be opened: no display can be used." in one line, status 1
-    # kept: nothing on standard output
+    # seen: "The window cannot be opened: no display can be used."
     def test_without_a_display_it_is_one_sentence(self) -> None:
         for display in (None, ":4711"):
             with self.subTest(display=display):
@@ -241,9 +216,7 @@ class StartThatFails(WindowedProcess):
                 self.assertEqual(done.stdout, "")
 
     # fault: the bundle has no window library
-    # injected: the folder is removed
-    # seen: "The window cannot be opened: " and the loader's reason in one line, status 1
-    # kept: nothing on standard output; no report file
+    # seen: "The window cannot be opened:"
     def test_without_the_window_library_it_is_one_sentence(self) -> None:
         shutil.rmtree(self.bundle.contents / "Frameworks")
         done = self.run_program()
@@ -295,9 +268,6 @@ class Session(WindowedProcess):
         self.assert_quits_silently(program)
 
     # fault: the user closes the window while a job runs
-    # injected: the window manager's keys during a real job
-    # seen: status 0 without a word
-    # kept: the tool runs to its end
     def test_closing_the_window_ends_the_program_also_while_a_flash_job_runs(self) -> None:
         subprocess.run([PRIVATE_DEV, "--check"], check=True)
         port = pathlib.Path("/dev/cu.usbmodem101")
