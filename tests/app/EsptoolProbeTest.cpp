@@ -81,8 +81,10 @@ TEST(EsptoolProbe, ReadsWhatTheToolWritesToStandardErrorOnly) {
 TEST(EsptoolProbe, RunsTheToolWithItsVersionCommandAndNothingElse) {
     const TemporaryFolder folder;
     const std::string tool = folder / "my \u00E9sptool \xFF.py";
-    writeTestFile(tool, "import os, sys; os.write(1, b'|'.join(map(os.fsencode, sys.argv)))");
-    EXPECT_EQ(esptoolVersion(tool), (folder / "my \u00E9sptool \uFFFD.py") + "|version");
+    writeTestFile(tool,
+                  "import os; os.write(1, open('/proc/self/cmdline', 'rb').read().replace(b'\\0', b'|'))");
+    EXPECT_EQ(esptoolVersion(tool),
+              "/usr/bin/python3|" + (folder / "my \u00E9sptool \uFFFD.py") + "|version|");
 }
 
 TEST(EsptoolProbe, LeavesEnvironmentAndWorkingDirectoryAlone) {

@@ -29,8 +29,10 @@ TEST(BootPorts, AreReadyWhenThereIsOnlyTheOneOfASerialBridge) {
 }
 
 TEST(BootPorts, SortUpperCaseBeforeLowerCase) {
-    EXPECT_THAT(candidateBootPorts({"cu.usbmodem1", "cu.wchusbserial1", "cu.SLAB_USBtoUART9"}),
-                ElementsAre("/dev/cu.SLAB_USBtoUART9", "/dev/cu.usbmodem1", "/dev/cu.wchusbserial1"));
+    EXPECT_THAT(
+        candidateBootPorts({"cu.usbmodema", "cu.usbmodemB", "cu.wchusbserial1", "cu.SLAB_USBtoUART9"}),
+        ElementsAre("/dev/cu.SLAB_USBtoUART9", "/dev/cu.usbmodemB", "/dev/cu.usbmodema",
+                    "/dev/cu.wchusbserial1"));
 }
 
 TEST(BootPorts, SortDigitsAsCharacters) {
@@ -56,7 +58,14 @@ TEST(BootPorts, NeedTheWholePrefixAtTheStartAndNothingMore) {
     EXPECT_THAT(candidateBootPorts({"cu.usbmodem", "cu.usbserial", "cu.SLAB_USBtoUART", "cu.wchusbserial"}),
                 ElementsAre("/dev/cu.SLAB_USBtoUART", "/dev/cu.usbmodem", "/dev/cu.usbserial",
                             "/dev/cu.wchusbserial"));
-    EXPECT_THAT(candidateBootPorts({"cu.usbmode", "xcu.usbmodem1", ".cu.usbmodem1", ""}), IsEmpty());
+    EXPECT_THAT(candidateBootPorts({"xcu.usbmodem1", ".cu.usbmodem1", ""}), IsEmpty());
+    for (const std::string prefix :
+         {"cu.usbmodem", "cu.usbserial", "cu.SLAB_USBtoUART", "cu.wchusbserial", "ttyACM", "ttyUSB"}) {
+        for (std::size_t length = 0; length < prefix.size(); ++length) {
+            const std::string start = prefix.substr(0, length);
+            EXPECT_THAT(candidateBootPorts({start, start + "_1"}), IsEmpty()) << start;
+        }
+    }
 }
 
 #ifdef __linux__

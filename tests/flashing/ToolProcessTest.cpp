@@ -125,6 +125,21 @@ TEST(ToolProcess, GivesTheToolItsOwnEnvironmentWithUnbufferedOutput) {
     EXPECT_TRUE(run.queue->runUntil([&] { return run.completions > 0; }));
 }
 
+TEST(ToolProcess, GivesTheInterpreterNoArgumentOfItsOwn) {
+    const std::string script =
+        "import os, sys; os.write(1, open('/proc/self/cmdline', 'rb').read()); open(sys.argv[1]).read()";
+    const Fifo gate;
+    ToolRun run(script, {gate.path()});
+    std::string expected;
+    for (const std::string& argument : {std::string(pythonPath), std::string("-c"), script, gate.path()})
+        expected += argument + '\0';
+    run.process->launchSupervised();
+    EXPECT_TRUE(run.queue->runUntil([&] { return run.logText().size() >= expected.size(); }));
+    EXPECT_EQ(run.logText(), expected);
+    gate.open();
+    EXPECT_TRUE(run.queue->runUntil([&] { return run.completions > 0; }));
+}
+
 TEST(ToolProcess, ShowsOutputWhileTheToolRunsWithoutWaitingForWholeLines) {
     const Fifo gate;
     ToolRun run("import sys; print('Writing', end=''); open(sys.argv[1]).read()", {gate.path()});
@@ -238,6 +253,33 @@ TEST(ToolProcess, EndsWithTheToolEvenWhenAGrandchildKeepsThePipeOpen) {
     ASSERT_TRUE(run.runToCompletion());
     EXPECT_EQ(run.status, 5);
     EXPECT_TRUE(run.waitForThreads()) << "the reader still waits for the grandchild";
+    grandchildsEnd.open();
+}
+
+/// Asks, as soon as something is posted, whether the reader's thread has ended.
+class QueueThatWaitsForTheReader : public InMemoryMainQueue {
+public:
+    void post(Task task) override {
+        readerHasEnded =
+            eventually([this] { return ProcessResources::now().threads == before_.threads + 1; });
+        InMemoryMainQueue::post(std::move(task));
+    }
+    bool readerHasEnded = false;
+
+private:
+    const ProcessResources before_ = ProcessResources::now();
+};
+
+TEST(ToolProcess, ReadsNothingMoreOnceItsEndIsPosted) {
+    const Fifo grandchildsEnd;
+    const auto queue = std::make_shared<QueueThatWaitsForTheReader>();
+    bool completed = false;
+    setUpToolProcess(
+        {"/bin/sh", {"-c", R"({ read line <"$0"; } &)", grandchildsEnd.path()}, processEnvironment()}, queue,
+        {[](const std::string&) {}, [&](const auto&) { completed = true; }})
+        ->launchSupervised();
+    EXPECT_TRUE(queue->runUntil([&] { return completed; }));
+    EXPECT_TRUE(queue->readerHasEnded);
     grandchildsEnd.open();
 }
 

@@ -255,9 +255,16 @@ TEST(ChildProcess, StartsWithNoSignalIgnored) {
 }
 
 TEST(ChildProcess, ReportsItsExitStatus) {
-    EXPECT_EQ(statusOf("exit 0"), 0);
-    EXPECT_EQ(statusOf("exit 1"), 1);
-    EXPECT_EQ(statusOf("exit 255"), 255);
+    for (const int status : {0, 1, 2, 127, 128, 129, 255})
+        EXPECT_EQ(statusOf("exit " + std::to_string(status)), status);
+}
+
+TEST(ChildProcess, IsNoSuccessWhenSomebodyElseHasFetchedItsStatus) {
+    const auto process = ChildProcess::create("/bin/true", {});
+    process->launch();
+    ASSERT_GT(::waitpid(-1, nullptr, 0), 0);
+    process->waitUntilExit();
+    EXPECT_EQ(process->terminationStatus(), 255);
 }
 
 // fault: a child is killed

@@ -408,6 +408,13 @@ TEST(ReleaseValidation, RefusesAHugeFileOfTheRightLengthWithoutReadingIt) {
     EXPECT_EQ(release.failure(), "read " + release.image() + ": File too large");
 }
 
+TEST(ImageDigest, CoversAnImageLargerThanTheDevicesFlashToItsLastByte) {
+    std::string image((8U << 20) + 1, '\xE9');
+    const std::string digest = imageDigest(bytesOf(image));
+    image.back() = '\xE8';
+    EXPECT_NE(imageDigest(bytesOf(image)), digest);
+}
+
 TEST(ImageDigest, IsWrittenWithLeadingZerosInLowerCase) {
     // FIPS 180-4, known answer of the empty message.
     EXPECT_EQ(imageDigest({}), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
