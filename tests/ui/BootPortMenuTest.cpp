@@ -1,8 +1,14 @@
+#ifdef __linux__
+#include <sys/inotify.h>
+#include <unistd.h>
+#endif
+
 #include <QApplication>
 #include <QComboBox>
 #include <QTest>
 #include <QWheelEvent>
 
+#include "platform/FileDescriptor.h"
 #include "tests/support/Fifo.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
@@ -48,6 +54,18 @@ TEST_F(BootPortMenu, IsReadyWithOnePort) {
     EXPECT_EQ(statusColour(), hex(delegate->accent));
     EXPECT_THAT(takeLog(), EndsWith("Found 1 candidate boot port.\n"));
 }
+
+#ifdef __linux__
+TEST_F(BootPortMenu, OpensNoPortToListIt) {
+    const BootPort port("cu.usbmodem101");
+    const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watch.get(), port.path().c_str(), IN_OPEN), 0);
+    launch();
+    EXPECT_THAT(delegate->ports, ElementsAre(port.path()));
+    inotify_event opened{};
+    EXPECT_EQ(::read(watch.get(), &opened, sizeof opened), -1);
+}
+#endif
 
 TEST_F(BootPortMenu, SortsByBytesAndNotByNumbers) {
     const BootPort nine("cu.usbmodem9");

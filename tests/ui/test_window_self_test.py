@@ -114,6 +114,11 @@ class SelfTestReport(WindowedProcess):
         self.assert_passed(self.run_program())
         self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
 
+    def test_the_toolkits_messages_do_not_reach_standard_error(self) -> None:
+        self.environment["QT_LOGGING_RULES"] = "*=true"
+        self.environment["QT_STYLE_OVERRIDE"] = "nosuch"
+        self.assert_passed(self.run_program())
+
     # fault: the bundle's folder is named like what the loader replaces in a path
     def test_the_bundle_may_be_in_a_folder_of_any_name(self) -> None:
         decoys = self.folder / "decoys"
