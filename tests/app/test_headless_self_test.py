@@ -4,10 +4,13 @@ import hashlib
 import json
 import os
 import shutil
+import socket
 import stat
 import subprocess
+import sys
 import tempfile
 import unittest
+import unittest.mock
 from pathlib import Path
 
 EXECUTABLE = Path(os.environ["QELMO_BUNDLE"], "Contents", "MacOS", "QelmoFlasher")
@@ -114,6 +117,24 @@ class Report(HeadlessTest):
         result = self.app.run("--self-test")
         self.assert_passes(result, self.app.report())
         self.assertEqual(result.stdout.count(b"\n"), 9)
+
+    def test_is_written_line_by_line(self):
+        reading, writing = socket.socketpair(socket.AF_UNIX, socket.SOCK_DGRAM)  # keeps each write apart
+        with reading, writing:
+            self.assertEqual(self.app.run("--self-test", stdout=writing).returncode, 0)
+            reading.setblocking(False)
+            writes = [reading.recv(4096) for _ in range(9)]
+            self.assertRaises(BlockingIOError, reading.recv, 1)
+        self.assertEqual(writes, self.app.report().splitlines(keepends=True))
+
+    @unittest.skipUnless(sys.platform == "linux", "the language is made for Linux")
+    def test_shows_its_numbers_the_same_in_a_language_that_groups_digits(self):
+        german = {"LOCPATH": os.environ["QELMO_BUILD"] + "/tests/locale", "LC_ALL": "de_DE.UTF-8"}
+        printed = subprocess.run(["/usr/bin/printf", "%'d", "65537"], env=german, capture_output=True, text=True,
+                                 timeout=LIMIT_SECONDS, check=True)
+        self.assertEqual(printed.stdout, "65.537", "the package locales is missing")
+        with unittest.mock.patch.dict(os.environ, german):
+            self.assert_passes(self.app.run("--self-test"), self.app.report())
 
     def test_says_nothing_after_release_when_the_version_is_empty(self):
         self.app.manifest["version"] = ""
