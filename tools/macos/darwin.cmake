@@ -1,5 +1,5 @@
-# Builds for macOS on Debian: the compiler of darwin-c++, Qt's headers and tools and GoogleTest's sources from Debian.
-# cross-check says which architecture.
+# Builds for macOS on Debian: with the compiler of darwin-c++, and Qt's headers and tools from Debian. cross-check says
+# which architecture.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_CXX_COMPILER "${CMAKE_CURRENT_LIST_DIR}/darwin-c++")
 set(CMAKE_OSX_SYSROOT "" CACHE PATH "")
@@ -14,5 +14,5 @@ set(CMAKE_FIND_FRAMEWORK NEVER)
 set(CMAKE_LIBRARY_ARCHITECTURE x86_64-linux-gnu)
 list(APPEND CMAKE_PREFIX_PATH /usr)
 set(QELMO_OLDEST_QT 6.4) # Debian's. What is built with it is not for a Mac.
-set(GTest_DIR "${CMAKE_CURRENT_LIST_DIR}" CACHE PATH "")
+set(GTest_DIR "$ENV{QELMO_PRECOMPILED}/googletest/lib/cmake/GTest" CACHE PATH "")
 set(CMAKE_PROJECT_INCLUDE "${CMAKE_CURRENT_LIST_DIR}/after-project.cmake")
