@@ -1,11 +1,14 @@
 #include "ui/LogTextView.h"
 
 #include <QEvent>
+#include <QMimeData>
 #include <QPainter>
 #include <QScrollBar>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
+#include <QTextDocumentFragment>
+#include <algorithm>
 
 #include "ui/Colour.h"
 
@@ -13,9 +16,9 @@ namespace qelmo {
 
 namespace {
 
-/// A line that grows is laid out anew with every piece. Without spaces, looking for word boundaries makes
-/// that many times as slow, so a tool that forgets its line feeds gets its text wrapped anywhere.
-constexpr int longestWordWrappedLine = 4096;
+/// The toolkit lays out a whole paragraph whenever a piece is appended to it, and some take the square of its
+/// length. So a line that is longer is kept in several paragraphs.
+constexpr int longestParagraph = 4096;
 
 constexpr int focusRingWidth = 2;
 
@@ -46,15 +49,54 @@ void LogTextView::append(const std::string& text) {
     const int anchor = selected.anchor(), position = selected.position();
     QTextCursor end(document());
     end.movePosition(QTextCursor::End);
+    // Nothing is laid out before the paragraphs have their lengths.
+    end.beginEditBlock();
+    QTextBlock paragraph = end.block();
     end.insertText(QString::fromStdString(text));
+    for (; paragraph.isValid(); paragraph = paragraph.next()) breakAfterLongestLength(paragraph);
+    end.endEditBlock();
     if (anchor != position) {
         // A selection that touches the end has grown with the text.
         selected.setPosition(anchor);
         selected.setPosition(position, QTextCursor::KeepAnchor);
         setTextCursor(selected);
     }
-    if (end.block().length() > longestWordWrappedLine) setWordWrapMode(QTextOption::WrapAnywhere);
     verticalScrollBar()->setValue(verticalScrollBar()->maximum());
+}
+
+void LogTextView::breakAfterLongestLength(const QTextBlock& paragraph) {
+    // The length counts the paragraph's end, too.
+    if (paragraph.length() - 1 <= longestParagraph) return;
+    int place = paragraph.position() + longestParagraph;
+    // Both halves of a character stay together.
+    if (document()->characterAt(place).isLowSurrogate()) --place;
+    QTextCursor cursor(document());
+    cursor.setPosition(place);
+    cursor.insertBlock();
+    addedBreaks_.push_back(place);
+}
+
+QString LogTextView::withoutAddedBreaks(const QString& text, int start) const {
+    QString whole;
+    whole.reserve(text.size());
+    qsizetype taken = 0;
+    for (auto added = std::lower_bound(addedBreaks_.begin(), addedBreaks_.end(), start);
+         added != addedBreaks_.end() && *added < start + text.size(); ++added) {
+        whole += QStringView(text).sliced(taken, *added - start - taken);
+        taken = *added - start + 1;
+    }
+    return whole += QStringView(text).sliced(taken);
+}
+
+QString LogTextView::toPlainText() const {
+    return withoutAddedBreaks(QPlainTextEdit::toPlainText(), 0);
+}
+
+QMimeData* LogTextView::createMimeDataFromSelection() const {
+    const QTextCursor selected = textCursor();
+    auto* const copied = new QMimeData;
+    copied->setText(withoutAddedBreaks(selected.selection().toPlainText(), selected.selectionStart()));
+    return copied;
 }
 
 bool LogTextView::showsFocus() const {

@@ -2,6 +2,7 @@
 
 #include <QPlainTextEdit>
 #include <string>
+#include <vector>
 
 namespace qelmo {
 
@@ -14,13 +15,26 @@ public:
     /// Appends the text as it stands and shows the end of the log, wherever the user had scrolled to.
     void append(const std::string& text);
 
+    /// Everything that was appended; what is copied is a part of it. The document, which an assistive tool
+    /// reads, has more paragraphs than this text has lines: a line that is too long to be laid out at once is
+    /// kept in several.
+    [[nodiscard]] QString toPlainText() const;
+
 protected:
     bool event(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
     void scrollContentsBy(int dx, int dy) override;
+    [[nodiscard]] QMimeData* createMimeDataFromSelection() const override;
 
 private:
+    void breakAfterLongestLength(const QTextBlock& paragraph);
+    /// `start`: where the text begins in the document.
+    [[nodiscard]] QString withoutAddedBreaks(const QString& text, int start) const;
     [[nodiscard]] bool showsFocus() const;
+
+    /// The ends of paragraphs that no text brought, in the document's positions, ascending. They stay valid:
+    /// the log only grows.
+    std::vector<int> addedBreaks_;
 };
 
 /// The text of one log request: with a line feed behind it when one is asked for and not there yet.

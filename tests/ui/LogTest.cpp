@@ -3,8 +3,10 @@
 #include <QScrollBar>
 #include <QTest>
 #include <QTextBlock>
+#include <QTextLayout>
 #include <QWindow>
 #include <thread>
+#include <tuple>
 
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
@@ -15,6 +17,10 @@ namespace qelmo {
 namespace {
 
 using testing::HasSubstr;
+
+std::string repeated(const QString& text, int times) {
+    return text.repeated(times).toStdString();
+}
 
 class Log : public WindowTest {
 protected:
@@ -31,6 +37,29 @@ protected:
     void appendLines(int count) {
         for (int line = 1; line <= count; ++line) delegate->appendLog("line " + std::to_string(line), true);
         settle();
+    }
+
+    /// Whether the last line but the empty one after it is wrapped between its words.
+    bool wrapsAtWords() const {
+        const QTextBlock last = delegate->logTextView->document()->lastBlock().previous();
+        const QTextLine row = last.layout()->lineAt(0);
+        return last.layout()->lineCount() > 1 &&
+               last.text().left(row.textLength()).endsWith(QLatin1Char(' '));
+    }
+
+    /// The paragraphs in which the log is laid out, each without its end.
+    std::vector<qsizetype> paragraphLengths() const {
+        std::vector<qsizetype> lengths;
+        for (QTextBlock block = delegate->logTextView->document()->begin(); block.isValid();
+             block = block.next())
+            lengths.push_back(block.text().size());
+        return lengths;
+    }
+
+    std::string copied() const {
+        delegate->logTextView->selectAll();
+        delegate->logTextView->copy();
+        return QApplication::clipboard()->text().toStdString();
     }
 
     QScrollBar* scrollBar() const { return delegate->logTextView->verticalScrollBar(); }
@@ -112,6 +141,81 @@ TEST_F(Log, NeverShortensItself) {
     EXPECT_THAT(text, testing::StartsWith("line 1\nline 2\n"));
     EXPECT_THAT(text, testing::EndsWith("line 5000\n"));
     EXPECT_EQ(delegate->logTextView->maximumBlockCount(), 0);
+}
+
+TEST_F(Log, WrapsEveryLineAtWordsWhateverTheLengthOfAnother) {
+    const std::string words = "several words " + repeated(QStringLiteral("that are wider than the log "), 10);
+    delegate->appendLog(words, true);
+    settle();
+    EXPECT_TRUE(wrapsAtWords());
+    delegate->appendLog(std::string(10'000, 'x'), false);
+    delegate->appendLog("\n" + words, true);
+    settle();
+    EXPECT_TRUE(wrapsAtWords());
+}
+
+// fault: a text without line feeds is so long, or is made of such characters, that laying it out takes minutes
+// injected: a million letters, 300,000 combining marks, two megabytes of words, 8 MiB in the pieces of a pipe
+// seen: the whole text, broken once more after each 4,096 characters; the window answers
+// kept: the text, exactly, for whoever copies it
+TEST_F(Log, LaysOutNoTextInOnePieceHoweverLongItsLineIs) {
+    for (const std::string& text :
+         {std::string(1'000'000, 'x'), repeated(QStringLiteral("\u0301"), 300'000),
+          repeated(QStringLiteral("word "), 400'000), repeated(QStringLiteral("\U0001F600"), 10'000)}) {
+        EXPECT_EQ(afterAppending(text, true), text + '\n');
+        EXPECT_THAT(paragraphLengths(), testing::Each(testing::Le(4096)));
+    }
+    std::string line;
+    for (int piece = 0; piece < 128; ++piece) {
+        delegate->appendLog(std::string(65'536, static_cast<char>('a' + piece % 26)), false);
+        line += std::string(65'536, static_cast<char>('a' + piece % 26));
+    }
+    EXPECT_EQ(takeLog(), line);
+    EXPECT_THAT(paragraphLengths(), testing::Each(testing::Le(4096)));
+}
+
+TEST_F(Log, IsCopiedWithTheLineFeedsThatItGotAndNoOthers) {
+    const std::string before = copied();
+    const std::string text = "short\n" + std::string(4096, 'a') + "\n" + std::string(4097, 'b') + "\n\n" +
+                             std::string(4095, 'c') + "\U0001F600" + std::string(9'000, 'd') + "\nshort\n";
+    delegate->appendLog(text, false);
+    settle();
+    EXPECT_EQ(copied(), before + text);
+
+    // Parts around the last place where a paragraph ends without a line feed.
+    const QTextBlock afterBreak = delegate->logTextView->document()->lastBlock().previous().previous();
+    for (const auto& [left, selected, letters] :
+         {std::tuple(51, 101, 100U), {51, 51, 50U}, {51, 50, 50U}, {1, 51, 50U}, {0, 50, 50U}}) {
+        QTextCursor part(afterBreak);
+        part.movePosition(QTextCursor::Left, QTextCursor::MoveAnchor, left);
+        part.movePosition(QTextCursor::Right, QTextCursor::KeepAnchor, selected);
+        delegate->logTextView->setTextCursor(part);
+        delegate->logTextView->copy();
+        EXPECT_EQ(QApplication::clipboard()->text().toStdString(), std::string(letters, 'd'));
+    }
+}
+
+TEST_F(Log, KeepsBothHalvesOfACharacterInOneParagraph) {
+    delegate->appendLog(std::string(4095, 'c') + "\U0001F600", true);
+    settle();
+    EXPECT_EQ(delegate->logTextView->document()->lastBlock().previous().text().toStdString(), "\U0001F600");
+}
+
+TEST_F(Log, PutsALineTogetherThatComesDotByDot) {
+    for (const char* const piece : {"Connecting", ".", ".", ".", "\n", "\n", "Chip is\n"})
+        delegate->appendLog(piece, false);
+    EXPECT_EQ(takeLog(), "Connecting...\n\nChip is\n");
+    EXPECT_EQ(delegate->logTextView->document()->lastBlock().previous().text(), QStringLiteral("Chip is"));
+}
+
+TEST_F(Log, TakesCombiningCharactersAndALineSeparatorAsPartsOfTheirLine) {
+    const std::string marks = "e" + repeated(QStringLiteral("\u0301"), 300);
+    EXPECT_EQ(afterAppending(marks, true), marks + '\n');
+    delegate->appendLog("one\u2028two", true);
+    settle();
+    const QTextBlock line = delegate->logTextView->document()->lastBlock().previous();
+    EXPECT_EQ(line.text().toStdString(), "one\u2028two");
+    EXPECT_EQ(line.layout()->lineCount(), 2);
 }
 
 TEST_F(Log, ShowsMarkupAsItStands) {
