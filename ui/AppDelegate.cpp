@@ -151,6 +151,7 @@ void AppDelegate::startFlashJob(const FlasherResources& release, const std::stri
              if (const auto delegate = weak.lock()) delegate->completeFlashJob(*process, release);
          }});
 
+    focusBeforeJob_ = window->focusWidget();
     flashButton->setEnabled(false);
     refreshButton->setEnabled(false);
     portPopup->setEnabled(false);
@@ -170,6 +171,7 @@ void AppDelegate::showLaunchFailure(const std::string& description) {
     flashProcess->clearOutputHandler();
     setControlsEnabledAfterJob();
     flashButton->setEnabled(true);
+    returnFocusAfterJob();
     setStatus(FlashTexts::launchFailedStatus, danger);
     showError(description);
 }
@@ -180,6 +182,7 @@ void AppDelegate::completeFlashJob(const ChildProcess& process, const FlasherRes
     setStatus(succeeded ? FlashTexts::completeStatus : FlashTexts::failedStatus, succeeded ? accent : danger);
     appendLog(succeeded ? FlashTexts::completeLine : FlashTexts::failedLine, true);
     flashButton->setEnabled(true);
+    returnFocusAfterJob();
     if (!succeeded) return;
     runAlert({Alert::Style::informational,
               FlashTexts::successMessage,
@@ -192,6 +195,11 @@ void AppDelegate::setControlsEnabledAfterJob() {
     progress->stopAnimation();
     refreshButton->setEnabled(true);
     portPopup->setEnabled(true);
+}
+
+void AppDelegate::returnFocusAfterJob() {
+    // The toolkit moves it on when the control that has it is disabled.
+    if (focusBeforeJob_ != nullptr) focusBeforeJob_->setFocus();
 }
 
 // Log, status and alerts ----------------------------------------------------------------------------------

@@ -101,12 +101,15 @@ private:
     void showLaunchFailure(const std::string& description);
     void completeFlashJob(const ChildProcess& process, const FlasherResources& release);
     void setControlsEnabledAfterJob();
+    void returnFocusAfterJob();
     void setStatus(const char* text, const QColor& colour);
     int runAlert(const Alert& alert);
 
     const std::shared_ptr<MainQueue> mainQueue_;
     /// One alert is answered at a time, also when an assistive tool presses a button behind an open one.
     bool alertIsOpen_ = false;
+    /// The control that had the keyboard's focus at the start of the job, or null.
+    QWidget* focusBeforeJob_ = nullptr;
 };
 
 }  // namespace qelmo

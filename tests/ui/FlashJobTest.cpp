@@ -2,6 +2,7 @@
 #include <QComboBox>
 #include <QTest>
 #include <filesystem>
+#include <optional>
 
 #include "flashing/PortClaim.h"
 #include "platform/MainBundle.h"
@@ -11,6 +12,7 @@
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
+#include "ui/LogTextView.h"
 #include "ui/TextLabel.h"
 
 namespace qelmo {
@@ -166,6 +168,49 @@ TEST_F(FlashJob, CanBeRepeatedAfterAFailure) {
     setTool("");
     runSuccessfulJob();
     expectStatus("FLASH COMPLETE", delegate->accent);
+}
+
+TEST_F(FlashJob, LeavesTheFocusWhereItWasBeforeTheJob) {
+    for (QWidget* const control : std::initializer_list<QWidget*>{
+             delegate->portPopup, delegate->refreshButton, delegate->logTextView, delegate->flashButton}) {
+        for (const char* const tool : {"sys.exit(1)", ""}) {
+            setTool(tool);
+            control->setFocus();
+            const AlertAnswer confirmation(click("ERASE + FLASH"));
+            // As an assistive tool does it: a click of the mouse would take the focus.
+            delegate->flashButton->click();
+            std::optional<AlertAnswer> done;
+            if (*tool == '\0') done.emplace(click("Done"));
+            ASSERT_TRUE(waitUntil([&] { return !delegate->flashProcess && (!done || done->hasEnded()); }));
+            EXPECT_EQ(delegate->window->focusWidget(), control) << control->accessibleName().toStdString();
+        }
+    }
+}
+
+TEST_F(FlashJob, CanBeRepeatedWithTheSpaceBarAndWithReturnAfterAFailure) {
+    delegate->flashButton->setFocus();
+    for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Space}) {
+        setTool("sys.exit(1)");
+        {
+            const AlertAnswer confirmation(click("ERASE + FLASH"));
+            QTest::keyClick(delegate->window->windowHandle(), key);
+        }
+        ASSERT_TRUE(waitForEndOfJob());
+        expectStatus("FLASH FAILED", delegate->danger);
+    }
+}
+
+// fault: the tool cannot be launched, and the user tries again with the keyboard
+// injected: the port is claimed
+// seen: the alert "QELMO Flasher stopped"
+// kept: the focus
+TEST_F(FlashJob, LeavesTheFocusWhereItWasWhenItCouldNotStart) {
+    const FileDescriptor claim = claimPort(port.path());
+    delegate->flashButton->setFocus();
+    const AlertAnswer confirmation(click("ERASE + FLASH"));
+    const AlertAnswer error(click("OK"));
+    pressFlash();
+    EXPECT_EQ(delegate->window->focusWidget(), delegate->flashButton);
 }
 
 TEST_F(FlashJob, IsStartedByTheReturnKeyInItsConfirmation) {
