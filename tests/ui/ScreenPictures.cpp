@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <stdexcept>
 
 #include "tests/support/Fifo.h"
@@ -123,12 +124,18 @@ protected:
         (void)waitUntil([this, &state] { return shows(stateNamed(state)); });
         expectState(stateNamed(state));
         const qreal scale = qGuiApp->devicePixelRatio();
-        const QRect frame = delegate->window->frameGeometry();
-        // grabWindow takes lengths of the window's own kind; the picture has the screen's.
-        const QPixmap picture =
-            delegate->window->screen()->grabWindow(0, frame.x(), frame.y(), frame.width(), frame.height());
+        // The lengths are of the window's own kind; the picture has the screen's.
+        const QPixmap picture = onScreen(frameOnScreen(*delegate->window));
         const std::string name = state + (scale > 1 ? "@2x" : "") + ".png";
         EXPECT_TRUE(picture.save(QString::fromStdString(name))) << name;
+    }
+
+    /// With what the window manager adds. The widget itself may keep to the frame that it had before the
+    /// window manager gave it one.
+    static QRect frameOnScreen(const QWidget& view) { return view.windowHandle()->frameGeometry(); }
+
+    static QPixmap onScreen(const QRect& part) {
+        return qGuiApp->primaryScreen()->grabWindow(0, part.x(), part.y(), part.width(), part.height());
     }
 
     /// What a view has drawn is not on the screen at once.
@@ -155,7 +162,7 @@ protected:
     static bool isCovered(const QWidget* view) {
         const QWidget* const alert = QApplication::activeModalWidget();
         return alert != nullptr &&
-               alert->frameGeometry().intersects({view->mapToGlobal(QPoint()), view->size()});
+               frameOnScreen(*alert).intersects({view->mapToGlobal(QPoint()), view->size()});
     }
 
     void expectStatus(const State& state) const {
@@ -163,7 +170,7 @@ protected:
         EXPECT_EQ(textOf(label), state.status);
         EXPECT_EQ(hex(label->palette().color(label->foregroundRole())), state.statusColour) << "status";
         if (isCovered(label)) return;
-        const QImage shown = onScreen(*delegate->window, frameOf(label));
+        const QImage shown = qelmo::onScreen(*delegate->window, frameOf(label));
         bool isShown = false;
         for (int y = 0; y < shown.height(); ++y)
             for (int x = 0; x < shown.width(); ++x)
@@ -187,7 +194,7 @@ protected:
 
     void saveActive(const std::string& state) const {
         ASSERT_TRUE(waitUntilActive(*delegate->window));
-        settleOnScreen();
+        ASSERT_TRUE(waitForTitleBar(*delegate->window));
         save(state);
     }
 
@@ -199,12 +206,18 @@ protected:
         });
     }
 
-    /// For the pictures alone, no check depends on it: nobody announces that the window manager has drawn its
-    /// part.
-    static void settleOnScreen() {
-        bool later = false;
-        QTimer::singleShot(300, [&later] { later = true; });
-        ASSERT_TRUE(waitUntil([&later] { return later; }));
+    /// The window manager draws its part when it likes; the many colours are those of the title's smooth
+    /// letters.
+    static bool waitForTitleBar(const QWidget& view) {
+        return waitUntil([&view] {
+            const QRect frame = frameOnScreen(view);
+            const QRect bar(frame.topLeft(), QPoint(frame.right(), view.geometry().top() - 1));
+            const QImage shown = onScreen(bar).toImage();
+            std::set<QRgb> colours;
+            for (int y = 0; y < shown.height(); ++y)
+                for (int x = 0; x < shown.width(); ++x) colours.insert(shown.pixel(x, y));
+            return colours.size() > 16;
+        });
     }
 
     void waitForLog(const std::string& words) {
@@ -218,7 +231,7 @@ protected:
     AlertAction saveAlert(const std::string& state) const {
         return [this, state](QMessageBox& box) {
             ASSERT_TRUE(waitUntilActive(box));
-            settleOnScreen();
+            ASSERT_TRUE(waitForTitleBar(box));
             save(state);
         };
     }

@@ -244,22 +244,22 @@ class Session(WindowedProcess):
         return subprocess.run(["xdotool", *arguments], stdout=subprocess.PIPE, text=True, timeout=SECONDS,
                               check=False).stdout
 
-    def windows(self) -> list[str]:
-        return self.xdotool("search", "--onlyvisible", "--name", f"^{TITLE}$").split()
+    def window(self) -> str:
+        return self.xdotool("search", "--onlyvisible", "--name", f"^{TITLE}$").strip()
 
-    def wait_until(self, condition) -> None:
+    def wait_until(self, condition):
+        """Returns what the condition returns, once that is true."""
         end = time.monotonic() + SECONDS
-        while not condition():
+        while not (result := condition()):
             self.assertLess(time.monotonic(), end, "it did not happen in time")
             time.sleep(0.01)
+        return result
 
-    def wait_for_window(self) -> str:
-        """Returns the main window once it has the keyboard."""
-        self.wait_until(lambda: len(self.windows()) == 1)
-        window = self.windows()[0]
+    def wait_for_window(self) -> None:
+        """Until the main window has the keyboard."""
+        window = self.wait_until(self.window)
         self.xdotool("windowactivate", "--sync", window)
         self.wait_until(lambda: self.xdotool("getwindowfocus").strip() == window)
-        return window
 
     def assert_quits_silently(self, program: subprocess.Popen) -> None:
         self.xdotool("key", "alt+F4")
@@ -271,31 +271,6 @@ class Session(WindowedProcess):
         program = self.start()
         self.wait_for_window()
         self.assert_quits_silently(program)
-
-    # fault: the user closes the window while a job runs
-    def test_closing_the_window_ends_the_program_also_while_a_flash_job_runs(self) -> None:
-        subprocess.run([PRIVATE_DEV, "--check"], check=True)
-        port = pathlib.Path("/dev/cu.usbmodem101")
-        port.touch(exist_ok=False)
-        self.addCleanup(port.unlink)
-        running, gate, finished = (self.folder / name for name in ("running", "gate", "finished"))
-        os.mkfifo(gate)
-        self.bundle.tool.write_text(f"open({str(running)!r}, 'w')\nopen({str(gate)!r}).read()\n"
-                                    f"print('x' * 1_000_000)\nopen({str(finished)!r}, 'w')\n")
-        program = self.start()
-        window = self.wait_for_window()
-        self.press_flash_button(window)
-        self.wait_until(lambda: len(self.windows()) == 2)
-        self.wait_until(lambda: self.xdotool("getwindowfocus").strip() not in ("", window))
-        self.xdotool("key", "Return")
-        self.wait_until(running.exists)
-        self.wait_for_window()
-        self.assert_quits_silently(program)
-        gate.write_text("")
-        self.wait_until(finished.exists)
-
-    def press_flash_button(self, window: str) -> None:
-        self.xdotool("mousemove", "--window", window, "360", "567", "click", "1")
 
 
 if __name__ == "__main__":
