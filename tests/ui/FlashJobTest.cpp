@@ -201,9 +201,6 @@ TEST_F(FlashJob, CanBeRepeatedWithTheSpaceBarAndWithReturnAfterAFailure) {
 }
 
 // fault: the tool cannot be launched, and the user tries again with the keyboard
-// injected: the port is claimed
-// seen: the alert "QELMO Flasher stopped"
-// kept: the focus
 TEST_F(FlashJob, LeavesTheFocusWhereItWasWhenItCouldNotStart) {
     const FileDescriptor claim = claimPort(port.path());
     delegate->flashButton->setFocus();

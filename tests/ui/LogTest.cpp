@@ -155,9 +155,6 @@ TEST_F(Log, WrapsEveryLineAtWordsWhateverTheLengthOfAnother) {
 }
 
 // fault: a text without line feeds is so long, or is made of such characters, that laying it out takes minutes
-// injected: a million letters, 300,000 combining marks, two megabytes of words, 8 MiB in the pieces of a pipe
-// seen: the whole text, broken once more after each 4,096 characters; the window answers
-// kept: the text, exactly, for whoever copies it
 TEST_F(Log, LaysOutNoTextInOnePieceHoweverLongItsLineIs) {
     for (const std::string& text :
          {std::string(1'000'000, 'x'), repeated(QStringLiteral("\u0301"), 300'000),
