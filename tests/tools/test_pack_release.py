@@ -97,6 +97,7 @@ class PackReleaseTest(unittest.TestCase):
 class Packing(PackReleaseTest):
     def test_makes_a_release_in_a_bundle_that_has_no_resource_folder_yet(self) -> None:
         source = self.root / "merged.bin"
+        self.addCleanup(os.umask, os.umask(0o022))
         subprocess.run([sys.executable, "-B", str(MAKE_SAMPLE), str(source)], check=True, timeout=60)
         data = source.read_bytes()
         digest = hashlib.sha256(data).hexdigest()
@@ -110,6 +111,7 @@ class Packing(PackReleaseTest):
             "Button    FLASH VERIFIED VARNOX\n"
             "Replaced  no release\n")))
         self.assertEqual(self.names(), {MANIFEST, image_name(data)})
+        self.assertEqual(stat.S_IMODE(self.resources.stat().st_mode), 0o755)
         self.assertEqual(json.loads((self.resources / MANIFEST).read_text()), {
             "schemaVersion": 1, "name": "Varnox", "version": "1.2.3", "chipFamily": "ESP32-S3",
             "hardware": "Cardputer ADV",
@@ -171,9 +173,13 @@ class Packing(PackReleaseTest):
             (self.resources / name).write_bytes(b"x")
         folder = image_name(b"folder")
         (self.resources / folder).mkdir()
+        target = self.root / "somebody's image"
+        target.write_bytes(b"target")
+        link = image_name(b"target")
+        (self.resources / link).symlink_to(target)
         data = image("1")
         self.pack("1", data)
-        self.assertEqual(self.names(), {MANIFEST, image_name(data), folder, *foreign})
+        self.assertEqual(self.names(), {MANIFEST, image_name(data), folder, link, *foreign})
 
     def test_keeps_the_image_that_it_was_given_even_beside_the_packed_ones(self) -> None:
         self.pack("1", image("1"))
@@ -187,11 +193,16 @@ class Packing(PackReleaseTest):
     # fault: nothing can be printed
     # seen: "pack-release: the new release is in place, but: …: No space left on device"
     def test_says_that_the_release_is_in_place_when_only_its_report_cannot_be_printed(self) -> None:
-        with open("/dev/full", "w", encoding="utf-8") as full:
-            done = subprocess.run(self.command("1", image("1")), stdout=full, stderr=subprocess.PIPE, text=True,
-                                  timeout=60, check=False)
-        self.assertEqual((done.returncode, done.stderr), (
-            1, "pack-release: the new release is in place, but: write standard output: No space left on device\n"))
+        reading, unread = os.pipe()
+        os.close(reading)
+        for output, reason in ((os.open("/dev/full", os.O_WRONLY), "No space left on device"),
+                               (unread, "Broken pipe")):
+            with self.subTest(reason):
+                done = subprocess.run(self.command("1", image("1")), stdout=output, stderr=subprocess.PIPE,
+                                      text=True, timeout=60, check=False)
+                os.close(output)
+                self.assertEqual((done.returncode, done.stderr), (
+                    1, f"pack-release: the new release is in place, but: write standard output: {reason}\n"))
         self.add_icon()
         self.assertEqual(self.verified_version(), "1")
 

@@ -51,9 +51,7 @@ std::optional<FlashManifest> presentManifest(const std::string& path) {
 /// Never fails: what cannot be read is not there.
 bool holds(const std::string& path, std::span<const std::byte> bytes) {
     try {
-        RegularFile file(path);
-        if (file.sizeBytes() != bytes.size()) return false;
-        const FileBytes present = file.readAll(bytes.size());
+        const FileBytes present = RegularFile(path).readAll(bytes.size());
         return std::equal(bytes.begin(), bytes.end(), present.span().begin(), present.span().end());
     } catch (const std::system_error&) {
         return false;
