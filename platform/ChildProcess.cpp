@@ -194,7 +194,6 @@ void ChildProcess::launchSupervised() {
     } catch (...) {
         clearOutputHandler();
         writingEnd_.close();
-        held_.close();
         endKeeper();
         started.set_value(-1);
         rethrowAsLaunchError();
