@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "platform/ChildProcess.h"
-#include "platform/Utf8.h"
 #include "release/FlasherFailure.h"
 
 namespace qelmo {
@@ -43,7 +42,7 @@ void run(const std::string& tool, std::vector<std::string> arguments, const std:
     const int status = process->terminationStatus();
     if (status == 0) return;
     throw FlasherFailure("the new release is in place, but " + purpose + " failed: " + tool + " ended with " +
-                         std::to_string(status) + ": " + decodedUtf8(withoutTrailingNewlines(output)));
+                         std::to_string(status) + ": " + withoutTrailingNewlines(output));
 }
 
 }  // namespace
