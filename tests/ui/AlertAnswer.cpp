@@ -55,6 +55,10 @@ AlertAction closeAlert() {
     return [](QMessageBox& box) { box.close(); };
 }
 
+AlertAction endWithoutAnswer() {
+    return [](QMessageBox& box) { box.done(0); };
+}
+
 AlertAction inOrder(AlertAction first, AlertAction second) {
     return [first = std::move(first), second = std::move(second)](QMessageBox& box) {
         first(box);

@@ -29,6 +29,8 @@ using AlertAction = std::function<void(QMessageBox& box)>;
 [[nodiscard]] AlertAction click(const std::string& buttonTitle);
 [[nodiscard]] AlertAction pressKey(Qt::Key key);
 [[nodiscard]] AlertAction closeAlert();
+/// The alert ends without an answer, as when the toolkit ends it.
+[[nodiscard]] AlertAction endWithoutAnswer();
 [[nodiscard]] AlertAction inOrder(AlertAction first, AlertAction second);
 
 /// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. It is

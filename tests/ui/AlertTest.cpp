@@ -71,10 +71,14 @@ TEST_F(TwoButtons, TakeClosingAsTheLastButton) {
     EXPECT_EQ(response(question_, closeAlert()), 1001);
 }
 
+TEST_F(TwoButtons, AreNotPressedWhenTheAlertEndsWithoutAnAnswer) {
+    EXPECT_EQ(response(question_, endWithoutAnswer()), 0);
+}
+
 using AlertTexts = ErrorAlert;
 
 TEST_F(AlertTexts, AreShownAsTheyStand) {
-    const std::string text = "<b>a</b> & <i>b</i>\nR&D &amp;";
+    const std::string text = "  <b>a</b> & <i>b</i>\nR&D &amp;";
     const AlertAction look = [&text](QMessageBox& box) {
         for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
             const auto* label = box.findChild<QLabel*>(QLatin1String(name));

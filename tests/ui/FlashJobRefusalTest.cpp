@@ -185,6 +185,10 @@ TEST_F(FlashJobRefusal, TakesClosingTheAlertAsCancel) {
     expectDeclined(closeAlert());
 }
 
+TEST_F(FlashJobRefusal, TakesAnAlertThatEndsWithoutAnAnswerAsCancel) {
+    expectDeclined(endWithoutAnswer());
+}
+
 // fault: the button is pressed again behind the open alert
 TEST_F(FlashJobRefusal, IgnoresASecondPressBehindAnOpenAlert) {
     const AlertAction pressAgain = [this](QMessageBox&) {

@@ -62,6 +62,9 @@ TEST_F(UnderAWindowManager, TheWindowIsCentred) {
 }
 
 TEST_F(UnderAWindowManager, AnAlertIsCentredOnTheWindow) {
+    const QPoint centre = delegate->window->geometry().center();
+    delegate->window->move(delegate->window->pos() + QPoint(-200, -80));
+    EXPECT_TRUE(waitUntil([&] { return delegate->window->geometry().center() != centre; }));
     const AlertAnswer answer(inOrder(
         [this](QMessageBox& box) {
             EXPECT_TRUE(waitUntil([&box] { return box.isActiveWindow(); }));
