@@ -183,9 +183,9 @@ ChildProcess::ChildProcess(std::string executable, std::vector<std::string> argu
       reader_(std::make_shared<OutputReader>()) {}
 
 void ChildProcess::launchSupervised() {
-    openPipe();
     std::promise<pid_t> started;
     try {
+        openPipe();
         // Both threads wait before the child exists, so that nothing can fail once it runs.
         startReader();
         startWaiter(started.get_future());
@@ -194,6 +194,7 @@ void ChildProcess::launchSupervised() {
     } catch (...) {
         clearOutputHandler();
         writingEnd_.close();
+        held_.close();
         endKeeper();
         started.set_value(-1);
         rethrowAsLaunchError();

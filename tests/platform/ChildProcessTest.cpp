@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "platform/ThisProcess.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Fifo.h"
 #include "tests/support/ProcessResources.h"
 #include "tests/support/ScopedEnvironment.h"
@@ -418,6 +419,22 @@ TEST(ChildProcess, KeepsWhatIsHeldOpenUntilItsExitAndDoesNotGetIt) {
     gate.open();
     ASSERT_TRUE(run.exited.wait());
     EXPECT_EQ(::poll(&end, 1, 0), 1) << "somebody still holds it";
+}
+
+TEST(ChildProcess, LetsGoOfWhatIsHeldWhenItCannotBeLaunched) {
+    for (std::size_t left = 0; left < 4; ++left) {
+        std::array<int, 2> ends{};
+        ASSERT_EQ(::pipe(ends.data()), 0);
+        const FileDescriptor reading(ends[0]);
+        const auto process = ChildProcess::create("/bin/true", {});
+        process->holdUntilExit(FileDescriptor(ends[1]));
+        {
+            const DescriptorLimit limit(left);
+            EXPECT_THROW(process->launchSupervised(), std::system_error);
+        }
+        pollfd end{reading.get(), POLLIN, 0};
+        EXPECT_EQ(::poll(&end, 1, 0), 1) << "it is still held, with " << left << " descriptors left";
+    }
 }
 
 TEST(ChildProcess, KeepsItselfAliveUntilItsExitHasBeenReported) {
