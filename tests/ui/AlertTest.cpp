@@ -102,7 +102,7 @@ TEST_F(AlertTexts, AreSetInMonospacedType) {
 /// Fails unless the whole alert is on the screen, with its buttons.
 AlertAction expectOnScreen() {
     return [](QMessageBox& box) {
-        EXPECT_TRUE(box.screen()->availableGeometry().contains(box.frameGeometry()));
+        EXPECT_TRUE(box.screen()->availableGeometry().contains(box.windowHandle()->frameGeometry()));
         for (const auto* button : box.buttons())
             EXPECT_TRUE(box.rect().contains(QRect(button->mapTo(&box, QPoint()), button->size())));
     };
