@@ -41,8 +41,7 @@ std::string lowerCaseAscii(std::string text) {
 }
 
 void requireImageLength(std::uint64_t sizeBytes, const FlashManifest& manifest) {
-    if (!std::in_range<std::int64_t>(sizeBytes) ||
-        static_cast<std::int64_t>(sizeBytes) != manifest.binary.size)
+    if (std::cmp_not_equal(sizeBytes, manifest.binary.size))
         throw FlasherFailure("The embedded firmware size does not match its manifest.");
 }
 
