@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "tests/support/Fifo.h"
+#include "tests/ui/WindowRows.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 #include "ui/ApplicationIcon.h"
@@ -76,6 +77,33 @@ TEST_F(StartUp, ShowsTheWindowBeforeItValidates) {
     const TextWhenShown shown(*delegate);
     launch();
     EXPECT_EQ(shown.text, "Validating embedded release…");
+}
+
+/// Another window that comes up in front of the delegate's, with the keyboard, as soon as that is shown.
+class WindowInFront : public QWidget {
+public:
+    explicit WindowInFront(const AppDelegate& delegate) : delegate_(delegate) {
+        qApp->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject* object, QEvent* event) override {
+        if (event->type() == QEvent::Show && object == delegate_.window.get()) {
+            setGeometry(delegate_.window->geometry());
+            show();
+            activateWindow();
+        }
+        return false;
+    }
+
+private:
+    const AppDelegate& delegate_;
+};
+
+TEST_F(StartUp, BringsTheWindowToTheFrontWithTheKeyboard) {
+    const WindowInFront other(*delegate);
+    launch();
+    EXPECT_TRUE(waitUntil([this] { return delegate->window->isActiveWindow(); }));
+    EXPECT_TRUE(waitUntil([this] { return colourOnScreen(*delegate->window, {5, 5}) == "#090909"; }));
 }
 
 TEST_F(StartUp, TakesTheBundlesIcon) {

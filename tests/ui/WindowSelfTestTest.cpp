@@ -4,8 +4,10 @@
 #include <QIcon>
 #include <filesystem>
 
+#include "tests/support/InMemoryMainQueue.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
+#include "ui/ApplicationIcon.h"
 
 namespace qelmo {
 
@@ -75,6 +77,21 @@ TEST_F(WindowSelfTest, FailsWithAnotherTitleOfTheFlashButton) {
     EXPECT_FALSE(passes());
 }
 
+TEST_F(WindowSelfTest, FailsWhenTheWindowIsNoneOfTheApplications) {
+    QWidget other;
+    delegate->window->setParent(&other);
+    other.show();
+    delegate->window->show();
+    EXPECT_THAT(report(), testing::StartsWith("window_self_test=FAILED\nwindow_visible=true\n"));
+    delegate->window->setParent(nullptr);
+}
+
+TEST_F(WindowSelfTest, FailsWhenTheRefreshButtonDoesSomethingElse) {
+    ActionButton other(delegate->refreshButton->title(), *delegate, &AppDelegate::refreshPorts, nullptr);
+    delegate->refreshButton = &other;
+    EXPECT_FALSE(passes());
+}
+
 TEST_F(WindowSelfTest, ReportsATitleWithAnAmpersandAsItStands) {
     release.manifest.set("flash.confirmationText", R"("FLASH R&D")");
     writeRelease();
@@ -95,6 +112,32 @@ TEST_F(WindowSelfTest, IsNotScheduledWithoutItsArgument) {
 
 /// Here the test program itself was started with the argument.
 class WithTheSelfTestArgument : public WindowTest {};
+
+TEST_F(WithTheSelfTestArgument, ValidatesTheReleaseBeforeItLooks) {
+    delegate->buildWindow();
+    delegate->window->show();
+    setApplicationIcon(release.resources() + "/AppIcon.icns");
+    delegate->runWindowSelfTestIfRequested();
+    testing::internal::CaptureStdout();
+    const int status = QApplication::exec();
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::StartsWith("window_self_test=OK\n"));
+    EXPECT_EQ(status, 0);
+    std::filesystem::remove(windowSelfTestReportPath);
+}
+
+/// Notes for how long the last task is put off.
+class DelayNotingQueue : public InMemoryMainQueue {
+public:
+    void postAfter(std::chrono::milliseconds delay, Task /*task*/) override { noted = delay; }
+
+    std::chrono::milliseconds noted{};
+};
+
+TEST_F(WithTheSelfTestArgument, LooksAQuarterOfASecondAfterTheStart) {
+    const auto queue = std::make_shared<DelayNotingQueue>();
+    std::make_shared<AppDelegate>(queue, processEnvironment())->runWindowSelfTestIfRequested();
+    EXPECT_EQ(queue->noted, std::chrono::milliseconds(250));
+}
 
 // fault: the window is gone before the window self-test looks at it
 // seen: "window_self_test=FAILED delegate released"

@@ -1,0 +1,52 @@
+// The windowed start itself, looked at from inside: this program makes no application of its own.
+
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QPalette>
+#include <QTimer>
+#include <functional>
+#include <string>
+#include <vector>
+
+extern "C" int qelmoWindowedStart(const std::vector<std::string>& environment);
+
+namespace qelmo {
+
+namespace {
+
+/// What the next start is looked at for, once its window is there.
+std::function<void()> look;
+
+void lookAtTheWindow() {
+    qWarning("a word of the toolkit while it starts");
+    auto* const timer = new QTimer(QCoreApplication::instance());
+    QObject::connect(timer, &QTimer::timeout, timer, [timer] {
+        if (QApplication::activeWindow() == nullptr) return;
+        timer->stop();
+        look();
+        QApplication::quit();
+    });
+    timer->start(2);
+}
+Q_COREAPP_STARTUP_FUNCTION(lookAtTheWindow)
+
+TEST(WindowedStart, MakesTheControlsDarkAndTheAlertsItsOwn) {
+    look = [] {
+        EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 60);
+        EXPECT_GT(QApplication::palette().color(QPalette::ButtonText).lightness(), 200);
+        EXPECT_TRUE(QApplication::testAttribute(Qt::AA_DontUseNativeDialogs));
+    };
+    EXPECT_EQ(qelmoWindowedStart({}), 0);
+}
+
+TEST(WindowedStart, KeepsTheToolkitsWarningsToItself) {
+    look = [] { qWarning("a word of the toolkit about the desktop"); };
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(qelmoWindowedStart({}), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+}  // namespace
+
+}  // namespace qelmo
