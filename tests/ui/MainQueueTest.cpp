@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <QAbstractEventDispatcher>
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QTimer>
 #include <QWidget>
+#include <atomic>
 #include <cstdlib>
 #include <stdexcept>
 #include <thread>
@@ -211,6 +214,29 @@ TEST_F(MainQueueOfQt, EndsTheLoopWithWhatATaskThrows) {
     EXPECT_EQ(QApplication::exec(), EXIT_FAILURE);
     EXPECT_THAT(ran, testing::IsEmpty());
     EXPECT_THAT([this] { queue.rethrowFailure(); }, testing::ThrowsMessage<std::runtime_error>("refused"));
+}
+
+TEST_F(MainQueueOfQt, MissesNoTaskThatIsPostedWhileATurnEnds) {
+    constexpr int rounds = 20'000;
+    std::atomic<int> done = 0;
+    std::thread poster([&] {
+        const QDeadlineTimer limit(waitingLimit);
+        for (int round = 0; round < rounds && !limit.hasExpired(); ++round) {
+            queue.post([&done] { ++done; });
+            while (done <= round && !limit.hasExpired()) continue;
+            // The end of the turn comes a moment later, each time another one.
+            for (std::atomic<int> pause = round % 100; pause > 0;) --pause;
+        }
+    });
+    EXPECT_TRUE(waitUntil([&done] { return done == rounds; })) << done;
+    poster.join();
+}
+
+TEST_F(MainQueueOfQt, HasNothingToDoWhenItIsEmpty) {
+    queue.post(note(1));
+    EXPECT_TRUE(waitFor(1));
+    QAbstractEventDispatcher* const loop = QAbstractEventDispatcher::instance();
+    EXPECT_TRUE(eventually([loop] { return !loop->processEvents(QEventLoop::AllEvents); }));
 }
 
 TEST_F(MainQueueOfQt, HasNothingToRethrowWhenNoTaskHasThrown) {
