@@ -70,6 +70,17 @@ TEST_F(ReleaseStatus, CallsAnUnchangedBuildCurrent) {
     EXPECT_EQ(takeLog(), reportBelow("Build already current: 1.2.0."));
 }
 
+TEST_F(ReleaseStatus, ShowsTheNamesOfABuildThatIsCurrentAnew) {
+    writeRelease();
+    launch();
+    release.manifest.set("name", R"("Renamed")");
+    release.manifest.set("flash.confirmationText", R"("FLASH RENAMED")");
+    writeRelease();
+    pressRefresh();
+    EXPECT_THAT(textOf(delegate->releaseLabel), StartsWith("Renamed  //  1.2.0\n"));
+    EXPECT_EQ(delegate->flashButton->title().toStdString(), "FLASH VERIFIED RENAMED");
+}
+
 TEST_F(ReleaseStatus, TellsTheVersionsOfANewBuild) {
     writeRelease();
     launch();

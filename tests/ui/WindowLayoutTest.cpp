@@ -49,15 +49,19 @@ protected:
         return all;
     }
 
+    static void expectType(const QWidget* view, int size, int weight) {
+        EXPECT_EQ(view->font().pixelSize(), size);
+        EXPECT_EQ(view->font().weight(), weight);
+        EXPECT_TRUE(QFontInfo(view->font()).fixedPitch());
+    }
+
     void expectLabel(const TextLabel* shown, int size, int weight, const QColor& colour) const {
-        EXPECT_EQ(shown->font().pixelSize(), size);
-        EXPECT_EQ(shown->font().weight(), weight);
-        EXPECT_TRUE(QFontInfo(shown->font()).fixedPitch());
+        expectType(shown, size, weight);
         EXPECT_EQ(hex(shown->colour()), hex(colour));
         EXPECT_EQ(hex(shown->palette().color(shown->foregroundRole())), hex(colour));
         EXPECT_EQ(shown->textFormat(), Qt::PlainText);
         EXPECT_TRUE(shown->wordWrap());
-        EXPECT_EQ(shown->textInteractionFlags() & Qt::TextEditable, 0);
+        EXPECT_EQ(shown->textInteractionFlags() & Qt::TextEditorInteraction, 0);
         EXPECT_GE(shown->height(), QFontMetrics(shown->font()).height());
     }
 
@@ -141,14 +145,10 @@ TEST_F(WindowLayout, SetsItsTypeInSizesWeightsAndColours) {
     expectLabel(label("hint"), 11, QFont::Medium, delegate->muted);
     expectLabel(delegate->statusLabel, 11, QFont::Bold, delegate->warning);
     expectLabel(label("footer"), 10, QFont::Bold, delegate->accent);
-    EXPECT_EQ(delegate->portPopup->font().pixelSize(), 12);
-    EXPECT_EQ(delegate->portPopup->font().weight(), QFont::Medium);
-    EXPECT_EQ(delegate->refreshButton->font().pixelSize(), 11);
-    EXPECT_EQ(delegate->refreshButton->font().weight(), QFont::Bold);
-    EXPECT_EQ(delegate->logTextView->font().pixelSize(), 11);
-    EXPECT_EQ(delegate->logTextView->font().weight(), QFont::Normal);
-    EXPECT_EQ(delegate->flashButton->font().pixelSize(), 14);
-    EXPECT_EQ(delegate->flashButton->font().weight(), QFont::Bold);
+    expectType(delegate->portPopup, 12, QFont::Medium);
+    expectType(delegate->refreshButton, 11, QFont::Bold);
+    expectType(delegate->logTextView, 11, QFont::Normal);
+    expectType(delegate->flashButton, 14, QFont::Bold);
 }
 
 TEST_F(WindowLayout, CutsNoTextOff) {

@@ -103,6 +103,9 @@ void WindowTest::settle() const {
 
 std::string WindowTest::takeLog() {
     settle();
+    // Whatever it says, the log is of one font and colour.
+    for (const QTextFormat& format : delegate->logTextView->document()->allFormats())
+        EXPECT_TRUE(!format.isCharFormat() || format.properties().isEmpty());
     const QString text = delegate->logTextView->toPlainText();
     return text.mid(std::exchange(logTaken_, text.size())).toStdString();
 }
