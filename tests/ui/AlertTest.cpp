@@ -161,6 +161,8 @@ TEST_F(OpenAlert, IsDarkLikeTheWindow) {
         EXPECT_EQ(box.windowModality(), Qt::ApplicationModal);
         EXPECT_LT(box.palette().color(QPalette::Window).lightness(), 60);
         EXPECT_GT(box.palette().color(QPalette::WindowText).lightness(), 200);
+        const QImage icon = box.iconPixmap().toImage();
+        EXPECT_EQ(hex(icon.pixelColor(icon.width() / 6, icon.height() / 2)), "#ff4d4a");
     };
     EXPECT_EQ(response(question_, inOrder(look, click("Cancel"))), 1001);
 }

@@ -299,6 +299,7 @@ TEST_F(WindowLayout, HasABarThatMovesOnlyWhileItIsAnimated) {
 TEST_F(WindowLayout, HasABlackLogWithAnInsetAndAScrollBarThatCanBeRead) {
     const LogTextView* const log = delegate->logTextView;
     EXPECT_TRUE(log->isReadOnly());
+    EXPECT_FALSE(log->isUndoRedoEnabled());
     EXPECT_EQ(hex(log->palette().color(QPalette::Base)), "#000000");
     EXPECT_EQ(hex(log->palette().color(QPalette::Text)), hex(delegate->foreground));
     EXPECT_EQ(log->document()->documentMargin(), 10.0);
