@@ -191,7 +191,7 @@ class Packing(PackReleaseTest):
         self.assertEqual(given.read_bytes(), image("2"))
 
     # fault: nothing can be printed
-    # seen: "pack-release: the new release is in place, but: …: No space left on device"
+    # seen: "pack-release: the new release is in place, but: write standard output: …", "No space left on device"
     def test_says_that_the_release_is_in_place_when_only_its_report_cannot_be_printed(self) -> None:
         reading, unread = os.pipe()
         os.close(reading)

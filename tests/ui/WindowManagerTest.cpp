@@ -55,8 +55,8 @@ TEST_F(UnderAWindowManager, TheWindowNamesItsOnlySize) {
 }
 
 TEST_F(UnderAWindowManager, TheWindowIsCentred) {
-    const QPoint distance =
-        delegate->window->windowHandle()->frameGeometry().center() - delegate->window->screen()->geometry().center();
+    const QPoint distance = delegate->window->windowHandle()->frameGeometry().center() -
+                            delegate->window->screen()->geometry().center();
     EXPECT_LE(std::abs(distance.x()), 10);
     EXPECT_LE(std::abs(distance.y()), 20);
 }
