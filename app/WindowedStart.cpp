@@ -56,7 +56,11 @@ public:
     }
     WindowsEnd(const WindowsEnd&) = delete;
     WindowsEnd& operator=(const WindowsEnd&) = delete;
-    ~WindowsEnd() { thereIsAWindow_ = false; }
+    ~WindowsEnd() {
+        // The toolkit still writes messages while the process exits, when `reason_` is already destroyed.
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+        thereIsAWindow_ = false;
+    }
 
 private:
     [[noreturn]] static void sayWhy() {
