@@ -33,8 +33,8 @@ public:
         process_->clearOutputHandler();
         release();
         EXPECT_TRUE(before_.areBack()) << "a thread or a descriptor was left behind";
-        const std::lock_guard lock(
-            mutex_);  // the detached reader's last text is complete before its members go
+        // The detached reader's last text is complete before its members go.
+        const std::lock_guard lock(mutex_);
     }
 
     /// The reason why it could not be launched, or "". The descriptors are back when the reason is looked at:
