@@ -2,6 +2,7 @@
 
 import os
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -81,3 +82,17 @@ class DeviceTest(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stdout)
         self.assertTrue(result.stdout.endswith("Hard resetting via RTS pin...\n"), result.stdout)
         self.assertTrue(self.dump.read_bytes() == image + b"\xff" * (FLASH_SIZE - len(image)), "flash != image")
+
+
+def main():
+    """Runs the tests of the calling script, with a /dev of their own and a home with the tool."""
+    global home
+    if "INSIDE_PRIVATE_DEV" not in os.environ:
+        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
+        os.execv(HERE / "private-dev", ["private-dev", "--", PYTHON, "-B", *sys.argv])
+    with tempfile.TemporaryDirectory() as temporary:
+        home = os.environ.get("QELMO_TEST_HOME", "") or temporary
+        if home == temporary and subprocess.call([HERE / "install-esptool", *CACHE, temporary]) != 0:
+            return 1
+        program = unittest.main(exit=False)
+    return 0 if program.result.wasSuccessful() else 1

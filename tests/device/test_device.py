@@ -10,9 +10,7 @@ import signal
 import stat
 import subprocess
 import sys
-import tempfile
 import time
-import unittest
 
 import device_case
 from device_case import CACHE, FLASH_SIZE, HERE, ONLY_WHEN_BROKEN, PORT, PYTHON, DeviceTest, run
@@ -414,17 +412,5 @@ class InstallEsptool(DeviceTest):
         self.assertEqual(os.listdir(theirs), [])
 
 
-def main():
-    if "INSIDE_PRIVATE_DEV" not in os.environ:
-        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
-        os.execv(HERE / "private-dev", ["private-dev", "--", PYTHON, "-B", __file__, *sys.argv[1:]])
-    with tempfile.TemporaryDirectory() as temporary:
-        device_case.home = os.environ.get("QELMO_TEST_HOME", "") or temporary
-        if device_case.home == temporary and subprocess.call([HERE / "install-esptool", *CACHE, temporary]) != 0:
-            return 1
-        program = unittest.main(exit=False)
-    return 0 if program.result.wasSuccessful() else 1
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(device_case.main())

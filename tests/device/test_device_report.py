@@ -7,7 +7,6 @@ import json
 import os
 import random
 import re
-import shlex
 import shutil
 import signal
 import stat
@@ -18,7 +17,7 @@ import unittest
 from pathlib import Path
 
 import device_case
-from device_case import CACHE, FLASH_SIZE, HERE, PORT, PYTHON, DeviceTest, run
+from device_case import FLASH_SIZE, HERE, PORT, PYTHON, DeviceTest, run
 from terminal import ONLY_WHEN_BROKEN, Terminal
 
 ROOT = HERE.parents[1]
@@ -669,17 +668,5 @@ class WithTheRealTool(ReportTest):
         self.assertTrue(self.dump.read_bytes() == self.content)
 
 
-def main():
-    if "INSIDE_PRIVATE_DEV" not in os.environ:
-        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
-        os.execv(HERE / "private-dev", ["private-dev", "--", PYTHON, "-B", __file__, *sys.argv[1:]])
-    with tempfile.TemporaryDirectory() as temporary:
-        device_case.home = os.environ.get("QELMO_TEST_HOME", "") or temporary
-        if device_case.home == temporary and subprocess.call([HERE / "install-esptool", *CACHE, temporary]) != 0:
-            return 1
-        program = unittest.main(exit=False)
-    return 0 if program.result.wasSuccessful() else 1
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(device_case.main())

@@ -43,7 +43,7 @@ TEST(ToolFaults, ALimitOfProcessesIsAReasonNotToStart) {
     {
         ToolJob job("/bin/true");
         const NoMoreProcesses limit;
-        if (!limit.inForce) GTEST_SKIP() << "this user cannot become another";
+        if (!limit.inForce) GTEST_SKIP() << "needs the right to become another user";
         refusal = job.launch();
     }
     EXPECT_EQ(refusal, "start /bin/true: Resource temporarily unavailable");

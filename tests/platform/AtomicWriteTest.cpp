@@ -79,7 +79,7 @@ TEST(AtomicWrite, LeavesTheOldBytesToThoseWhoHaveThemOpen) {
     EXPECT_EQ(bytes.span()[0], std::byte{'o'});
 }
 
-// fault: a link stands in the place of the file
+// fault: a link is in the place of the file
 TEST(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
     const TemporaryFolder folder;
     writeTestFile(folder / "victim", "precious");
@@ -105,7 +105,7 @@ TEST(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
     EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("file"));
 }
 
-// fault: a folder stands in the place of the file
+// fault: a folder is in the place of the file
 // seen: "replace …: Is a directory"
 TEST(AtomicWrite, NeverWritesOverAFolder) {
     const TemporaryFolder folder;

@@ -494,7 +494,7 @@ TEST(ChildProcess, RefusesAFileInNoExecutableFormat) {
     expectRefusal(folder / "tool", {}, "start " + (folder / "tool") + ": Exec format error");
 }
 
-// fault: a folder stands in the place of the executable
+// fault: a folder is in the place of the executable
 // seen: "start …: Permission denied"
 TEST(ChildProcess, RefusesAFolder) {
     const TemporaryFolder folder;

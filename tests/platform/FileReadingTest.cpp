@@ -71,14 +71,14 @@ TEST(FileReading, RefusesAMissingFile) {
     EXPECT_EQ(refusalOf(folder / "none"), "open " + (folder / "none") + ": No such file or directory");
 }
 
-// fault: a folder stands in the place of a file
+// fault: a folder is in the place of a file
 // seen: "read …: Is a directory"
 TEST(FileReading, RefusesAFolder) {
     const TemporaryFolder folder;
     EXPECT_EQ(refusalOf(folder.path()), "read " + folder.path() + ": Is a directory");
 }
 
-// fault: a FIFO stands in the place of a file
+// fault: a FIFO is in the place of a file
 // seen: "read (not a regular file) …: Invalid argument"
 TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
     const TemporaryFolder folder;
@@ -87,7 +87,7 @@ TEST(FileReading, RefusesAFifoWithoutWaitingForItsWriter) {
               "read (not a regular file) " + (folder / "fifo") + ": Invalid argument");
 }
 
-// fault: a device stands in the place of a file
+// fault: a device is in the place of a file
 // seen: "read (not a regular file) /dev/null: Invalid argument"
 TEST(FileReading, RefusesADevice) {
     EXPECT_EQ(refusalOf("/dev/null"), "read (not a regular file) /dev/null: Invalid argument");

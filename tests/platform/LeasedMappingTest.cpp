@@ -28,7 +28,8 @@ protected:
     /// One that cannot be had is no fault: the bytes are copied then.
     void SetUp() override {
         const FileDescriptor file = opened(O_RDONLY);
-        if (::fcntl(file.get(), F_SETLEASE, F_RDLCK) != 0) GTEST_SKIP() << "no leases on files in " << path;
+        if (::fcntl(file.get(), F_SETLEASE, F_RDLCK) != 0)
+            GTEST_SKIP() << "the file system of " << path << " has no leases";
     }
 
     const TemporaryFolder folder;

@@ -73,7 +73,7 @@ TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsMissing) {
     expectManifestMissing(release);
 }
 
-// fault: a file stands in the place of the resource folder
+// fault: a file is in the place of the resource folder
 // seen: "The embedded flash manifest is missing."
 TEST(ReleaseValidation, ReportsAMissingManifestWhenTheResourceFolderIsAFile) {
     ReleaseFixture release;
@@ -92,7 +92,7 @@ TEST(ReleaseValidationDeathTest, ReportsAManifestThatMayNotBeReadAsMissing) {
                 testing::ExitedWithCode(0), "^The embedded flash manifest is missing.$");
 }
 
-// fault: a folder stands in the place of the manifest
+// fault: a folder is in the place of the manifest
 // seen: "Is a directory"
 TEST(ReleaseValidation, PassesTheFileLayersErrorForAManifestThatIsAFolder) {
     ReleaseFixture release;

@@ -261,7 +261,7 @@ class Refusing(PackReleaseTest):
             command[at] = str(bundle)
             self.assert_refused(f"not an application bundle, it has no Contents folder: {bundle}", command)
 
-    # fault: a folder stands in the place of the manifest
+    # fault: a folder is in the place of the manifest
     # seen: "read …: Is a directory"
     def test_refuses_a_folder_in_the_manifest_s_place(self) -> None:
         (self.resources / MANIFEST).unlink()

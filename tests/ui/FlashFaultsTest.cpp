@@ -226,7 +226,7 @@ TEST_F(FlashFaults, AnUnreadableDevIsAnEmptyOne) {
     takeLog();
     {
         const UnreadableDev dev;
-        if (!dev.inForce) GTEST_SKIP() << "this user cannot become another";
+        if (!dev.inForce) GTEST_SKIP() << "needs the right to become another user";
         pressRefresh();
         expectStatus("WAITING FOR G0 BOOT PORT", delegate->warning);
         EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre("No ESP32-S3 boot port found"));

@@ -189,7 +189,7 @@ TEST_F(FlashJobRefusal, TakesAnAlertThatEndsWithoutAnAnswerAsCancel) {
     expectDeclined(endWithoutAnswer());
 }
 
-// fault: the button is pressed again behind the open alert
+// fault: the button is pressed again while the alert is open
 TEST_F(FlashJobRefusal, IgnoresASecondPressBehindAnOpenAlert) {
     const AlertAction pressAgain = [this](QMessageBox&) {
         delegate->flashDevice();
