@@ -186,6 +186,7 @@ missing_packages() {
     command -v cmake >/dev/null || printf ' cmake'
     command -v ninja >/dev/null || printf ' ninja'
     command -v rsvg-convert >/dev/null || printf ' librsvg'
+    [ -n "$(installed_version cli11)" ] || printf ' cli11'
     [ -n "$(installed_version nlohmann-json)" ] || printf ' nlohmann-json'
     [ -n "$qt_version" ] || printf ' qtbase'
 }

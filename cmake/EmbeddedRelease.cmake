@@ -37,7 +37,8 @@ else()
     file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/sample")
     add_custom_command(OUTPUT "${image}"
         COMMAND "${PROJECT_SOURCE_DIR}/tools/make-sample-image" "${image}"
-        DEPENDS "${PROJECT_SOURCE_DIR}/tools/make-sample-image" "${PROJECT_SOURCE_DIR}/tools/whole_file.py"
+        DEPENDS "${PROJECT_SOURCE_DIR}/tools/make-sample-image" "${PROJECT_SOURCE_DIR}/tools/esp_image.py"
+                "${PROJECT_SOURCE_DIR}/tools/whole_file.py"
         COMMENT "Writing the sample image" VERBATIM)
 endif()
 

@@ -23,9 +23,10 @@ from pathlib import Path
 from typing import Callable, Iterator, Optional
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tests/end-to-end"))
+sys.path[:0] = [str(ROOT / "tests/end-to-end"), str(ROOT / "tools")]
 
-from flashing_session import (BUILD, BUNDLE, PORT, PROGRAM, FlashingSession, install_tool, pack,  # noqa: E402
+import esp_image  # noqa: E402
+from flashing_session import (BUILD, PORT, PROGRAM, FlashingSession, install_tool, pack,  # noqa: E402
                               require_private_dev)
 
 RESULT = BUILD / "benchmarks.json"
@@ -136,8 +137,7 @@ class Bench:
         self.session = FlashingSession(folder, self.home)
         self.image = folder / "image.bin"
         self.image.write_bytes(self.firmware_like_noise())
-        pack(self.session.bundle, self.image, "--name", "Benchmark", "--version", "1.0.0",
-             "--accept-header-rewrite")
+        pack(self.session.bundle, self.image, "--name", "Benchmark", "--version", "1.0.0")
         self.program = self.session.bundle / PROGRAM
         self.packed_image = self.session.bundle / "Contents/Resources" / json.loads(
             self.session.manifest().read_text())["binary"]["path"]
@@ -147,11 +147,8 @@ class Bench:
 
     @staticmethod
     def firmware_like_noise() -> bytes:
-        noise = bytearray(os.urandom(IMAGE_BYTES))
-        header = bytes([0xE9, 1, 0x02, 0x3F]) + b"\xff" * 20
-        for offset in (0, 0x10000):
-            noise[offset:offset + len(header)] = header
-        return bytes(noise)
+        image = esp_image.small_image(os.urandom(IMAGE_BYTES // 2))
+        return image + os.urandom(IMAGE_BYTES - len(image))
 
     def rounds_of(self, measure: Callable[[], tuple[float, float]]) -> tuple[list[float], list[float]]:
         pairs = [measure() for _ in range(self.rounds)]

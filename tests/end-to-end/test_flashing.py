@@ -8,12 +8,16 @@ import random
 import shutil
 import signal
 import subprocess
+import sys
 import unittest
 from pathlib import Path
 
 from flasher_window import FlasherWindow, wait_until
 from flashing_session import (COMPLETE_LINE, CONFIRM, CONTROLS, FLASH, OTHER_PORT, PORT, ROOT, SAMPLE_IMAGE, START,
                               FlashingSession, JobTest, pack)
+
+sys.path.insert(0, str(ROOT / "tools"))
+import esp_image  # noqa: E402
 
 FAILED_LINE = "\nFLASH FAILED — keep USB connected, return to G0 boot mode, and retry.\n"
 START_ON_OTHER_PORT = START.replace(str(PORT), str(OTHER_PORT))
@@ -59,7 +63,7 @@ class FlashingTest(JobTest):
         image = self.folder / "small.bin"
         # Noise: for a block that unpacks to megabytes, the tool waits minutes before it gives up.
         noise = random.Random(20).randbytes(1 << 20)
-        image.write_bytes(b"\xE9\x03\x02\x3F".ljust(0x10000, b"\xFF") + b"\xE9" + noise)
+        image.write_bytes(esp_image.small_image(noise))
         self.pack_sample(image)
         with self.session.device():
             window = self.enterContext(self.session.window())

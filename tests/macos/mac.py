@@ -152,6 +152,7 @@ class Mac:
         (self.homebrew / "opt/qtbase/bin").mkdir()
         (self.commands / "macdeployqt").rename(self.homebrew / "opt/qtbase/bin/macdeployqt")
         (self.homebrew / "qtbase").write_text("6.9.3 6.11.2_1")
+        (self.homebrew / "cli11").write_text("2.6.1")
         (self.homebrew / "nlohmann-json").write_text("3.12.0")
         (self.homebrew / "esptool-4.py").write_text(ESPTOOL_4)
         self.set_tool(ESPTOOL_4)

@@ -209,6 +209,7 @@ trap say EXIT
     def test_each_package_alone(self) -> None:
         for path, package in ((self.mac.commands / "cmake", "cmake"), (self.mac.commands / "ninja", "ninja"),
                               (self.mac.commands / "rsvg-convert", "librsvg"),
+                              (self.mac.homebrew / "cli11", "cli11"),
                               (self.mac.homebrew / "nlohmann-json", "nlohmann-json"),
                               (self.mac.homebrew / "qtbase", "qtbase")):
             with self.subTest(package):
@@ -219,9 +220,9 @@ trap say EXIT
 
     def test_all_packages_in_one_command(self) -> None:
         for path in (*(self.mac.commands / name for name in ("cmake", "ninja", "rsvg-convert")),
-                     self.mac.homebrew / "nlohmann-json", self.mac.homebrew / "qtbase"):
+                     *(self.mac.homebrew / name for name in ("cli11", "nlohmann-json", "qtbase"))):
             path.unlink()
-        names = "cmake ninja librsvg nlohmann-json qtbase"
+        names = "cmake ninja librsvg cli11 nlohmann-json qtbase"
         self.assert_failed("Homebrew packages", f"missing: {names}", f"brew install {names}", self.mac.build())
 
     def test_platformio_when_it_is_needed(self) -> None:

@@ -41,8 +41,10 @@ std::string twoBytes(std::uint8_t first, std::uint8_t second) {
 
 }  // namespace
 
-bool isFlashFrequency(std::string_view frequency) {
-    return frequencyCode(frequency).has_value();
+std::vector<std::string> flashFrequencies() {
+    std::vector<std::string> names;
+    for (const FrequencyCode& entry : frequencyCodes) names.emplace_back(entry.frequency);
+    return names;
 }
 
 void requireUnchangedHeader(std::span<const std::byte> image, const FlashManifest& manifest) {

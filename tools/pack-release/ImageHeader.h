@@ -2,14 +2,15 @@
 
 #include <cstddef>
 #include <span>
-#include <string_view>
+#include <string>
+#include <vector>
 
 #include "release/FlashManifest.h"
 
 namespace qelmo {
 
-/// True for the flash clocks that the flashing tool knows for the ESP32-S3.
-[[nodiscard]] bool isFlashFrequency(std::string_view frequency);
+/// The flash clocks that the flashing tool knows for the ESP32-S3, the usual one first.
+[[nodiscard]] std::vector<std::string> flashFrequencies();
 
 /// Refuses an image whose header the flashing tool would rewrite: bytes 2 and 3 name the flash mode, size and
 /// clock, and where they differ from the tool's options, it writes its own. The device would then not hold

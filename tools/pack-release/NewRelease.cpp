@@ -5,6 +5,7 @@
 
 #include "release/FlasherFailure.h"
 #include "release/FlasherResources.h"
+#include "tools/pack-release/BootableImage.h"
 #include "tools/pack-release/ImageHeader.h"
 
 namespace qelmo {
@@ -62,8 +63,12 @@ NewRelease newRelease(const PackRequest& request) {
     FlashManifest manifest = FlashManifest::decode(std::as_bytes(std::span(text)));
     requireSupportedRelease(manifest);
     (void)verifiedImageDigest(image.span(), manifest);
+    std::vector<std::string> warnings = requireBootableImage(image.span());
     if (!request.acceptHeaderRewrite) requireUnchangedHeader(image.span(), manifest);
-    return {std::move(image), std::move(text), std::move(manifest)};
+    if (manifest.flash.flashFrequency != "80m")
+        warnings.push_back("The window says 80 MHz for every release, and this one is flashed for " +
+                           manifest.flash.flashFrequency + ".");
+    return {std::move(image), std::move(text), std::move(manifest), std::move(warnings)};
 }
 
 std::string packedImageName(std::string_view digest) {

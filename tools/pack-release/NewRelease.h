@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/FileReading.h"
 #include "release/FlashManifest.h"
@@ -16,12 +17,13 @@ inline constexpr std::uint64_t deviceFlashBytes = 8ULL << 20;
 /// A release that is ready for a bundle: checked, but not yet written anywhere.
 struct NewRelease {
     FileBytes image;
-    std::string manifestText;  ///< the manifest file's bytes
-    FlashManifest manifest;    ///< decoded from `manifestText`
+    std::string manifestText;           ///< the manifest file's bytes
+    FlashManifest manifest;             ///< decoded from `manifestText`
+    std::vector<std::string> warnings;  ///< one sentence each
 };
 
-/// Reads the image, composes the manifest and checks both as the application will.
-/// Errors: FlasherFailure, with the application's own sentence where it would refuse the release;
+/// Reads the image, composes the manifest and checks both as the application will, then whether the chip can
+/// start it. Errors: FlasherFailure, with the application's own sentence where it would refuse the release;
 ///         std::system_error for the image file.
 [[nodiscard]] NewRelease newRelease(const PackRequest& request);
 

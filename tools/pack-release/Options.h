@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
 namespace qelmo {
 
@@ -14,28 +14,26 @@ struct PackRequest {
     std::string image;   ///< path of the merged image
     std::string name;
     std::string version;
-    std::string hardware;
-    std::int64_t baud = 0;
-    std::string frequency;
-    std::string after;
+    std::string hardware = "Cardputer ADV";
+    std::int64_t baud = 921600;
+    std::string frequency = "80m";
+    std::string after = "hard_reset";
     std::string confirmation;
     bool erase = true;                 ///< the whole internal flash is erased before writing
     bool acceptHeaderRewrite = false;  ///< the flashing tool may change the image's header
     bool sign = false;                 ///< the bundle is signed ad hoc afterwards
 };
 
-/// A command line that is not understood; one line that names the option.
+/// A command line that is not understood; the message names the option.
 class OptionError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-inline constexpr std::string_view helpOption = "--help";
+/// Reads the arguments after the program's name; nothing when they ask for help. Errors: OptionError.
+[[nodiscard]] std::optional<PackRequest> packRequest(std::span<const std::string> arguments);
 
-/// Reads the arguments behind the program's name. Errors: OptionError.
-[[nodiscard]] PackRequest packRequest(std::span<const std::string> arguments);
-
-/// The text for `helpOption`.
+/// The text for those who ask for help.
 [[nodiscard]] std::string packUsage();
 
 }  // namespace qelmo

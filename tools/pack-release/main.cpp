@@ -18,7 +18,7 @@ using namespace qelmo;
 
 constexpr int misuse = 2;
 
-void reportError(const std::string& message) {
+void report(const std::string& message) {
     writeToStandardError("pack-release: " + shownOnOneLine(message) + "\n");
 }
 
@@ -39,34 +39,39 @@ void printReport(const std::string& report) {
     }
 }
 
+void pack(const PackRequest& request) {
+    if (request.sign) requireSigningTool(systemSigningTool);
+    const NewRelease release = newRelease(request);
+    const auto replaced = replaceRelease(request.bundle, release);
+    for (const std::string& warning : release.warnings) report("warning: " + warning);
+    std::string text = summary(request, release.manifest, replaced);
+    if (request.sign) {
+        signBundle(systemSigningTool, request.bundle);
+        text += "Signed    ad hoc, and verified\n";
+    } else if (bundlesAreSealed) {
+        text += signingNotice(request.bundle);
+    }
+    printReport(text);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
         normalizeProcess();
         const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
-        if (std::find(arguments.begin(), arguments.end(), helpOption) != arguments.end()) {
+        const auto request = packRequest(arguments);
+        if (request) {
+            pack(*request);
+        } else {
             writeToStandardOutput(packUsage());
-            return EXIT_SUCCESS;
         }
-        const PackRequest request = packRequest(arguments);
-        if (request.sign) requireSigningTool(systemSigningTool);
-        const NewRelease release = newRelease(request);
-        const auto replaced = replaceRelease(request.bundle, release);
-        std::string report = summary(request, release.manifest, replaced);
-        if (request.sign) {
-            signBundle(systemSigningTool, request.bundle);
-            report += "Signed    ad hoc, and verified\n";
-        } else if (bundlesAreSealed) {
-            report += signingNotice(request.bundle);
-        }
-        printReport(report);
         return EXIT_SUCCESS;
     } catch (const OptionError& error) {
-        reportError(error.what());
+        report(error.what());
         return misuse;
     } catch (const std::exception& error) {
-        reportError(errorDescription(error));
+        report(errorDescription(error));
         return EXIT_FAILURE;
     }
 }
