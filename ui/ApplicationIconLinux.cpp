@@ -32,6 +32,8 @@ void setApplicationIcon(const std::optional<std::string>& path) {
     if (path) icon = iconOfFile(QFile::decodeName(path->c_str()));
     if (icon.isNull()) icon = QIcon(QStringLiteral(":/qelmo/FallbackIcon.png"));
     QApplication::setWindowIcon(icon);
+    // Under Wayland windows have no icon of their own: a desktop shows that of the entry with this name.
+    QApplication::setDesktopFileName(QStringLiteral("io.qelmo.varnox-flasher"));
 }
 
 bool hasApplicationIcon() {

@@ -129,7 +129,7 @@ class JobTest(SessionTest):
         window.answer(CONFIRM, press)
         wait_until(lambda: window.log().count(start) > jobs, "the start line")
 
-    def expect_complete(self, window) -> None:
+    def expect_complete(self, window, press: Callable[[str], None] | None = None) -> None:
         wait_until(lambda: window.status() in ("FLASH COMPLETE", "FLASH FAILED"), "the end of the job")
         self.assertEqual(window.status(), "FLASH COMPLETE", window.log())
         wait_until(lambda: len(window.alert_texts()) >= 2, "the success alert")
@@ -137,7 +137,7 @@ class JobTest(SessionTest):
             "QELMO Varnox is installed",
             "0.0.0-sample was written and verified. If the Cardputer remains in boot mode, power-cycle it "
             "normally without holding G0."])
-        window.answer("Done")
+        window.answer("Done", press)
         self.assertTrue(window.log().endswith(COMPLETE_LINE), window.log()[-400:])
         self.assert_controls_are_back(window)
 
