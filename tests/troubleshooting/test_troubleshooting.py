@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """docs/troubleshooting.md against reality: the sentences in the sources, and what the real tool prints now.
 
-A sentence stands alone on a line of a fenced block, the line above the block tells who says it, and "…" stands for
-what differs from time to time.
+Each line of a fenced block is one sentence, the line above the block names the speaker, and "…" replaces text that
+varies. "(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" is every supported one. A run
+compares the blocks of the version that it has. esptool 5 needs python3-rich-click as well.
 """
 
 from __future__ import annotations
@@ -19,7 +20,7 @@ import termios
 import tty
 import unittest
 from pathlib import Path
-from typing import Iterator, NamedTuple
+from typing import Iterator, NamedTuple, Optional
 
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/device"))
@@ -34,19 +35,41 @@ ROOMS = ("app", "ui", "flashing", "release", "platform", "tools/pack-release")
 FILES_OF_TEXTS = {"FlashTexts.h", "FlashTexts.cpp", "BootPorts.h", "BootPorts.cpp", "ReleaseTexts.cpp",
                   "WindowSelfTest.cpp"}
 
-BLOCK = re.compile(r"\b(?P<who>program|tool|system|build command|packer) says(?P<seen> \(seen\))?[^\n]*:\n\n"
+BLOCK = re.compile(r"\b(?P<who>program|tool|system|build command|packer) says(?: \((?P<mark>[^)\n]*)\))?[^\n]*:\n\n"
                    r"```\n(?P<lines>.*?)\n```$", re.MULTILINE | re.DOTALL)
+SEEN = re.compile(r"seen(?:, (?P<first>[\d.]+)(?: to (?P<last>[\d.]+))?)?")
+
+Version = tuple[int, ...]
+
+
+def numbers(text: str) -> Version:
+    return tuple(map(int, text.split(".")))
 
 
 class Block(NamedTuple):
     who: str
-    seen: bool
+    seen: Optional[tuple[Version, Version]]  # the first and the last version of the tool that prints it
     lines: list[str]
+
+    def is_printed_by(self, version: Version) -> bool:
+        if self.seen is None:
+            return False
+        first, last = self.seen
+        return version[:len(first)] >= first and version[:len(last)] <= last
+
+
+def versions_of(mark: str) -> Optional[tuple[Version, Version]]:
+    if mark == "not tried":
+        return None
+    if not (seen := SEEN.fullmatch(mark)):
+        raise ValueError(f"a sentence of the tool is either seen or not tried, and not ({mark})")
+    first = seen["first"] or "4.5"
+    return numbers(first), numbers(seen["last"] or seen["first"] or "4.12")
 
 
 def blocks() -> list[Block]:
-    return [Block(found["who"], bool(found["seen"]), found["lines"].splitlines())
-            for found in BLOCK.finditer(PAGE.read_text())]
+    return [Block(found["who"], versions_of(found["mark"] or "") if found["who"] == "tool" else None,
+                  found["lines"].splitlines()) for found in BLOCK.finditer(PAGE.read_text())]
 
 
 def matches(sentence: str, line: str) -> bool:
@@ -191,6 +214,7 @@ class Page(unittest.TestCase):
 # ---- the sentences of the tool ----
 
 IMAGE = b"\0" + bytes(range(256)) * 200
+IMAGE_OF_ANOTHER_CHIP = b"\xe9" + bytes(len(IMAGE))  # a header without segments, whose chip id is 0
 BOOT_LOG = b"rst:0x15 (USB_UART_CHIP_RESET),boot:0x8 (SPI_FAST_FLASH_BOOT)\r\n"
 
 
@@ -199,9 +223,9 @@ class Tool(device_case.DeviceTest):
         """The tool's own seven attempts to connect differ in nothing but the time that they take."""
         (self.folder / "esptool.cfg").write_text("\n".join(("[esptool]", "connect_attempts = 1", *settings)))
 
-    def flash_device(self, *options: str) -> str:
+    def flash_device(self, *options: str, image: bytes = IMAGE) -> str:
         device = self.device(*options)
-        output = self.flash(IMAGE).stdout
+        output = self.flash(image).stdout
         device.terminate()  # one that was unplugged ends by itself, so its status may be either
         device.wait(device_case.ONLY_WHEN_BROKEN)
         return output
@@ -233,6 +257,13 @@ class Tool(device_case.DeviceTest):
         os.unlink(PORT)
         return output
 
+    def flash_with_locked_port(self) -> str:
+        _, slave = self.terminal()
+        fcntl.flock(slave, fcntl.LOCK_EX)
+        output = self.flash(IMAGE).stdout
+        os.unlink(PORT)
+        return output
+
     def flash_with_null_port(self) -> str:
         os.symlink("null", PORT)
         output = self.flash(IMAGE).stdout
@@ -261,8 +292,8 @@ class Tool(device_case.DeviceTest):
         return output.decode()
 
     def version_without(self, module: str) -> str:
-        """An interpreter without the modules of the system, but with the tool's other one."""
-        other = {"serial": "intelhex", "intelhex": "serial"}[module]
+        """An interpreter without the modules of the system, but with another one of the tool."""
+        other = "intelhex" if module == "serial" else "serial"
         modules = self.folder / f"without-{module}"
         modules.mkdir()
         found = run(PYTHON, "-c", f"import {other}; print({other}.__path__[0])").stdout.strip()
@@ -271,19 +302,35 @@ class Tool(device_case.DeviceTest):
         environment = os.environ | {"PYTHONPATH": str(modules), "PYTHONDONTWRITEBYTECODE": "1"}
         return run(PYTHON, "-S", tool, "version", env=environment).stdout
 
-    def outputs(self) -> dict[str, str]:
+    @staticmethod
+    def version() -> Version:
+        """Read and not asked for: version 5 does not start without its modules."""
+        package = Path(device_case.home) / ".platformio/packages/tool-esptoolpy/esptool/__init__.py"
+        return numbers(re.search(r'^__version__ = "(\d+\.\d+)', package.read_text(), re.MULTILINE)[1])
+
+    def outputs(self, version: Version) -> dict[str, str]:
         self.configure()
+        if version >= (5,):
+            return {"no rich_click": self.version_without("rich_click"), "any flash": self.flash(IMAGE).stdout}
+        outputs = self.outputs_of_every_version()
+        if version >= (4, 7):
+            outputs["no intelhex"] = self.version_without("intelhex")
+        if version >= (4, 8):
+            outputs["port locked"] = self.flash_with_locked_port()
+        return outputs
+
+    def outputs_of_every_version(self) -> dict[str, str]:
         return {
             "no such port": self.flash(IMAGE).stdout,
             "port of another kind": self.flash_with_null_port(),
             "port denied": self.flash_with_denied_port(),
             "port busy": self.flash_with_busy_port(),
             "no pyserial": self.version_without("serial"),
-            "no intelhex": self.version_without("intelhex"),
             "silent device": self.flash_device("--fault", "never-answers"),
             "garbage": self.flash_device("--fault", "garbage"),
             "not in boot mode": self.flash_firmware_that_runs(),
             "another chip": self.flash_device("--fault", "other-chip"),
+            "image of another chip": self.flash_device(image=IMAGE_OF_ANOTHER_CHIP),
             "unplugged": self.flash_device("--fault", "unplugged"),
             "stops before the first block": self.flash_device("--fault", "stops-answering@0"),
             "stops later": self.flash_device("--fault", "stops-answering"),
@@ -291,15 +338,17 @@ class Tool(device_case.DeviceTest):
             "nothing wrong": self.flash_device(),
         }
 
-    # fault: the port is missing, denied, busy or no serial port; the tool lacks a module; the device's firmware runs
+    # fault: the port is missing, denied, busy or no serial port; the tool lacks a module; the device's firmware runs;
+    #     the image is for another chip
     def test_says_now_what_the_page_marks_as_seen(self) -> None:
-        seen = [block.lines for block in blocks() if block.who == "tool" and block.seen]
+        version = self.version()
+        seen = [block.lines for block in blocks() if block.is_printed_by(version)]
 
         def prints(output: str, wanted: list[str]) -> bool:
             lines = iter(output.splitlines())
             return all(any(matches(sentence, line) for line in lines) for sentence in wanted)
 
-        outputs = self.outputs()
+        outputs = self.outputs(version)
         for wanted in seen:
             with self.subTest("no case prints what the page marks as seen", wanted=wanted):
                 self.assertTrue(any(prints(output, wanted) for output in outputs.values()))
