@@ -5,14 +5,17 @@
 
 #include <QApplication>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QPushButton>
 #include <QScreen>
 #include <QTest>
 #include <QWindow>
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <stdexcept>
 
@@ -86,6 +89,11 @@ const State& stateNamed(const std::string& name) {
     throw std::runtime_error("no state " + name);
 }
 
+/// The quality that makes Qt compress a PNG best.
+constexpr int smallestFile = 0;
+/// A picture's text of this name is the version of Qt that drew the window.
+constexpr QLatin1String makerKey("Qt");
+
 /// A place in a control of this size where its ground is seen.
 QPoint besideText(const QSize& size) {
     return {3, size.height() / 2};
@@ -127,7 +135,9 @@ protected:
         // The lengths are of the window's own kind; the picture has the screen's.
         const QPixmap picture = onScreen(frameOnScreen(*delegate->window));
         const std::string name = state + (scale > 1 ? "@2x" : "") + ".png";
-        EXPECT_TRUE(picture.save(QString::fromStdString(name))) << name;
+        QImage image = picture.toImage();
+        image.setText(makerKey, QString::fromLatin1(qVersion()));
+        EXPECT_TRUE(image.save(QString::fromStdString(name), "PNG", smallestFile)) << name;
     }
 
     /// With what the window manager adds. The widget itself may keep to the frame that it had before the
@@ -325,6 +335,78 @@ TEST_F(ScreenPictures, ErrorAlert) {
     writeRelease();
     const AlertAnswer answer(inOrder(saveAlert("error-alert"), click("OK")));
     pressFlash();
+}
+
+// ---- the picture in the documents ----
+
+/// No glyph is compared, only the mean colours of cells of about this many pixels in each direction.
+constexpr int cellSize = 8;
+constexpr int allowedDifference = 24;
+constexpr qint64 allowedFileSize = 60'000;
+
+QImage cellsOf(const QImage& picture, const QRect& part) {
+    return picture.copy(part).scaled((part.size() / cellSize).expandedTo({1, 1}), Qt::IgnoreAspectRatio,
+                                     Qt::SmoothTransformation);
+}
+
+/// Of any channel of any cell.
+int largestDifference(const QImage& one, const QImage& other) {
+    int largest = 0;
+    for (int y = 0; y < one.height(); ++y)
+        for (int x = 0; x < one.width(); ++x) {
+            const QColor first = one.pixelColor(x, y), second = other.pixelColor(x, y);
+            largest =
+                std::max({largest, std::abs(first.red() - second.red()),
+                          std::abs(first.green() - second.green()), std::abs(first.blue() - second.blue())});
+        }
+    return largest;
+}
+
+/// The colour that most pixels have.
+std::string groundOf(const QImage& picture, const QRect& part) {
+    std::map<QRgb, int> pixels;
+    for (int y = part.top(); y <= part.bottom(); ++y)
+        for (int x = part.left(); x <= part.right(); ++x) ++pixels[picture.pixel(x, y)];
+    const auto fewer = [](const auto& one, const auto& other) { return one.second < other.second; };
+    return hex(std::max_element(pixels.begin(), pixels.end(), fewer)->first);
+}
+
+class DocumentedPicture : public ScreenPictures {
+protected:
+    static std::string documentedFile() {
+        const char* const documents = std::getenv("QELMO_DOCUMENTS");
+        return std::string(documents == nullptr ? "." : documents) + "/images/window.png";
+    }
+
+    void expectRowsOf(const QImage& documented, const QImage& today) const {
+        const QPoint inFrame =
+            delegate->window->geometry().topLeft() - frameOnScreen(*delegate->window).topLeft();
+        const auto expectSame = [&](const char* name, const QRect& part) {
+            EXPECT_EQ(groundOf(documented, part), groundOf(today, part)) << name << ": run tools/make-images";
+            EXPECT_LE(largestDifference(cellsOf(documented, part), cellsOf(today, part)), allowedDifference)
+                << name << ": run tools/make-images";
+        };
+        for (const WindowRow& row : rowsOf(*delegate)) expectSame(row.name, frameOf(row).translated(inFrame));
+        expectSame("the whole window", today.rect());
+    }
+};
+
+TEST_F(DocumentedPicture, ShowsTheWindowOfToday) {
+    const QString file = QString::fromStdString(documentedFile());
+    const QImage documented(file);
+    ASSERT_FALSE(documented.isNull()) << documentedFile() << ": run tools/make-images";
+    EXPECT_LT(QFileInfo(file).size(), allowedFileSize);
+    const std::string maker = documented.text(makerKey).toStdString();
+    if (maker != qVersion())
+        GTEST_SKIP() << "the picture was made with Qt " << maker << ", which draws controls in its own way";
+    const BootPort port("cu.usbmodem101");
+    launch();
+    ASSERT_TRUE(waitUntilActive(*delegate->window));
+    ASSERT_TRUE(waitForTitleBar(*delegate->window));
+    ASSERT_TRUE(waitUntil([this] { return shows(stateNamed("ready")); }));
+    const QImage today = onScreen(frameOnScreen(*delegate->window)).toImage();
+    ASSERT_TRUE(documented.size() == today.size()) << "run tools/make-images";
+    expectRowsOf(documented, today);
 }
 
 }  // namespace
