@@ -8,6 +8,8 @@ import time
 import unittest
 from pathlib import Path
 
+import esptool_versions
+
 HERE = Path(__file__).resolve().parent
 # Without a build, the script's own.
 CACHE = ["--cache", f"{os.environ['QELMO_BUILD']}/esptool-cache"] if "QELMO_BUILD" in os.environ else []
@@ -60,6 +62,10 @@ class DeviceTest(unittest.TestCase):
         self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 0)
 
     @staticmethod
+    def of_the_tool(values):
+        return esptool_versions.of_tool(home, values)
+
+    @staticmethod
     def esptool(*arguments):
         return [PYTHON, f"{home}/.platformio/packages/tool-esptoolpy/esptool.py", "--chip", "esp32s3", *arguments]
 
@@ -90,9 +96,8 @@ def main():
     if "INSIDE_PRIVATE_DEV" not in os.environ:
         os.environ["INSIDE_PRIVATE_DEV"] = "yes"
         os.execv(HERE / "private-dev", ["private-dev", "--", PYTHON, "-B", *sys.argv])
-    with tempfile.TemporaryDirectory() as temporary:
-        home = os.environ.get("QELMO_TEST_HOME", "") or temporary
-        if home == temporary and subprocess.call([HERE / "install-esptool", *CACHE, temporary]) != 0:
+    with tempfile.TemporaryDirectory() as home:
+        if subprocess.call([HERE / "install-esptool", *CACHE, home]) != 0:
             return 1
         program = unittest.main(exit=False)
     return 0 if program.result.wasSuccessful() else 1

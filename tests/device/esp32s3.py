@@ -9,9 +9,9 @@ import flash_memory
 import slip
 
 MAGIC_REGISTER = 0x40001000
-MAGIC_ESP32S3 = 9
-MAGIC_ESP32C3 = 0x6921506F
-CHIP_ID_ESP32S3 = 9
+# What a chip is known by: the register's value, and the id in its security information.
+MAGIC_ESP32S3, ID_ESP32S3 = 9, 9
+MAGIC_ESP32C3, ID_ESP32C3 = 0x6921506F, 5
 
 SPI_COMMAND, SPI_USER_2, SPI_DATA_0 = 0x60002000, 0x60002020, 0x60002058
 SPI_EXECUTE = 1 << 18
@@ -184,10 +184,15 @@ class Esp32S3:
 
     def _read_register(self, body: bytes) -> int:
         (address,) = struct.unpack("<I", body)
-        if address == MAGIC_REGISTER and self._fault.is_armed(device_fault.OTHER_CHIP):
-            self._fault.strike()
+        if address == MAGIC_REGISTER and self._is_other_chip():
             return MAGIC_ESP32C3
         return self._registers.get(address, 0)
+
+    def _is_other_chip(self) -> bool:
+        if self._fault.is_armed(device_fault.OTHER_CHIP):
+            self._fault.strike()
+            return True
+        return False
 
     def _write_register(self, body: bytes) -> bytes:
         for address, value, mask, _delay in struct.iter_unpack("<IIII", body):
@@ -202,7 +207,7 @@ class Esp32S3:
         self._registers[SPI_COMMAND] &= ~SPI_EXECUTE
 
     def _security_info(self, _body: bytes) -> bytes:
-        return struct.pack("<I8xII", 0, CHIP_ID_ESP32S3, 0)
+        return struct.pack("<I8xII", 0, ID_ESP32C3 if self._is_other_chip() else ID_ESP32S3, 0)
 
     def _change_baud_rate(self, body: bytes) -> bytes:
         baud, _current = struct.unpack("<II", body)

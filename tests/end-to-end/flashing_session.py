@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import shutil
 import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
@@ -13,6 +14,9 @@ from typing import Callable, Sequence
 from flasher_window import FlasherWindow, wait_until
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/device"))
+from esptool_versions import of_tool  # noqa: E402
+
 BUILD = Path(os.environ["QELMO_BUILD"])
 BUNDLE = Path(os.environ["QELMO_BUNDLE"])
 PROGRAM = "Contents/MacOS/QelmoFlasher"
@@ -110,6 +114,9 @@ class SessionTest(unittest.TestCase):
     @classmethod
     def tearDownClass(cls) -> None:
         cls.homes.cleanup()
+
+    def of_the_tool(self, values: dict):
+        return of_tool(self.home, values)
 
     def setUp(self) -> None:
         # What the device and the program said stays there after the run; the bundle does not.

@@ -15,6 +15,7 @@ from pathlib import Path
 from flasher_window import FlasherWindow, wait_until
 from flashing_session import (COMPLETE_LINE, CONFIRM, CONTROLS, FLASH, OTHER_PORT, PORT, ROOT, SAMPLE_IMAGE, START,
                               FlashingSession, JobTest, pack)
+from esptool_versions import NO_PORT, OTHER_CHIP, VERIFIES_TWICE
 
 sys.path.insert(0, str(ROOT / "tools"))
 import esp_image  # noqa: E402
@@ -115,7 +116,7 @@ class FlashingTest(JobTest):
             self.start_flash(window)
             self.expect_complete(window)
             self.assertTrue(device.holds(SAMPLE_IMAGE))
-            self.assertIn("dür with späces and \ufffd", window.log())
+            self.assertEqual("dür with späces and \ufffd" in window.log(), self.of_the_tool(VERIFIES_TWICE))
 
     def test_controls_are_disabled_while_the_tool_runs(self) -> None:
         with self.session.device("--bytes-per-second", "400000"), self.session.window() as window:
@@ -147,7 +148,7 @@ class FlashingTest(JobTest):
     # fault: another chip is at the port
     # seen: "FLASH FAILED", "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?"
     def test_another_chip_is_refused_and_a_second_try_succeeds(self) -> None:
-        self.fail_then_succeed("other-chip", "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?")
+        self.fail_then_succeed("other-chip", self.of_the_tool(OTHER_CHIP))
 
     # fault: the device is unplugged during the erase
     # seen: "FLASH FAILED", "A serial exception error occurred"
@@ -173,7 +174,7 @@ class FlashingTest(JobTest):
             self.fail_once(window, device, "unplugged@1", UNPLUGGED_WORDS, SAMPLE_IMAGE)
         with self.session.device("--port", str(OTHER_PORT)) as device:
             self.start_flash(window)
-            self.expect_failed(window, f"Could not open {PORT}, the port is busy or doesn't exist.")
+            self.expect_failed(window, self.of_the_tool(NO_PORT).format(PORT))
             self.assertEqual(window.selected_port(), str(PORT))
             self.assertEqual(device.event_lines(), [])
             window.press("REFRESH BUILD")

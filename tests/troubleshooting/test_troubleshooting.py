@@ -15,7 +15,6 @@ import re
 import select
 import subprocess
 import sys
-import tempfile
 import termios
 import tty
 import unittest
@@ -27,6 +26,7 @@ sys.path.insert(0, str(ROOT / "tests/device"))
 
 import device_case  # noqa: E402
 from device_case import PORT, PYTHON, run  # noqa: E402
+from esptool_versions import LOCKS_THE_PORT, MODULES, installed_version  # noqa: E402
 
 PAGE = ROOT / "docs/troubleshooting.md"
 BUILD_COMMAND = ROOT / "BUILD-FULL-MAC.command"
@@ -302,22 +302,14 @@ class Tool(device_case.DeviceTest):
         environment = os.environ | {"PYTHONPATH": str(modules), "PYTHONDONTWRITEBYTECODE": "1"}
         return run(PYTHON, "-S", tool, "version", env=environment).stdout
 
-    @staticmethod
-    def version() -> Version:
-        """Read and not asked for: version 5 does not start without its modules."""
-        package = Path(device_case.home) / ".platformio/packages/tool-esptoolpy/esptool/__init__.py"
-        return numbers(re.search(r'^__version__ = "(\d+\.\d+)', package.read_text(), re.MULTILINE)[1])
-
     def outputs(self, version: Version) -> dict[str, str]:
         self.configure()
+        outputs = {f"no {module}": self.version_without(module) for module in self.of_the_tool(MODULES)}
         if version >= (5,):
-            return {"no rich_click": self.version_without("rich_click"), "any flash": self.flash(IMAGE).stdout}
-        outputs = self.outputs_of_every_version()
-        if version >= (4, 7):
-            outputs["no intelhex"] = self.version_without("intelhex")
-        if version >= (4, 8):
+            return outputs | {"any flash": self.flash(IMAGE).stdout}
+        if self.of_the_tool(LOCKS_THE_PORT):
             outputs["port locked"] = self.flash_with_locked_port()
-        return outputs
+        return outputs | self.outputs_of_every_version()
 
     def outputs_of_every_version(self) -> dict[str, str]:
         return {
@@ -325,7 +317,6 @@ class Tool(device_case.DeviceTest):
             "port of another kind": self.flash_with_null_port(),
             "port denied": self.flash_with_denied_port(),
             "port busy": self.flash_with_busy_port(),
-            "no pyserial": self.version_without("serial"),
             "silent device": self.flash_device("--fault", "never-answers"),
             "garbage": self.flash_device("--fault", "garbage"),
             "not in boot mode": self.flash_firmware_that_runs(),
@@ -341,7 +332,7 @@ class Tool(device_case.DeviceTest):
     # fault: the port is missing, denied, busy or no serial port; the tool lacks a module; the device's firmware runs;
     #     the image is for another chip
     def test_says_now_what_the_page_marks_as_seen(self) -> None:
-        version = self.version()
+        version = installed_version(device_case.home)
         seen = [block.lines for block in blocks() if block.is_printed_by(version)]
 
         def prints(output: str, wanted: list[str]) -> bool:
@@ -357,17 +348,5 @@ class Tool(device_case.DeviceTest):
                 self.assertTrue(any(prints(output, wanted) for wanted in seen), output)
 
 
-def main() -> int:
-    if "INSIDE_PRIVATE_DEV" not in os.environ:
-        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
-        private_dev = ROOT / "tests/device/private-dev"
-        os.execv(private_dev, [private_dev, "--", PYTHON, "-B", __file__, *sys.argv[1:]])
-    with tempfile.TemporaryDirectory() as device_case.home:
-        if subprocess.call([ROOT / "tests/device/install-esptool", *device_case.CACHE, device_case.home]) != 0:
-            return 1
-        program = unittest.main(exit=False)
-    return 0 if program.result.wasSuccessful() else 1
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(device_case.main())
