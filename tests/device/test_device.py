@@ -3,6 +3,8 @@
 
 import os
 import random
+import re
+import shutil
 import signal
 import stat
 import subprocess
@@ -11,7 +13,7 @@ import time
 
 import device_case
 from device_case import CACHE, FLASH_SIZE, HERE, ONLY_WHEN_BROKEN, PORT, PYTHON, DeviceTest, run
-from esptool_versions import OTHER_CHIP, RECONNECTS, VERIFIES_TWICE
+from esptool_versions import OTHER_CHIP, RECONNECTS, VERIFIES_TWICE, load_tests  # noqa: F401
 
 MAKE_SAMPLE = HERE.parents[1] / "tools" / "make-sample-image"
 DEAD_PROXY = "http://127.0.0.1:9"
@@ -322,6 +324,17 @@ class Faults(DeviceTest):
             self.wait_for("fault bit-error@99", times)
 
 
+class Version5(DeviceTest):
+    # fault: the flashing tool is a version 5
+    # seen: "No such option: --verify"
+    def test_a_tool_of_version_5_refuses_the_job_before_the_port_is_touched(self):
+        self.device()
+        result = self.flash(RANDOM_IMAGE)
+        self.assertEqual(result.returncode, 2, result.stdout)
+        self.assertIn("No such option: --verify", result.stdout)
+        self.assertEqual(self.log(), [])
+
+
 class PrivateDev(DeviceTest):
     """Nested in the private /dev of this whole file, as test harnesses are."""
 
@@ -396,7 +409,8 @@ class PrivateDev(DeviceTest):
 
 class InstallEsptool(DeviceTest):
     def install(self, *arguments, **environment):
-        return run(HERE / "install-esptool", *CACHE, *arguments, env=os.environ | environment)
+        default = {name: value for name, value in os.environ.items() if name != "QELMO_ESPTOOL"}
+        return run(HERE / "install-esptool", *CACHE, *arguments, env=default | environment)
 
     def test_needs_no_network_a_second_time_and_replaces_its_own_tool(self):
         self.assertEqual(self.install(self.folder).returncode, 0)
@@ -407,6 +421,25 @@ class InstallEsptool(DeviceTest):
             self.assertEqual(os.listdir(packages), ["tool-esptoolpy"])
             version = run(PYTHON, "-B", packages / "tool-esptoolpy/esptool.py", "version").stdout
             self.assertRegex(version, r"^esptool.py v(4[.\d]+)\n\1\n$")
+
+    def test_takes_another_version_from_a_folder(self):
+        given = self.folder / "given"
+        shutil.copytree(f"{device_case.home}/.platformio/packages/tool-esptoolpy", given)
+        package = given / "esptool/__init__.py"
+        package.write_text(re.sub('(?m)^__version__ = .*', '__version__ = "4.99.1"', package.read_text()))
+        result = self.install(self.folder, QELMO_ESPTOOL=str(given))
+        self.assertEqual((result.returncode, result.stdout), (0, ""))
+        tool = self.folder / ".platformio/packages/tool-esptoolpy/esptool.py"
+        self.assertTrue(run(PYTHON, "-B", tool, "version").stdout.endswith("\n4.99.1\n"))
+        self.assertTrue(tool.read_bytes() == (HERE / "esptool_starter.py").read_bytes())
+
+    # fault: the folder for another version of the real tool holds none
+    # seen: "install-esptool: QELMO_ESPTOOL: there is no esptool.py beside a folder esptool in …"
+    def test_refuses_a_folder_without_a_tool(self):
+        result = self.install(self.folder, QELMO_ESPTOOL=str(self.folder))
+        self.assertEqual((result.returncode, result.stdout), (1, "install-esptool: QELMO_ESPTOOL: there is no "
+                                                              f"esptool.py beside a folder esptool in {self.folder}\n"))
+        self.assertEqual(os.listdir(self.folder), [])
 
     # fault: the real tool is to be fetched without a network
     def test_says_in_one_line_that_there_is_no_network(self):

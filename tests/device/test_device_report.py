@@ -18,6 +18,7 @@ from pathlib import Path
 
 import device_case
 from device_case import FLASH_SIZE, HERE, PORT, PYTHON, DeviceTest, run
+from esptool_versions import load_tests  # noqa: F401
 from terminal import ONLY_WHEN_BROKEN, Terminal
 
 ROOT = HERE.parents[1]

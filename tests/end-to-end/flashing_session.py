@@ -15,7 +15,7 @@ from flasher_window import FlasherWindow, wait_until
 
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/device"))
-from esptool_versions import of_tool  # noqa: E402
+from esptool_versions import load_tests, of_tool  # noqa: E402, F401
 
 BUILD = Path(os.environ["QELMO_BUILD"])
 BUNDLE = Path(os.environ["QELMO_BUNDLE"])

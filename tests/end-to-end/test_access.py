@@ -9,7 +9,7 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
 from flasher_window import FlasherWindow, wait_until
-from flashing_session import PORT, SAMPLE_IMAGE, SessionTest
+from flashing_session import PORT, SAMPLE_IMAGE, SessionTest, load_tests  # noqa: F401
 from test_flashing import COMPLETE_LINE, CONFIRM, FLASH, OTHER_PORT, START, START_ON_OTHER_PORT
 
 VIEWS = [

@@ -14,7 +14,7 @@ from pathlib import Path
 
 from flasher_window import FlasherWindow, wait_until
 from flashing_session import (COMPLETE_LINE, CONFIRM, CONTROLS, FLASH, OTHER_PORT, PORT, ROOT, SAMPLE_IMAGE, START,
-                              FlashingSession, JobTest, pack)
+                              FlashingSession, JobTest, load_tests, pack)  # noqa: F401
 from esptool_versions import NO_PORT, OTHER_CHIP, VERIFIES_TWICE
 
 sys.path.insert(0, str(ROOT / "tools"))
@@ -269,6 +269,14 @@ class FlashingTest(JobTest):
             self.expect_failed(window, "Writing at")
             self.start_flash(window)
             self.expect_complete(window)
+
+    # fault: the flashing tool is a version 5
+    # seen: "FLASH FAILED", "No such option: --verify"
+    def test_a_tool_of_version_5_refuses_the_job_before_the_port_is_touched(self) -> None:
+        with self.session.device() as device, self.session.window() as window:
+            self.start_flash(window)
+            self.expect_failed(window, "No such option: --verify")
+            self.assertEqual(device.event_lines(), [])
 
     # fault: the interpreter cannot be started
     # seen: "FLASHER COULD NOT START", "QELMO Flasher stopped", "start /usr/bin/python3: Permission denied"

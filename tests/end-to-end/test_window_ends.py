@@ -12,7 +12,8 @@ from pathlib import Path
 from typing import Callable
 
 from flasher_window import FlasherWindow, wait_until
-from flashing_session import CONFIRM, FLASH, OTHER_PORT, PORT, SAMPLE_IMAGE, START, FlashingSession, JobTest
+from flashing_session import (CONFIRM, FLASH, OTHER_PORT, PORT, SAMPLE_IMAGE, START, FlashingSession, JobTest,  # noqa: F401
+                              load_tests)
 
 SLOW = ("--bytes-per-second", "200000")
 PR_SET_CHILD_SUBREAPER = 36
