@@ -12,6 +12,7 @@ import sys
 import unittest
 from pathlib import Path
 
+import demo
 from flasher_window import FlasherWindow, wait_until
 from flashing_session import (COMPLETE_LINE, CONFIRM, CONTROLS, FLASH, OTHER_PORT, PORT, ROOT, SAMPLE_IMAGE, START,
                               FlashingSession, JobTest, load_tests, pack)  # noqa: F401
@@ -293,6 +294,23 @@ class FlashingTest(JobTest):
             window.answer("OK")
             self.assertTrue(window.log().endswith(START), window.log())
             self.assert_controls_are_back(window)
+
+    # The demo ----
+
+    def test_the_demo_is_over_after_done_or_when_the_window_is_closed(self) -> None:
+        with self.session.device(), self.session.window() as window:
+            show = demo.Show(window)
+            self.start_flash(window)
+            wait_until(lambda: not show.is_over() and window.alert_texts(), "the success alert")
+            self.assertFalse(show.is_over())
+            window.answer("Done")
+            self.assertTrue(show.is_over())
+            self.assertFalse(show.is_over())  # the next flash
+            window.type_keys("ctrl+q")
+            wait_until(show.is_over, "the end of the program")
+            self.assertEqual(window.process.returncode, 0)
+            self.assertEqual(show.status, "FLASH COMPLETE")
+            self.assertTrue(show.log.endswith(COMPLETE_LINE), show.log)
 
 
 if __name__ == "__main__":
