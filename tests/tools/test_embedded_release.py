@@ -33,16 +33,16 @@ class EmbeddedRelease(unittest.TestCase):
              "-DQELMO_TESTS=OFF", f"-DQELMO_PACK_RELEASE={PACK}", *settings],
             cwd=self.root, capture_output=True, text=True, timeout=120)
 
-    def configure_release(self, version: str = "1.2.3") -> None:
+    def configure_release(self, version: str = "1.2.3", *settings: str) -> None:
         done = self.configure("-DQELMO_RELEASE_IMAGE=merged.bin", f"-DQELMO_RELEASE_VERSION={version}",
-                              "-DQELMO_RELEASE_NAME=Varnox")
+                              "-DQELMO_RELEASE_NAME=Varnox", *settings)
         self.assertEqual(done.returncode, 0, done.stderr)
 
     def make_bundle(self) -> subprocess.CompletedProcess[str]:
         return subprocess.run(["cmake", "--build", str(self.build), "--target", "bundle"], capture_output=True,
                               text=True, timeout=120)
 
-    def assert_embedded(self, version: str, data: bytes) -> None:
+    def assert_embedded(self, version: str, data: bytes) -> dict:
         done = self.make_bundle()
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         resources = self.build / "QELMO Varnox Flasher.app" / "Contents" / "Resources"
@@ -53,6 +53,7 @@ class EmbeddedRelease(unittest.TestCase):
         images = list(resources.glob("*.bin"))
         self.assertEqual([path.name for path in images], [manifest["binary"]["path"]])
         self.assertEqual(images[0].read_bytes(), data)
+        return manifest
 
     def test_follows_the_image_and_the_version_and_ships_no_image_but_the_last(self) -> None:
         for version, content in [("1.2.3", b"one"), ("1.2.3", b"two"), ("1.2.4", b"two")]:
@@ -70,6 +71,13 @@ class EmbeddedRelease(unittest.TestCase):
         self.image.write_bytes(image(b"real"))
         self.configure_release()
         self.assert_embedded("1.2.3", image(b"real"))
+
+    def test_hands_further_options_to_pack_release_as_they_stand(self) -> None:
+        self.image.write_bytes(image(b"real"))
+        self.configure_release("1.2.3", "-DQELMO_RELEASE_OPTIONS=--baud;460800;--no-erase;--confirmation;FLASH $1 & 2")
+        flash = self.assert_embedded("1.2.3", image(b"real"))["flash"]
+        self.assertEqual((flash["baud"], flash["eraseAllInternalFlash"], flash["confirmationText"]),
+                         (460800, False, "FLASH $1 & 2"))
 
     # fault: the release to be built in is no image
     # seen: "pack-release: The embedded file is not a complete QELMO firmware image."

@@ -1,0 +1,41 @@
+# Which release the bundle carries: the sample, or the one that the first three of these name.
+#   cmake -DQELMO_RELEASE_IMAGE=merged.bin -DQELMO_RELEASE_VERSION=1.2.3 -DQELMO_RELEASE_NAME=Varnox
+# FILEPATH, so that a relative path is one from where cmake was called.
+set(QELMO_RELEASE_IMAGE "" CACHE FILEPATH "Merged image of the release to embed (empty: the sample)")
+set(QELMO_RELEASE_VERSION "" CACHE STRING "Version of the release to embed")
+set(QELMO_RELEASE_NAME "" CACHE STRING "Name of the release to embed")
+set(QELMO_RELEASE_OPTIONS "" CACHE STRING "Further options of pack-release, as a list: --baud;460800;--no-erase")
+
+set(given "")
+set(missing "")
+foreach(variable QELMO_RELEASE_IMAGE QELMO_RELEASE_VERSION QELMO_RELEASE_NAME)
+    if("${${variable}}" STREQUAL "")
+        list(APPEND missing ${variable})
+    else()
+        list(APPEND given ${variable})
+    endif()
+endforeach()
+if(given AND missing)
+    list(JOIN missing " and " missing)
+    message(FATAL_ERROR "A release needs its image, its version and its name: ${missing} missing.")
+endif()
+
+# The release by these names, whether it is the sample or not.
+if(given)
+    if(NOT EXISTS "${QELMO_RELEASE_IMAGE}" OR IS_DIRECTORY "${QELMO_RELEASE_IMAGE}")
+        message(FATAL_ERROR "QELMO_RELEASE_IMAGE: there is no file ${QELMO_RELEASE_IMAGE}")
+    endif()
+    if(QELMO_TESTS)
+        message(NOTICE "The tests expect the sample release: run them in a build without QELMO_RELEASE_IMAGE.")
+    endif()
+    set(QELMO_CARRIES_SAMPLE OFF)
+    set(QELMO_CARRIED_IMAGE "${QELMO_RELEASE_IMAGE}")
+    set(QELMO_CARRIED_NAME "${QELMO_RELEASE_NAME}")
+    set(QELMO_CARRIED_VERSION "${QELMO_RELEASE_VERSION}")
+else()
+    # Its words make plain that it is a sample.
+    set(QELMO_CARRIES_SAMPLE ON)
+    set(QELMO_CARRIED_IMAGE "${CMAKE_BINARY_DIR}/sample/sample-firmware.bin")
+    set(QELMO_CARRIED_NAME "Sample, not firmware")
+    set(QELMO_CARRIED_VERSION 0.0.0-sample)
+endif()
