@@ -1,5 +1,24 @@
-# Installs the release of the bundle whose resource folder is ${resources}: the manifest and the image it names.
+# Installs the release of the bundle whose resource folder is ${resources}: the manifest and the image it names. It has
+# to be the release that the build is set to (${wanted_name}, ${wanted_version}, ${wanted_image}): a build that was
+# refused or forgotten leaves the one before in the bundle.
 set(manifest "${resources}/qelmo-varnox-flash-manifest.json")
+if(NOT EXISTS "${manifest}")
+    message(FATAL_ERROR "The bundle holds no release: build it first.")
+endif()
+if(NOT EXISTS "${wanted_image}")
+    message(FATAL_ERROR "The image that the bundle's release is compared with is not there any more: ${wanted_image}")
+endif()
 file(READ "${manifest}" text)
+string(JSON name GET "${text}" name)
+string(JSON version GET "${text}" version)
+string(JSON digest GET "${text}" binary sha256)
 string(JSON image GET "${text}" binary path)
+file(SHA256 "${wanted_image}" wanted_digest)
+
+set(held "${name} ${version}, SHA-256 ${digest}")
+set(wanted "${wanted_name} ${wanted_version}, SHA-256 ${wanted_digest}")
+if(NOT held STREQUAL wanted)
+    message(FATAL_ERROR "The bundle holds another release (${held}) than the build's settings (${wanted}): build again, "
+            "or configure the build with the release that is to be packed.")
+endif()
 file(INSTALL "${manifest}" "${resources}/${image}" DESTINATION "${CMAKE_INSTALL_PREFIX}/${destination}" TYPE FILE)

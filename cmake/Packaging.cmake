@@ -4,6 +4,9 @@ if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux" OR NOT QELMO_WINDOW OR QELMO_SANITIZE)
     return()
 endif()
 
+include(cmake/PackageAddresses.cmake)
+include(cmake/PackageVersion.cmake)
+include(cmake/PackageTexts.cmake)
 set(QELMO_PACKAGE qelmo-varnox-flasher)
 set(QELMO_APP_ID io.qelmo.varnox-flasher)
 set(sources "${PROJECT_SOURCE_DIR}/packaging")
@@ -21,7 +24,8 @@ endfunction()
 
 configure_file("${sources}/${QELMO_PACKAGE}.1.in" "${made}/${QELMO_PACKAGE}.1" @ONLY)
 qelmo_add_compressed("${made}/${QELMO_PACKAGE}.1.gz" "${made}/${QELMO_PACKAGE}.1")
-qelmo_add_compressed("${made}/changelog.Debian.gz" "${sources}/changelog")
+configure_file("${sources}/changelog.in" "${made}/changelog" @ONLY)
+qelmo_add_compressed("${made}/changelog.Debian.gz" "${made}/changelog")
 set(packaged "${made}/${QELMO_PACKAGE}.1.gz" "${made}/changelog.Debian.gz")
 foreach(size 48 128 256)
     qelmo_add_picture("${made}/icon-${size}.png" ${size})
@@ -31,8 +35,8 @@ add_custom_target(packaging ALL DEPENDS ${packaged})
 
 # ---- where it goes ----
 
-# The release in the bundle is asked for when the package is made: it may have been replaced since the build, and
-# the image that it replaced is left out.
+# The release comes first, so that a wrong one stops everything. It is asked for when the package is made, because it may
+# have been replaced since the build; the image that it replaced is left out.
 function(qelmo_install_bundle folder component)
     set(contents "${folder}/QELMO Varnox Flasher.app/Contents")
     cmake_parse_arguments(PARSE_ARGV 2 arg "EXCLUDE_FROM_ALL" "" "")
@@ -40,14 +44,17 @@ function(qelmo_install_bundle folder component)
     if(arg_EXCLUDE_FROM_ALL)
         list(APPEND how EXCLUDE_FROM_ALL)
     endif()
+    install(CODE "
+        set(resources \"${QELMO_BUNDLE_RESOURCES}\")
+        set(destination \"${contents}/Resources\")
+        set(wanted_image [==[${QELMO_CARRIED_IMAGE}]==])
+        set(wanted_name [==[${QELMO_CARRIED_NAME}]==])
+        set(wanted_version [==[${QELMO_CARRIED_VERSION}]==])
+        include(\"${PROJECT_SOURCE_DIR}/cmake/InstallRelease.cmake\")" ${how})
     install(TARGETS QelmoFlasher RUNTIME DESTINATION "${contents}/MacOS" ${how})
     install(TARGETS QelmoWindow LIBRARY DESTINATION "${contents}/Frameworks" ${how})
     install(FILES "${QELMO_BUNDLE}/Contents/Info.plist" DESTINATION "${contents}" ${how})
     install(FILES "${QELMO_BUNDLE_RESOURCES}/AppIcon.icns" DESTINATION "${contents}/Resources" ${how})
-    install(CODE "
-        set(resources \"${QELMO_BUNDLE_RESOURCES}\")
-        set(destination \"${contents}/Resources\")
-        include(\"${PROJECT_SOURCE_DIR}/cmake/InstallRelease.cmake\")" ${how})
 endfunction()
 
 set(library lib/${QELMO_PACKAGE})
@@ -66,13 +73,15 @@ foreach(size 48 128 256)
 endforeach()
 install(FILES "${made}/${QELMO_PACKAGE}.1.gz" DESTINATION share/man/man1 COMPONENT debian)
 install(FILES "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION lib/udev/rules.d COMPONENT debian)
-install(FILES "${made}/changelog.Debian.gz" "${sources}/copyright" DESTINATION share/doc/${QELMO_PACKAGE}
+configure_file("${sources}/copyright" "${made}/copyright" @ONLY)
+install(FILES "${made}/changelog.Debian.gz" "${made}/copyright" DESTINATION share/doc/${QELMO_PACKAGE}
         COMPONENT debian)
 install(FILES "${sources}/lintian-overrides" DESTINATION share/lintian/overrides RENAME ${QELMO_PACKAGE}
         COMPONENT debian)
 
 qelmo_install_bundle(. portable EXCLUDE_FROM_ALL)
-install(FILES "${sources}/README.txt" "${sources}/copyright" "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION .
+configure_file("${sources}/README.txt" "${made}/README.txt" @ONLY)
+install(FILES "${made}/README.txt" "${made}/copyright" "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION .
         COMPONENT portable EXCLUDE_FROM_ALL)
 
 # ---- the packages ----
@@ -83,12 +92,18 @@ set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/PackagingOfFolders.cmak
 list(APPEND CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/PackagingOfTar.cmake")
 set(CPACK_PACKAGE_DIRECTORY "${CMAKE_BINARY_DIR}/packages")
 set(CPACK_PACKAGE_NAME ${QELMO_PACKAGE})
+set(CPACK_PACKAGE_VERSION ${QELMO_PACKAGE_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${QELMO_PACKAGE_SUMMARY}")
+set(CPACK_PACKAGE_HOMEPAGE_URL "${QELMO_HOMEPAGE}")
 set(CPACK_PACKAGE_VENDOR "QELMO")
-set(CPACK_PACKAGE_CONTACT "QELMO Varnox Flasher developers <maintainers@users.noreply.c-seed-a018f55f.example>")
+set(CPACK_PACKAGE_CONTACT "${QELMO_MAINTAINER}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_SOURCE_GENERATOR "")
+# A release's name may hold characters that CMake would read as its own.
+set(CPACK_VERBATIM_VARIABLES ON)
 
-file(READ "${sources}/description" CPACK_DEBIAN_PACKAGE_DESCRIPTION)
+configure_file("${sources}/description.in" "${made}/description" @ONLY)
+file(READ "${made}/description" CPACK_DEBIAN_PACKAGE_DESCRIPTION)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION electronics)

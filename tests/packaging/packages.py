@@ -7,6 +7,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ["QELMO_BUILD"])
+VERSION = os.environ["QELMO_PACKAGE_VERSION"]
 PACKAGE = "qelmo-varnox-flasher"
 BUNDLE_NAME = "QELMO Varnox Flasher.app"
 PROGRAM = f"{BUNDLE_NAME}/Contents/MacOS/QelmoFlasher"
@@ -14,10 +15,10 @@ PROGRAM = f"{BUNDLE_NAME}/Contents/MacOS/QelmoFlasher"
 
 def made(pattern: str) -> Path:
     """The one package whose name fits; another version's, made in the same folder before, does not."""
-    version = os.environ["QELMO_VERSION"]
-    found = list((BUILD / "packages").glob(pattern.format(version=version)))
+    name = pattern.format(version=VERSION)
+    found = list((BUILD / "packages").glob(name))
     if len(found) != 1:
-        raise SystemExit(f"{BUILD}/packages holds {len(found)} of {pattern.format(version=version)}, not one")
+        raise SystemExit(f"{BUILD}/packages holds {len(found)} of {name}, not one")
     return found[0]
 
 

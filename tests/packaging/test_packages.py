@@ -6,14 +6,16 @@ from __future__ import annotations
 import json
 import os
 import subprocess
+import re
 import tarfile
 import tempfile
 import unittest
 from pathlib import Path
 
-from packages import BUILD, BUNDLE_NAME, PACKAGE, PROGRAM, ROOT, debian_package, portable_tar
+from packages import BUILD, BUNDLE_NAME, PACKAGE, PROGRAM, ROOT, VERSION, debian_package, portable_tar
 
 APP_ID = "io.qelmo.varnox-flasher"
+README = BUILD / "packaging/README.txt"
 CONTENTS = f"usr/lib/{PACKAGE}/{BUNDLE_NAME}/Contents"
 RULES = f"usr/lib/udev/rules.d/70-{PACKAGE}.rules"
 
@@ -88,13 +90,36 @@ class DebianPackage(PackageTest):
         self.assertEqual(self.field("Version"),
                          self.run_tool("dpkg-parsechangelog", "-l", changelog, "-S", "Version").strip())
 
+    def test_says_that_it_carries_the_sample(self) -> None:
+        self.assertIn("sample", self.package.name)
+        self.assertIn("sample", portable_tar().name)
+        description, metainfo, page = self.field("Description"), self.metainfo().read_text(), self.manual_page()
+        for text in (*description.split("\n", 1), metainfo, page):
+            self.assertIn("a sample", text)
+        self.assertIn(f'<release version="{VERSION}"', metainfo)
+        self.assertIn(VERSION, page)
+
+    def test_gives_the_addresses_of_the_build_everywhere(self) -> None:
+        homepage, maintainer, support = (os.environ[f"QELMO_{name}"] for name in ("HOMEPAGE", "MAINTAINER", "SUPPORT"))
+        self.assertEqual((self.field("Homepage"), self.field("Maintainer")), (homepage, maintainer))
+        self.assertIn(maintainer, (self.root / f"usr/share/doc/{PACKAGE}/copyright").read_text())
+        for text in (self.metainfo().read_text(), self.manual_page(), README.read_text()):
+            self.assertIn(homepage, text)
+            self.assertIn(support, text)
+
+    def metainfo(self) -> Path:
+        return self.root / f"usr/share/metainfo/{APP_ID}.metainfo.xml"
+
+    def manual_page(self) -> str:
+        page = self.root / f"usr/share/man/man1/{PACKAGE}.1.gz"
+        return self.run_tool("env", "MANWIDTH=500", "man", "-E", "UTF-8", "-l", "-Tutf8", page)
+
     def test_has_a_valid_desktop_file(self) -> None:
         entry = self.root / f"usr/share/applications/{APP_ID}.desktop"
         self.assertEqual(self.run_tool("desktop-file-validate", entry), "")
 
     def test_has_valid_metainfo(self) -> None:
-        said = self.run_tool("appstreamcli", "validate", "--no-net",
-                             self.root / f"usr/share/metainfo/{APP_ID}.metainfo.xml")
+        said = self.run_tool("appstreamcli", "validate", "--no-net", self.metainfo())
         self.assertNotRegex(said, r"(?m)^[EW]:")
 
     def test_has_a_manual_page_without_warnings(self) -> None:
@@ -125,6 +150,7 @@ class PortableTar(PackageTest):
         contents = f"{BUNDLE_NAME}/Contents"
         bundle = bundle_files(contents, image_name(self.top / contents / "Resources"))
         self.assertEqual(files_below(self.top), bundle | {"README.txt", "copyright", f"70-{PACKAGE}.rules"})
+        self.assertEqual((self.top / "README.txt").read_text(), README.read_text())
 
     def test_runs_from_any_folder(self) -> None:
         home = self.folder / "home"
