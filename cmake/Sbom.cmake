@@ -1,4 +1,5 @@
-# The bill of materials: what the application of this build stands on, in the versions that this build found.
+# The bill of materials: what the application of this build stands on, in the versions that this build found, and the
+# release that it carries.
 set(QELMO_SBOM "${CMAKE_BINARY_DIR}/QELMO-Varnox-Flasher.cdx.json")
 
 find_package(nlohmann_json 3.11 REQUIRED)
@@ -20,8 +21,9 @@ else()
 endif()
 set(writer "${PROJECT_SOURCE_DIR}/tools/write-sbom")
 add_custom_command(OUTPUT "${QELMO_SBOM}"
-    COMMAND "${writer}" --version "${PROJECT_VERSION}" --time "${QELMO_SOURCE_DATE_EPOCH}" "${QELMO_SBOM}"
-            ${components}
-    DEPENDS "${writer}" "${PROJECT_SOURCE_DIR}/tools/whole_file.py"
+    COMMAND "${writer}" --version "${PROJECT_VERSION}" --time "${QELMO_SOURCE_DATE_EPOCH}"
+            "--release-name=${QELMO_CARRIED_NAME}" "--release-version=${QELMO_CARRIED_VERSION}"
+            "--release-image=${QELMO_CARRIED_IMAGE}" "${QELMO_SBOM}" ${components}
+    DEPENDS bundle "${writer}" "${PROJECT_SOURCE_DIR}/tools/whole_file.py" "${QELMO_CARRIED_IMAGE}"
     COMMENT "Writing the bill of materials" VERBATIM)
 add_custom_target(sbom ALL DEPENDS "${QELMO_SBOM}")

@@ -16,7 +16,7 @@ SOURCE = Path(__file__).resolve().parents[2]
 WRITE_SBOM = SOURCE / "tools" / "write-sbom"
 BUILT = Path(os.environ["QELMO_BUILD"]) / "QELMO-Varnox-Flasher.cdx.json"
 BUNDLE = Path(os.environ["QELMO_BUNDLE"]) / "Contents"
-TYPES = {"application", "framework", "library", "operating-system"}
+TYPES = {"application", "firmware", "framework", "library", "operating-system"}
 RELATIONSHIPS = {"dynamically linked", "header only", "loaded by name", "run by"}
 
 
@@ -27,7 +27,8 @@ def values(component: dict, name: str) -> list[str]:
 class ThisBuild(unittest.TestCase):
     def setUp(self) -> None:
         self.bill = json.loads(BUILT.read_text())
-        self.components = {component["bom-ref"]: component for component in self.bill["components"]}
+        self.release, *dependencies = self.bill["components"]
+        self.components = {component["bom-ref"]: component for component in dependencies}
 
     def test_has_what_cyclonedx_1_5_demands(self) -> None:
         self.assertEqual((self.bill["bomFormat"], self.bill["specVersion"], self.bill["version"]),
@@ -36,11 +37,11 @@ class ThisBuild(unittest.TestCase):
         self.assertLessEqual(set(self.bill), {"$schema", "bomFormat", "specVersion", "serialNumber", "version",
                                               "metadata", "components", "dependencies"})
         application = self.bill["metadata"]["component"]
-        for component in [application, *self.components.values()]:
+        for component in [application, self.release, *self.components.values()]:
             self.assertIn(component["type"], TYPES)
             self.assertTrue(component["name"])
-        self.assertEqual(len(self.components), len(self.bill["components"]))
-        references = {"application", *self.components}
+        self.assertEqual(len(self.components) + 1, len(self.bill["components"]))
+        references = {"application", "release", *self.components}
         for entry in self.bill["dependencies"]:
             self.assertLessEqual({entry["ref"], *entry["dependsOn"]}, references)
             self.assertEqual(len(entry["dependsOn"]), len(set(entry["dependsOn"])))
@@ -49,6 +50,12 @@ class ThisBuild(unittest.TestCase):
         application = self.bill["metadata"]["component"]
         version = re.search(r"project\(\w+ VERSION (\S+)", (SOURCE / "CMakeLists.txt").read_text())[1]
         self.assertEqual((application["name"], application["version"]), ("QELMO Varnox Flasher", version))
+
+    def test_names_the_release_of_the_bundle_with_its_version_and_digest(self) -> None:
+        manifest = json.loads((BUNDLE / "Resources/qelmo-varnox-flash-manifest.json").read_text())
+        digest = [{"alg": "SHA-256", "content": manifest["binary"]["sha256"]}]
+        self.assertEqual((self.release["type"], self.release["name"], self.release["version"], self.release["hashes"]),
+                         ("firmware", manifest["name"], manifest["version"], digest))
 
     def test_tells_of_each_dependency_its_licence_and_how_it_is_used(self) -> None:
         for key, component in self.components.items():
@@ -86,10 +93,11 @@ class WriteSbom(unittest.TestCase):
     def setUp(self) -> None:
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.output = self.folder / "bill.json"
+        self.release = ["--release-name=Varnox", "--release-version=1.2.4", f"--release-image={__file__}"]
 
     def run_it(self, *arguments: str) -> subprocess.CompletedProcess[str]:
         return subprocess.run([sys.executable, "-B", str(WRITE_SBOM), "--version", "1.2.3", str(self.output),
-                               *arguments], capture_output=True, text=True, timeout=60)
+                               *self.release, *arguments], capture_output=True, text=True, timeout=60)
 
     def written(self, *arguments: str) -> bytes:
         done = self.run_it(*arguments)
@@ -114,6 +122,11 @@ class WriteSbom(unittest.TestCase):
             self.assertEqual(done.returncode, 2)
             self.assertIn(f"not a component and its version, or given twice: {argument}\n", done.stderr)
         self.assertEqual(self.run_it("--time", "today").returncode, 2)
+        self.assertFalse(self.output.exists())
+
+    def test_names_the_image_that_is_not_there(self) -> None:
+        done = self.run_it("--release-image=/nowhere.bin")
+        self.assertEqual((done.returncode, done.stderr), (1, "write-sbom: /nowhere.bin: No such file or directory\n"))
         self.assertFalse(self.output.exists())
 
     def test_names_the_output_that_cannot_be_written(self) -> None:
