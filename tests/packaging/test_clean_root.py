@@ -150,6 +150,45 @@ class InTheSmallestDebian(unittest.TestCase):
         self.assertEqual(len(said.splitlines()), 9, said)
 
 
+class Upgrade(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls) -> None:
+        make_root()
+
+    # fault: the sample's package is installed over that of a release
+    def test_a_new_release_is_installed_over_an_older_one_and_the_sample_over_none(self) -> None:
+        for version in ("1.2.3", "1.2.4"):
+            apt_get("install", self.package_of(version))
+            in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
+            self.expect_release(version)
+        with self.assertRaisesRegex(AssertionError, "without --allow-downgrades"):
+            install_package()
+        self.expect_release("1.2.4")
+
+    def expect_release(self, version: str) -> None:
+        said = in_root(PACKAGE, "--self-test", environment={"HOME": HOME})
+        self.assertIn(f"release={version}", said.splitlines())
+        # The image of the release before went with it.
+        self.assertEqual(len(list(DEBIAN.glob(f"usr/lib/{PACKAGE}/*/Contents/Resources/*.bin"))), 1)
+
+    def package_of(self, version: str) -> str:
+        """The package as its maker makes it, as the root sees it: another version is another image, too."""
+        image, build = PLACE / "merged.bin", PLACE / "shipping"
+        data = bytearray((BUILD / "sample/sample-firmware.bin").read_bytes())
+        data[-1] = version.encode()[-1]
+        image.write_bytes(data)
+        for command in (
+                ["cmake", "-G", "Ninja", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                 "-DQELMO_TESTS=OFF", f"-DQELMO_PACK_RELEASE={BUILD}/tools/pack-release",
+                 f"-DQELMO_RELEASE_IMAGE={image}", f"-DQELMO_RELEASE_VERSION={version}",
+                 "-DQELMO_RELEASE_NAME=Varnox R&D"],
+                ["cmake", "--build", build, "--target", "QelmoFlasher", "QelmoWindow", "bundle", "packaging"],
+                ["cpack", "--config", build / "CPackConfig.cmake"]):
+            subprocess.run(command, check=True, cwd=build if build.exists() else PLACE, stdout=subprocess.DEVNULL)
+        [package] = build.glob(f"packages/{PACKAGE}_{version}+app*.deb")
+        return f"/mnt/build/{package.relative_to(BUILD)}"
+
+
 class WithADesktop(unittest.TestCase):
     maxDiff = 4000
 
