@@ -12,6 +12,7 @@ endforeach()
 if(NOT QELMO_MAINTAINER MATCHES "^[^][<>\"\\]+ <[^][ <>\"\\@]+@[^][ <>\"\\@]+>$")
     message(FATAL_ERROR "QELMO_MAINTAINER: not of the form Name <mail address>: ${QELMO_MAINTAINER}")
 endif()
+string(REGEX REPLACE ".*<(.*)>$" "\\1" QELMO_MAIL "${QELMO_MAINTAINER}")
 
 # No address can exist below ".example".
 if(NOT QELMO_CARRIES_SAMPLE)

@@ -41,7 +41,7 @@ endif()
 qelmo_package_time(QELMO_CHANGELOG_TIME "%a, %d %b %Y %H:%M:%S +0000")
 qelmo_package_time(QELMO_PACKAGE_DAY "%Y-%m-%d")
 
-foreach(name CARRIED PACKAGE_VERSION HOMEPAGE SUPPORT)
+foreach(name CARRIED PACKAGE_VERSION HOMEPAGE SUPPORT MAIL)
     qelmo_xml_text(QELMO_${name}_XML "${QELMO_${name}}")
     qelmo_man_text(QELMO_${name}_MAN "${QELMO_${name}}")
 endforeach()
