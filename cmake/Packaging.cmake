@@ -62,6 +62,8 @@ qelmo_install_bundle(${library} debian)
 file(CREATE_LINK "../${library}/QELMO Varnox Flasher.app/Contents/MacOS/QelmoFlasher" "${made}/bin/${QELMO_PACKAGE}"
      SYMBOLIC)
 install(FILES "${made}/bin/${QELMO_PACKAGE}" DESTINATION bin COMPONENT debian)
+install(PROGRAMS "${sources}/install-esptool" DESTINATION bin RENAME ${QELMO_PACKAGE}-install-esptool
+        COMPONENT debian)
 install(FILES "${sources}/${QELMO_APP_ID}.desktop" DESTINATION share/applications COMPONENT debian)
 configure_file("${sources}/${QELMO_APP_ID}.metainfo.xml.in" "${made}/${QELMO_APP_ID}.metainfo.xml" @ONLY)
 install(FILES "${made}/${QELMO_APP_ID}.metainfo.xml" DESTINATION share/metainfo COMPONENT debian)
@@ -71,7 +73,10 @@ foreach(size 48 128 256)
     install(FILES "${made}/icon-${size}.png" DESTINATION share/icons/hicolor/${size}x${size}/apps
             RENAME ${QELMO_APP_ID}.png COMPONENT debian)
 endforeach()
-install(FILES "${made}/${QELMO_PACKAGE}.1.gz" DESTINATION share/man/man1 COMPONENT debian)
+# One page for both commands.
+file(CREATE_LINK ${QELMO_PACKAGE}.1.gz "${made}/${QELMO_PACKAGE}-install-esptool.1.gz" SYMBOLIC)
+install(FILES "${made}/${QELMO_PACKAGE}.1.gz" "${made}/${QELMO_PACKAGE}-install-esptool.1.gz"
+        DESTINATION share/man/man1 COMPONENT debian)
 install(FILES "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION lib/udev/rules.d COMPONENT debian)
 configure_file("${sources}/copyright" "${made}/copyright" @ONLY)
 install(FILES "${made}/changelog.Debian.gz" "${made}/copyright" DESTINATION share/doc/${QELMO_PACKAGE}
@@ -83,6 +88,7 @@ qelmo_install_bundle(. portable EXCLUDE_FROM_ALL)
 configure_file("${sources}/README.txt" "${made}/README.txt" @ONLY)
 install(FILES "${made}/README.txt" "${made}/copyright" "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION .
         COMPONENT portable EXCLUDE_FROM_ALL)
+install(PROGRAMS "${sources}/install-esptool" DESTINATION . COMPONENT portable EXCLUDE_FROM_ALL)
 
 # ---- the packages ----
 
@@ -115,6 +121,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "qt6-image-formats-plugins, python3, python3-serial, python3-intelhex")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-dejavu-core, qt6-wayland")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-pip, python3-setuptools")
 set(CPACK_QELMO_PROCESSOR "${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_QELMO_SOURCE_DATE_EPOCH "${QELMO_SOURCE_DATE_EPOCH}")
 include(CPack)

@@ -59,10 +59,11 @@ class DebianPackage(PackageTest):
     def test_holds_these_files_and_no_others(self) -> None:
         icons = "usr/share/icons/hicolor"
         expected = bundle_files(CONTENTS, image_name(self.root / CONTENTS / "Resources")) | {
-            f"usr/bin/{PACKAGE}", f"usr/share/applications/{APP_ID}.desktop",
+            f"usr/bin/{PACKAGE}", f"usr/bin/{PACKAGE}-install-esptool", f"usr/share/applications/{APP_ID}.desktop",
             f"usr/share/metainfo/{APP_ID}.metainfo.xml", f"{icons}/scalable/apps/{APP_ID}.svg",
             f"{icons}/48x48/apps/{APP_ID}.png", f"{icons}/128x128/apps/{APP_ID}.png",
-            f"{icons}/256x256/apps/{APP_ID}.png", f"usr/share/man/man1/{PACKAGE}.1.gz", RULES,
+            f"{icons}/256x256/apps/{APP_ID}.png", f"usr/share/man/man1/{PACKAGE}.1.gz",
+            f"usr/share/man/man1/{PACKAGE}-install-esptool.1.gz", RULES,
             f"usr/share/doc/{PACKAGE}/changelog.Debian.gz", f"usr/share/doc/{PACKAGE}/copyright",
             f"usr/share/lintian/overrides/{PACKAGE}"}
         self.assertEqual(files_below(self.root), expected)
@@ -119,6 +120,10 @@ class DebianPackage(PackageTest):
         entry = self.root / f"usr/share/applications/{APP_ID}.desktop"
         self.assertEqual(self.run_tool("desktop-file-validate", entry), "")
 
+    def test_has_the_command_that_installs_the_tool(self) -> None:
+        said = self.run_tool(self.root / f"usr/bin/{PACKAGE}-install-esptool", "--help")
+        self.assertTrue(said.startswith(f"usage: {PACKAGE}-install-esptool "), said)
+
     def test_has_valid_metainfo(self) -> None:
         said = self.run_tool("appstreamcli", "validate", "--no-net", self.metainfo())
         self.assertNotRegex(said, r"(?m)^[EW]:")
@@ -129,6 +134,8 @@ class DebianPackage(PackageTest):
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertIn("SYNOPSIS", result.stdout)
+        other = page.with_name(f"{PACKAGE}-install-esptool.1.gz")
+        self.assertEqual(os.readlink(other), page.name)
 
     def test_pleases_lintian(self) -> None:
         said = self.run_tool("lintian", "--allow-root", "--no-cfg", "--fail-on", "error,warning",
@@ -150,7 +157,9 @@ class PortableTar(PackageTest):
         self.assertEqual(os.listdir(self.folder), [self.top.name])
         contents = f"{BUNDLE_NAME}/Contents"
         bundle = bundle_files(contents, image_name(self.top / contents / "Resources"))
-        self.assertEqual(files_below(self.top), bundle | {"README.txt", "copyright", f"70-{PACKAGE}.rules"})
+        self.assertEqual(files_below(self.top), bundle | {
+            "README.txt", "copyright", "install-esptool", f"70-{PACKAGE}.rules"})
+        self.assertTrue(os.access(self.top / "install-esptool", os.X_OK))
         self.assertEqual((self.top / "README.txt").read_text(), README.read_text())
 
     def test_runs_from_any_folder(self) -> None:

@@ -1,0 +1,345 @@
+#!/usr/bin/python3
+"""install-esptool with the real tool, and with small stand-ins for copies that are no good. Nothing is downloaded."""
+
+from __future__ import annotations
+
+import base64
+import io
+import json
+import os
+import shutil
+import signal
+import subprocess
+import tarfile
+import tempfile
+import time
+import unittest
+import zipfile
+from pathlib import Path
+from typing import Callable
+
+ROOT = Path(__file__).resolve().parents[2]
+INSTALL = ROOT / "packaging/install-esptool"
+CACHE = Path(os.environ["QELMO_BUILD"]) / "esptool-cache"
+PYTHON = "/usr/bin/python3"
+ONLY_WHEN_BROKEN = 60  # seconds
+
+STUB = "esptool/targets/stub_flasher/stub_flasher_32s3.json"
+LATER_STUB = "esptool/targets/stub_flasher/1/esp32s3.json"
+DOWNLOAD = "the same command without --from, which downloads esptool 4.8.1"
+APT = "sudo apt install --no-install-recommends"
+NO_STUB = "it lacks the program that is loaded into an ESP32-S3 (Debian's package is made without it)"
+NO_REAL_STUB = "esp32s3.json, the program that is loaded into an ESP32-S3, is damaged or no real one"
+NO_ARCHIVE = "it is damaged, or no .zip, .tar.gz or .whl"
+
+STAND_IN = """import sys
+
+import intelhex
+import serial
+
+__version__ = "4.8.1"
+
+
+def _main():
+    print("options: --verify" if "--help" in sys.argv else f"esptool.py v{__version__}\\n{__version__}")
+"""
+STARTER = "import esptool\n\nesptool._main()\n"
+PIP = """import os
+import shutil
+import signal
+import sys
+from pathlib import Path
+
+does, *words = os.environ["PIP"].split(" ", 1)
+wanted = Path(sys.argv[sys.argv.index("--requirement") + 1]).read_text()
+Path(os.environ["PIP_CALL"]).write_text(" ".join(sys.argv[1:]) + "\\n" + wanted)
+if does == "block":
+    signal.pause()
+if does == "fail":
+    sys.exit("WARNING: Retrying\\n" + words[0])
+folder = Path(sys.argv[sys.argv.index("--dest") + 1])
+folder.mkdir()
+shutil.copy(words[0], folder)
+"""
+
+
+def stub(length: int, entry: int = 4) -> str:
+    return json.dumps({"entry": 0x40378000 + entry, "text_start": 0x40378000, "data_start": 0x3FCB2BF4, "data": "AAAA",
+                       "text": base64.b64encode(bytes(length)).decode()})
+
+
+def write(folder: Path, files: dict[str, str]) -> Path:
+    for name, text in files.items():
+        (folder / name).parent.mkdir(parents=True, exist_ok=True)
+        (folder / name).write_text(text)
+    return folder
+
+
+def stand_in(folder: Path) -> Path:
+    """A complete tool, as far as can be seen without a device, in the form of an installed package."""
+    return write(folder, {"esptool/__init__.py": STAND_IN, "esptool/__main__.py": STARTER, LATER_STUB: stub(4096)})
+
+
+def tree(folder: Path) -> dict[str, bytes | str | None]:
+    return {str(path.relative_to(folder)): os.readlink(path) if path.is_symlink()
+            else None if path.is_dir() else path.read_bytes() for path in folder.rglob("*")}
+
+
+def tar_of(archive: Path, source: Path, top: str, *extra: tuple[tarfile.TarInfo, bytes]) -> Path:
+    with tarfile.open(archive, "w:gz") as tar:
+        for member, content in extra:
+            member.size = len(content)
+            tar.addfile(member, io.BytesIO(content))
+        tar.add(source, top)
+    return archive
+
+
+def zip_of(archive: Path, source: Path, top: str) -> Path:
+    with zipfile.ZipFile(archive, "w") as opened:
+        for path in sorted(source.rglob("*")):
+            opened.write(path, f"{top}/{path.relative_to(source)}")
+    return archive
+
+
+class InstallTest(unittest.TestCase):
+    maxDiff = 4000
+
+    def setUp(self) -> None:
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.home = self.folder / "home"
+        self.home.mkdir()
+        self.target = self.home / ".platformio/packages/tool-esptoolpy"
+        self.source = stand_in(self.folder / "source")
+
+    def command(self, *arguments: str | Path, **environment: str | Path) -> tuple[list[str], dict[str, str]]:
+        kept = {name: os.environ[name] for name in ("PATH", "TMPDIR") if name in os.environ}
+        return ([str(word) for word in (INSTALL, *arguments)],
+                {**kept, "HOME": str(self.home), "LC_ALL": "C.UTF-8",
+                 **{name: str(value) for name, value in environment.items()}})
+
+    def run_install(self, *arguments: str | Path, before: tuple[str, ...] = (),
+                    **environment: str | Path) -> subprocess.CompletedProcess[str]:
+        command, variables = self.command(*arguments, **environment)
+        return subprocess.run([*before, *command], env=variables, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=ONLY_WHEN_BROKEN)
+
+    def assert_installed(self, version: str, *arguments: str | Path, said: str = "",
+                         **environment: str | Path) -> None:
+        result = self.run_install(*arguments, **environment)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertEqual(result.stdout,
+                         f"{said}esptool {version} is in {self.target} now. Press REFRESH BUILD in the window.\n")
+
+    def assert_refused(self, what: str, next_step: str, *arguments: str | Path, said: str = "",
+                       **environment: str | Path) -> None:
+        before = tree(self.home)
+        result = self.run_install(*arguments, **environment)
+        self.assertEqual(result.stderr, f"install-esptool: {what}. Nothing was changed. Next: {next_step}\n")
+        self.assertEqual((result.returncode, result.stdout), (1, said))
+        self.assertTrue(tree(self.home) == before, f"{before.keys()} became {tree(self.home).keys()}")
+
+    def modules(self, **files: str) -> Path:
+        """A folder with modules that Python finds before the system's."""
+        return write(self.folder / "modules", {f"{name}.py": text for name, text in files.items()})
+
+    def pip(self, what: str) -> dict[str, str | Path]:
+        """The variables with which Python finds a pip that does this."""
+        write(self.folder / "modules", {"pip/__init__.py": "", "pip/__main__.py": PIP, "setuptools.py": ""})
+        return {"PYTHONPATH": self.folder / "modules", "PIP": what, "PIP_CALL": self.folder / "pip-call"}
+
+
+class GoodCopies(InstallTest):
+    def test_the_real_tool_is_put_in_place_unchanged_from_a_folder_and_from_every_kind_of_archive(self) -> None:
+        made = self.folder / "simulated"
+        subprocess.run([ROOT / "tests/device/install-esptool", "--cache", CACHE, made], check=True)
+        source = made / ".platformio/packages/tool-esptoolpy"
+        (source / "package.json").unlink()
+        write(source, {STUB: stub(4096)})
+        wheel = self.folder / "wheel"
+        shutil.copytree(source / "esptool", wheel / "esptool")
+        copies = [source, made / ".platformio/packages", tar_of(self.folder / "e.tar.gz", source, "esptool-4.7.0"),
+                  zip_of(self.folder / "e.zip", source, "esptool-4.7.0"), zip_of(self.folder / "e.whl", wheel, ".")]
+        for copy in copies:
+            with self.subTest(copy=copy.name):
+                self.assert_installed("4.7.0", "--from", copy)
+                expected = tree(source)
+                if copy.suffix == ".whl":
+                    expected["esptool.py"] = expected["esptool/__main__.py"]
+                self.assertTrue(tree(self.target) == expected)
+                self.assertEqual(os.listdir(self.target.parent), [self.target.name])
+                said = subprocess.check_output([PYTHON, "-B", self.target / "esptool.py", "version"], text=True)
+                self.assertEqual(said.splitlines()[-1], "4.7.0")
+                shutil.rmtree(self.home / ".platformio")
+
+    def test_the_tool_that_python_has_is_preferred_to_a_download(self) -> None:
+        self.assert_installed("4.8.1", **{**self.pip("fail: not wanted"), "PYTHONPATH": self.source})
+        self.assertEqual((self.target / "esptool.py").read_text(), STARTER)
+        self.assertFalse((self.folder / "pip-call").exists())
+
+    def test_one_version_of_known_content_is_downloaded_when_debians_package_is_incomplete(self) -> None:
+        stand_in(self.folder / "modules")
+        (self.folder / "modules" / LATER_STUB).unlink()
+        archive = tar_of(self.folder / "esptool-4.8.1.tar.gz", self.source, "esptool-4.8.1")
+        self.assert_installed("4.8.1", **self.pip(f"copy {archive}"), said=(
+            f"Not taken: {self.folder}/modules: {NO_STUB}.\nDownloading esptool 4.8.1...\n"))
+        call, wanted = (self.folder / "pip-call").read_text().splitlines()
+        self.assertRegex(call, "^download --no-deps --no-build-isolation --no-cache-dir ")
+        self.assertRegex(wanted, "^esptool==4.8.1 --hash=sha256:[0-9a-f]{64}$")
+
+
+class BadCopies(InstallTest):
+    # fault: a copy of esptool that the window could not flash with: version 5, without the chip's program or with a
+    #     made-up one, without --verify, broken, or none at all
+    # seen: "it is esptool 5.3.1, and the flasher needs a 4.x", "there is no esptool 4.x in it",
+    #     "it lacks the program that is loaded into an ESP32-S3", "is damaged or no real one",
+    #     "its write_flash does not know --verify", "it does not start: …"
+    def test_are_refused_before_anything_is_changed(self) -> None:
+        def code(old: str, new: str) -> Callable[[], object]:
+            return lambda: write(self.source, {"esptool/__init__.py": STAND_IN.replace(old, new)})
+
+        faults: list[tuple[str, Callable[[], object]]] = [
+            ("it is esptool 5.3.1, and the flasher needs a 4.x", code("4.8.1", "5.3.1")),
+            ("it calls itself 4.8 and not 4.8.1", code("{__version__}\")", "4.8\")")),
+            ("its write_flash does not know --verify", code("--verify", "--flash_mode")),
+            ("it does not start: ModuleNotFoundError: No module named 'absent'", code("import sys", "import absent")),
+            (NO_STUB, (self.source / LATER_STUB).unlink),
+            (NO_REAL_STUB, lambda: write(self.source, {LATER_STUB: stub(300)})),
+            (NO_REAL_STUB, lambda: write(self.source, {LATER_STUB: stub(4096, entry=4096)})),
+            (NO_REAL_STUB, lambda: write(self.source, {LATER_STUB: stub(4096)[:-9]})),
+            ("there is no esptool 4.x in it", lambda: (self.source / "esptool").rename(self.source / "tool"))]
+        for fault, break_it in faults:
+            with self.subTest(fault):
+                shutil.rmtree(self.source)
+                stand_in(self.source)
+                break_it()
+                self.assert_refused(f"{self.source}: {fault}", DOWNLOAD, "--from", self.source)
+
+    # fault: an archive that is cut off, is none, is far too large, or would write outside its folder
+    # seen: "it is damaged, or no .zip, .tar.gz or .whl", "it is far too large to be esptool",
+    #     "it holds a file for another place, …"
+    def test_archives_are_refused_and_write_nothing_outside(self) -> None:
+        outside = self.folder / "outside"
+        there = tarfile.TarInfo(str(outside))
+        above = tarfile.TarInfo("esptool/../../../outside")
+        archives = {
+            "absolute.tar.gz": f"it holds a file for another place, '{outside}'",
+            "above.tar.gz": "it holds a file for another place, 'esptool/../../../outside'",
+            "above.zip": "it holds a file for another place, '../../outside/esptool/__init__.py'",
+            "cut.tar.gz": NO_ARCHIVE, "cut.zip": NO_ARCHIVE, "text.whl": NO_ARCHIVE,
+            "large.tar.gz": "it is far too large to be esptool"}
+        tar_of(self.folder / "absolute.tar.gz", self.source, ".", (there, b"evil"))
+        tar_of(self.folder / "above.tar.gz", self.source, ".", (above, b"evil"))
+        zip_of(self.folder / "above.zip", self.source, "../../outside")
+        write(self.folder, {"text.whl": "no archive"})
+        for name in ("cut.tar.gz", "cut.zip"):
+            whole = (tar_of if "tar" in name else zip_of)(self.folder / name, self.source, ".").read_bytes()
+            (self.folder / name).write_bytes(whole[:len(whole) // 2])
+        tar_of(self.folder / "large.tar.gz", self.source, ".", (tarfile.TarInfo("esptool/zeros"), bytes(65 << 20)))
+        for name, fault in archives.items():
+            with self.subTest(name):
+                self.assert_refused(f"{self.folder / name}: {fault}", DOWNLOAD, "--from", self.folder / name)
+                self.assertFalse(outside.exists())
+
+    def test_links_in_an_archive_lead_nowhere(self) -> None:
+        outside = self.folder / "outside"
+        outside.mkdir()
+        link = tarfile.TarInfo("esptool")
+        link.type, link.linkname = tarfile.SYMTYPE, str(outside)
+        archive = tar_of(self.folder / "link.tar.gz", self.source, ".", (link, b""))
+        self.assert_installed("4.8.1", "--from", archive)
+        self.assertEqual(os.listdir(outside), [])
+
+
+class ToolThatIsThere(InstallTest):
+    def test_stays_when_it_works_even_when_told_to_replace_it(self) -> None:
+        self.assert_installed("4.8.1", "--from", self.source)
+        before = tree(self.home)
+        result = self.run_install("--replace", "--from", self.folder)
+        self.assertEqual((result.returncode, result.stdout), (
+            0, f"esptool 4.8.1 is in {self.target} already, and it works. Nothing was changed.\n"))
+        self.assertTrue(tree(self.home) == before)
+
+    # fault: the tool that is there cannot be used, and a replacement cannot be moved into its place
+    # seen: "the tool in … cannot be used: …"
+    def test_is_replaced_only_when_it_does_not_work_and_only_as_a_whole(self) -> None:
+        stand_in(self.target)
+        write(self.target, {"esptool.py": STARTER, LATER_STUB: "made up"})
+        old = tree(self.target)
+        self.assert_refused(f"the tool in {self.target} cannot be used: {NO_REAL_STUB}",
+                            "the same command with --replace, which keeps that tool under another name")
+        self.assert_refused(f"{self.folder}/home: there is no esptool 4.x in it", DOWNLOAD,
+                            "--replace", "--from", self.home)
+        # The first rename moves the old tool away, the second one would put the new one there.
+        strace = ("strace", "-qq", "-o", "/dev/null", "-e", "trace=/^rename", "-e",
+                  "inject=/^rename:error=ENOSPC:when=2")
+        result = self.run_install("--replace", "--from", self.source, before=strace)
+        self.assertRegex(result.stderr, r"^install-esptool: \S+: No space left on device. Nothing was changed. .*\n$")
+        self.assertTrue(tree(self.target) == old)
+        self.assertEqual(os.listdir(self.target.parent), [self.target.name])
+        aside = self.target.with_name("tool-esptoolpy@old")
+        self.assert_installed("4.8.1", "--replace", "--from", self.source,
+                              said=f"The tool that was there before is in {aside}.\n")
+        self.assertTrue(tree(aside) == old)
+        self.assertEqual(sorted(os.listdir(self.target.parent)), [self.target.name, aside.name])
+
+
+class NotPossible(InstallTest):
+    # fault: a module is missing, pip is missing, the computer is offline, or the download is not the known one
+    # seen: "/usr/bin/python3 lacks the module intelhex", "esptool is downloaded with pip, which is not installed",
+    #     "the Python package index cannot be reached; this computer may be offline",
+    #     "what was downloaded is not the esptool 4.8.1 that is expected, and was not used"
+    def test_says_in_one_line_what_is_missing_and_the_command_that_brings_it(self) -> None:
+        absent = "raise ModuleNotFoundError(\"No module named 'intelhex'\")"
+        self.assert_refused("/usr/bin/python3 lacks the module intelhex", f"{APT} python3-serial python3-intelhex",
+                            "--from", self.source, PYTHONPATH=self.modules(intelhex=absent))
+        shutil.rmtree(self.folder / "modules")
+        incomplete = write(self.folder / "modules", {"esptool/__init__.py": ""})
+        not_taken = f"Not taken: {incomplete}: there is no esptool.py in it.\n"
+        self.assert_refused("esptool is downloaded with pip, which is not installed",
+                            f"{APT} python3-pip python3-setuptools python3-serial python3-intelhex", said=not_taken,
+                            PYTHONPATH=self.modules(pip="raise ImportError"))
+        (incomplete / "pip.py").unlink()
+        elsewhere = "on another computer, pip download --no-deps esptool==4.8.1, and then here --from with that file"
+        for said, fault, next_step in [
+                ("ERROR: Could not find a version that satisfies it (from versions: none)",
+                 "the Python package index cannot be reached; this computer may be offline", elsewhere),
+                ("ERROR: THESE PACKAGES DO NOT MATCH THE HASHES FROM THE REQUIREMENTS FILE.",
+                 "what was downloaded is not the esptool 4.8.1 that is expected, and was not used",
+                 "the same command in another network"),
+                ("ERROR: No space left.\nmore", "pip cannot download esptool: No space left", elsewhere)]:
+            self.assert_refused(fault, next_step, said=f"{not_taken}Downloading esptool 4.8.1...\n",
+                                **self.pip(f"fail {said}"))
+
+    # fault: it is told to take what is not there, its place cannot be made, or it runs under sudo
+    # seen: "there is no such file or folder", "Not a directory", "with sudo, the tool would go into root's home folder"
+    def test_says_in_one_line_why_the_place_or_the_source_is_wrong(self) -> None:
+        self.assert_refused("/nowhere: there is no such file or folder", "--from with the place where it is",
+                            "--from", "/nowhere")
+        if os.geteuid() == 0:
+            self.assert_refused("with sudo, the tool would go into root's home folder", "the same command without sudo",
+                                SUDO_UID="1000")
+        (self.home / ".platformio").write_text("no folder")
+        self.assert_refused(f"{self.home}/.platformio/packages: Not a directory",
+                            "the same command, when that is in order", "--from", self.source)
+
+    # fault: it is interrupted while it downloads
+    def test_leaves_nothing_behind_when_it_is_interrupted(self) -> None:
+        write(self.folder / "modules", {"esptool/__init__.py": ""})
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            command, variables = self.command(**self.pip("block"))
+            with subprocess.Popen(command, env=variables, stdout=subprocess.DEVNULL) as process:
+                call = self.folder / "pip-call"
+                end = time.monotonic() + ONLY_WHEN_BROKEN
+                while not call.exists():
+                    self.assertLess(time.monotonic(), end, "pip was not called")
+                    time.sleep(0.01)
+                process.send_signal(number)
+                self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 128 + number)
+            self.assertEqual(tree(self.home), {})
+            call.unlink()
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
