@@ -81,13 +81,14 @@ install(FILES "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION lib/udev/rules.
 configure_file("${sources}/copyright" "${made}/copyright" @ONLY)
 install(FILES "${made}/changelog.Debian.gz" "${made}/copyright" DESTINATION share/doc/${QELMO_PACKAGE}
         COMPONENT debian)
+install(FILES "${QELMO_BUNDLE_RESOURCES}/TROUBLESHOOTING.txt" DESTINATION share/doc/${QELMO_PACKAGE} COMPONENT debian)
 install(FILES "${sources}/lintian-overrides" DESTINATION share/lintian/overrides RENAME ${QELMO_PACKAGE}
         COMPONENT debian)
 
 qelmo_install_bundle(. portable EXCLUDE_FROM_ALL)
 configure_file("${sources}/README.txt" "${made}/README.txt" @ONLY)
-install(FILES "${made}/README.txt" "${made}/copyright" "${sources}/70-${QELMO_PACKAGE}.rules" DESTINATION .
-        COMPONENT portable EXCLUDE_FROM_ALL)
+install(FILES "${made}/README.txt" "${made}/copyright" "${sources}/70-${QELMO_PACKAGE}.rules"
+        "${QELMO_BUNDLE_RESOURCES}/TROUBLESHOOTING.txt" DESTINATION . COMPONENT portable EXCLUDE_FROM_ALL)
 install(PROGRAMS "${sources}/install-esptool" DESTINATION . COMPONENT portable EXCLUDE_FROM_ALL)
 
 # ---- the packages ----
@@ -120,7 +121,7 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "qt6-image-formats-plugins, python3, python3-serial, python3-intelhex")
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-dejavu-core, qt6-wayland")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-dejavu-core, qt6-wayland, xdg-utils")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-pip, python3-setuptools")
 set(CPACK_QELMO_PROCESSOR "${CMAKE_SYSTEM_PROCESSOR}")
 set(CPACK_QELMO_SOURCE_DATE_EPOCH "${QELMO_SOURCE_DATE_EPOCH}")

@@ -396,7 +396,7 @@ class WithTheRealPrograms(OnAMac):
         self.assertIn("\nrelease=1.2.3\n", log)
         self.assertIn("\nwindow_self_test=OK\n", log)
         names = sorted(file.suffix for file in (self.mac.app / "Contents/Resources").iterdir())
-        self.assertEqual(names, [".bin", ".icns", ".json"], "one image, the new one")
+        self.assertEqual(names, [".bin", ".icns", ".json", ".txt"], "one image, the new one, and the help")
 
     def test_an_image_whose_header_would_be_rewritten_needs_the_word_of_who_builds(self) -> None:
         self.image.write_bytes(b"\xe9" + bytes(65535) + b"\xe9")

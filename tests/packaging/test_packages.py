@@ -10,6 +10,7 @@ import re
 import tarfile
 import tempfile
 import unittest
+from configparser import ConfigParser
 from pathlib import Path
 
 from packages import BUILD, BUNDLE_NAME, PACKAGE, PROGRAM, ROOT, VERSION, debian_package, portable_tar
@@ -18,6 +19,7 @@ APP_ID = "io.qelmo.varnox-flasher"
 README = BUILD / "packaging/README.txt"
 CONTENTS = f"usr/lib/{PACKAGE}/{BUNDLE_NAME}/Contents"
 RULES = f"usr/lib/udev/rules.d/70-{PACKAGE}.rules"
+HELP = f"usr/share/doc/{PACKAGE}/TROUBLESHOOTING.txt"
 
 
 def image_name(resources: Path) -> str:
@@ -63,7 +65,7 @@ class DebianPackage(PackageTest):
             f"usr/share/metainfo/{APP_ID}.metainfo.xml", f"{icons}/scalable/apps/{APP_ID}.svg",
             f"{icons}/48x48/apps/{APP_ID}.png", f"{icons}/128x128/apps/{APP_ID}.png",
             f"{icons}/256x256/apps/{APP_ID}.png", f"usr/share/man/man1/{PACKAGE}.1.gz",
-            f"usr/share/man/man1/{PACKAGE}-install-esptool.1.gz", RULES,
+            f"usr/share/man/man1/{PACKAGE}-install-esptool.1.gz", RULES, HELP,
             f"usr/share/doc/{PACKAGE}/changelog.Debian.gz", f"usr/share/doc/{PACKAGE}/copyright",
             f"usr/share/lintian/overrides/{PACKAGE}"}
         self.assertEqual(files_below(self.root), expected)
@@ -120,6 +122,14 @@ class DebianPackage(PackageTest):
         entry = self.root / f"usr/share/applications/{APP_ID}.desktop"
         self.assertEqual(self.run_tool("desktop-file-validate", entry), "")
 
+    def test_opens_the_help_from_the_menu(self) -> None:
+        entry = ConfigParser(interpolation=None)
+        entry.read(self.root / f"usr/share/applications/{APP_ID}.desktop")
+        self.assertEqual(entry["Desktop Entry"]["Actions"], "help;")
+        self.assertEqual(entry["Desktop Action help"]["Exec"], f"xdg-open /{HELP}")
+        self.assertIn("xdg-utils", self.field("Recommends"))
+        self.assertEqual((self.root / HELP).read_bytes(), (ROOT / "docs/troubleshooting.md").read_bytes())
+
     def test_has_the_command_that_installs_the_tool(self) -> None:
         said = self.run_tool(self.root / f"usr/bin/{PACKAGE}-install-esptool", "--help")
         self.assertTrue(said.startswith(f"usage: {PACKAGE}-install-esptool "), said)
@@ -133,7 +143,8 @@ class DebianPackage(PackageTest):
         result = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", page], text=True,
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertIn("SYNOPSIS", result.stdout)
+        for section in ("SYNOPSIS", "TROUBLESHOOTING"):
+            self.assertIn(section, result.stdout)
         other = page.with_name(f"{PACKAGE}-install-esptool.1.gz")
         self.assertEqual(os.readlink(other), page.name)
 
@@ -158,7 +169,7 @@ class PortableTar(PackageTest):
         contents = f"{BUNDLE_NAME}/Contents"
         bundle = bundle_files(contents, image_name(self.top / contents / "Resources"))
         self.assertEqual(files_below(self.top), bundle | {
-            "README.txt", "copyright", "install-esptool", f"70-{PACKAGE}.rules"})
+            "README.txt", "TROUBLESHOOTING.txt", "copyright", "install-esptool", f"70-{PACKAGE}.rules"})
         self.assertTrue(os.access(self.top / "install-esptool", os.X_OK))
         self.assertEqual((self.top / "README.txt").read_text(), README.read_text())
 
