@@ -30,6 +30,12 @@ def wait_until(condition: Callable[[], object], what: str, seconds: float = LIMI
         time.sleep(0.02)
 
 
+def role_of(view: Atspi.Accessible) -> str:
+    """As Debian 12 calls it. Since AT-SPI 2.56, as in Debian 13, a push button is a "button"."""
+    name = view.get_role_name()
+    return "push button" if name == "button" else name
+
+
 class FlasherWindow:
     """One run of the application. Use it in a with statement; the program is gone at its end."""
 
@@ -164,7 +170,7 @@ class FlasherWindow:
             return
         try:
             item.clear_cache()
-            if item.get_role_name() == role and name in (None, item.get_name()):
+            if role_of(item) == role and name in (None, item.get_name()):
                 found.append(item)
             for index in range(item.get_child_count()):
                 self._collect(item.get_child_at_index(index), role, name, found)

@@ -8,7 +8,7 @@ import gi
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 
-from flasher_window import FlasherWindow, wait_until
+from flasher_window import FlasherWindow, role_of, wait_until
 from flashing_session import PORT, SAMPLE_IMAGE, SessionTest, load_tests  # noqa: F401
 from test_flashing import COMPLETE_LINE, CONFIRM, FLASH, OTHER_PORT, START, START_ON_OTHER_PORT
 
@@ -122,7 +122,7 @@ class AccessTest(SessionTest):
 
     def expect_views(self, window: FlasherWindow) -> None:
         views = window.views()
-        self.assertEqual([(view.get_role_name(), None if view.get_description() == "Release" else view.get_name(),
+        self.assertEqual([(role_of(view), None if view.get_description() == "Release" else view.get_name(),
                            view.get_description()) for view in views], VIEWS)
         labels = [relation.get_target(0).get_name() for relation in views[MENU].get_relation_set()
                   if relation.get_relation_type() == Atspi.RelationType.LABELLED_BY]
