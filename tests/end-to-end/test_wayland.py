@@ -9,7 +9,7 @@ from pathlib import Path
 from unittest import mock
 
 from flasher_window import wait_until
-from flashing_session import BUNDLE, PROGRAM, ROOT, SAMPLE_IMAGE, JobTest
+from flashing_session import BUNDLE, PROGRAM, ROOT, SAMPLE_IMAGE, JobTest, load_tests  # noqa: F401
 
 APPLICATION = "io.qelmo.varnox-flasher"
 

@@ -6,7 +6,6 @@ from __future__ import annotations
 import json
 import os
 import subprocess
-import re
 import tarfile
 import tempfile
 import unittest
