@@ -14,6 +14,7 @@ set(QELMO_NOT_ON_MACOS
     "tests/platform/LeasedMappingTest.cpp: file leases exist on Linux only"
     "tests/platform/OutlivingChildTest.cpp: becomes the reaper of orphans with Linux's prctl"
     "tests/ui/MacIconTest.cpp: tries the Mac's source on Linux; on macOS the other tests of the window do"
+    "tools/pack-release/Md5OpenSsl.cpp: CommonCrypto computes digests there"
     "ui/ApplicationIconLinux.cpp: ui/ApplicationIconMac.cpp takes its place"
     "ui/DarkControlsLinux.cpp: ui/DarkControlsMac.cpp takes its place")
 
