@@ -31,7 +31,7 @@ def wait_until(condition: Callable[[], object], what: str, seconds: float = LIMI
 
 
 def role_of(view: Atspi.Accessible) -> str:
-    """As Debian 12 calls it. Since AT-SPI 2.56, as in Debian 13, a push button is a "button"."""
+    """As Debian 12 calls it. In Debian 13, with AT-SPI 2.56, a push button is a "button"."""
     name = view.get_role_name()
     return "push button" if name == "button" else name
 
