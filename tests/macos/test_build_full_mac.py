@@ -12,11 +12,15 @@ import plistlib
 import re
 import shutil
 import subprocess
+import sys
 import unittest
 from pathlib import Path
 
 import mach_o_files
 from mac import BUNDLE, ESPTOOL_5, ROOT, SCRIPT, SECONDS, STAND_INS, OnAMac, executable, quoted
+
+sys.path.insert(0, str(ROOT / "tools"))
+import esp_image  # noqa: E402
 
 BUILT = Path(os.environ["QELMO_BUILD"])
 BUILT_BUNDLE = Path(os.environ["QELMO_BUNDLE"])
@@ -390,7 +394,7 @@ class WithTheRealPrograms(OnAMac):
         self.image = self.mac.folder / "merged.bin"
 
     def test_a_merged_image_becomes_a_release_that_both_self_tests_accept(self) -> None:
-        self.image.write_bytes(b"\xe9\0\x02\x3f" + bytes(65532) + b"\xe9")
+        self.image.write_bytes(esp_image.small_image(b"firmware"))
         self.assert_built(self.mac.build("--image", self.image, "--name", "Varnox", "--version", "1.2.3"))
         log = (self.mac.work / "build.log").read_text()
         self.assertIn("\nrelease=1.2.3\n", log)
@@ -399,7 +403,7 @@ class WithTheRealPrograms(OnAMac):
         self.assertEqual(names, [".bin", ".icns", ".json", ".txt"], "one image, the new one, and the help")
 
     def test_an_image_whose_header_would_be_rewritten_needs_the_word_of_who_builds(self) -> None:
-        self.image.write_bytes(b"\xe9" + bytes(65535) + b"\xe9")
+        self.image.write_bytes(esp_image.small_image(b"firmware", mode=0))
         release = ("--image", self.image, "--name", "Varnox", "--version", "1.2.3")
         self.assertRegex(self.mac.build(*release).stdout, r"\nRelease: failed, .* give --accept-header-rewrite\.\n")
         self.assert_built(self.mac.build(*release, "--accept-header-rewrite"))
