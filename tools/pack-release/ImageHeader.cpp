@@ -1,5 +1,6 @@
 #include "tools/pack-release/ImageHeader.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -42,8 +43,9 @@ std::string twoBytes(std::uint8_t first, std::uint8_t second) {
 }  // namespace
 
 std::vector<std::string> flashFrequencies() {
-    std::vector<std::string> names;
-    for (const FrequencyCode& entry : frequencyCodes) names.emplace_back(entry.frequency);
+    std::vector<std::string> names(frequencyCodes.size());
+    std::transform(frequencyCodes.begin(), frequencyCodes.end(), names.begin(),
+                   [](const FrequencyCode& entry) { return std::string(entry.frequency); });
     return names;
 }
 
