@@ -3,12 +3,15 @@
 
 from __future__ import annotations
 
+import base64
+import json
 import os
 import platform
 import shutil
 import stat
 import subprocess
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -19,10 +22,14 @@ DEBIAN = PLACE / "root"
 SHARED = PLACE / "shared"
 ARCHIVES = PLACE / "archives"
 HOME = "/mnt/shared/home"  # as the root sees it
+OWNER = ("runuser", "-u", "owner", "--", "env", "HOME=/home/owner")
 
 # A display, and a user for it. Installed after the package has worked without them.
 DESKTOP = ["xvfb", "openbox", "dbus-daemon", "dbus-bin", "at-spi2-core", "gir1.2-atspi-2.0", "python3-gi",
            "xdotool", "fonts-dejavu-core"]
+# What apt knows of one Debian and not of another.
+SOURCES = ("sources.list", "sources.list.d", "trusted.gpg", "trusted.gpg.d", "keyrings", "preferences.d")
+NEXT_DEBIAN = "trixie"
 # What the package system writes down for itself whenever it installs or removes anything.
 RECORDS = ("var/log", "var/lib/dpkg", "var/lib/apt", "var/cache/apt", "var/cache/debconf",
            "var/cache/ldconfig", "etc/ld.so.cache", "dev", "proc", "tmp", "mnt")
@@ -62,10 +69,9 @@ def base_tar(codename: str, mirror: str) -> Path:
     return tar
 
 
-def take_apt_configuration() -> None:
+def take_apt_configuration(sources: tuple[str, ...]) -> None:
     """Where packages come from is this machine's business; who it is there (auth.conf) is not the root's."""
-    for name in ("sources.list", "sources.list.d", "trusted.gpg", "trusted.gpg.d", "keyrings", "apt.conf.d",
-                 "preferences.d"):
+    for name in ("apt.conf.d", *sources):
         source, target = Path("/etc/apt", name), DEBIAN / "etc/apt" / name
         if source.is_dir():
             shutil.copytree(source, target, dirs_exist_ok=True)
@@ -77,14 +83,16 @@ def take_apt_configuration() -> None:
         shutil.copy(name, DEBIAN / name.lstrip("/"))
 
 
-def make_root() -> None:
-    tar = base_tar(*this_debian())
+def make_root(codename: str = "") -> None:
+    """With this machine's Debian, or another one from the same mirror."""
+    own, mirror = this_debian()
+    tar = base_tar(codename or own, mirror)
     shutil.rmtree(DEBIAN, ignore_errors=True)
     shutil.rmtree(SHARED, ignore_errors=True)
     for folder in (DEBIAN, SHARED / "home", SHARED / "device", ARCHIVES / "partial"):
         folder.mkdir(parents=True, exist_ok=True)
     subprocess.run(["tar", "--numeric-owner", "-C", DEBIAN, "-xpf", tar], check=True)
-    take_apt_configuration()
+    take_apt_configuration(SOURCES if codename in ("", own) else ())
     apt_get("update")
 
 
@@ -110,6 +118,15 @@ def install_package() -> None:
     apt_get("install", f"/mnt/build/packages/{debian_package().name}")
 
 
+def flash_in_window(*prefix: str, home: str, folder: str) -> None:
+    """Flashes the simulated device through the window of the installed program, which is run by the prefix."""
+    print(in_root(
+        "/mnt/repo/tests/device/private-dev", "--", *prefix, "env", f"HOME={home}",
+        "/mnt/repo/tests/with-display", "--window-manager", "--accessibility", "--", "/usr/bin/python3", "-B",
+        "/mnt/repo/tests/packaging/flash_installed.py", f"/usr/bin/{PACKAGE}", home, folder,
+        environment={"QELMO_BUILD": "/mnt/build", "QELMO_BUNDLE": "/mnt/build"}), end="")
+
+
 def files() -> dict[str, tuple]:
     found = {}
     for folder, folders, names in os.walk(DEBIAN):
@@ -125,7 +142,8 @@ def files() -> dict[str, tuple]:
 
 
 def tearDownModule() -> None:
-    shutil.rmtree(DEBIAN)
+    if DEBIAN.exists():
+        shutil.rmtree(DEBIAN)
 
 
 class InTheSmallestDebian(unittest.TestCase):
@@ -150,43 +168,80 @@ class InTheSmallestDebian(unittest.TestCase):
         self.assertEqual(len(said.splitlines()), 9, said)
 
 
-class Upgrade(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls) -> None:
-        make_root()
+def package_of(version: str) -> str:
+    """The package as its maker makes it, as the root sees it: another version is another image, too."""
+    image, build = PLACE / "merged.bin", PLACE / "shipping"
+    PLACE.mkdir(exist_ok=True)
+    data = bytearray((BUILD / "sample/sample-firmware.bin").read_bytes())
+    data[-1] = version.encode()[-1]
+    image.write_bytes(data)
+    for command in (
+            ["cmake", "-G", "Ninja", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+             "-DQELMO_TESTS=OFF", f"-DQELMO_PACK_RELEASE={BUILD}/tools/pack-release",
+             f"-DQELMO_RELEASE_IMAGE={image}", f"-DQELMO_RELEASE_VERSION={version}",
+             "-DQELMO_RELEASE_NAME=Varnox R&D"],
+            ["cmake", "--build", build, "--target", "QelmoFlasher", "QelmoWindow", "bundle", "packaging"],
+            ["cpack", "--config", build / "CPackConfig.cmake"]):
+        subprocess.run(command, check=True, cwd=build if build.exists() else PLACE, stdout=subprocess.DEVNULL)
+    [package] = build.glob(f"packages/{PACKAGE}_{version}+app*.deb")
+    return f"/mnt/build/{package.relative_to(BUILD)}"
 
-    # fault: the sample's package is installed over that of a release
-    def test_a_new_release_is_installed_over_an_older_one_and_the_sample_over_none(self) -> None:
-        for version in ("1.2.3", "1.2.4"):
-            apt_get("install", self.package_of(version))
-            in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
-            self.expect_release(version)
-        with self.assertRaisesRegex(AssertionError, "without --allow-downgrades"):
-            install_package()
-        self.expect_release("1.2.4")
 
-    def expect_release(self, version: str) -> None:
-        said = in_root(PACKAGE, "--self-test", environment={"HOME": HOME})
-        self.assertIn(f"release={version}", said.splitlines())
+def archive_of_tool() -> str:
+    """A complete tool as an owner may have it, as the root sees it. The simulated device runs nothing of its stub."""
+    with tempfile.TemporaryDirectory() as home:
+        subprocess.run([ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", home], check=True,
+                       stdout=subprocess.DEVNULL)
+        tool = Path(home) / ".platformio/packages/tool-esptoolpy"
+        [stub] = tool.glob("esptool/targets/stub_flasher/**/*32s3.json")
+        content = json.loads(stub.read_text())
+        stub.write_text(json.dumps({**content, "text": base64.b64encode(bytes(4096)).decode()}))
+        subprocess.run(["tar", "-C", tool.parent, "-czf", SHARED / "esptool.tar.gz", tool.name], check=True)
+    return "/mnt/shared/esptool.tar.gz"
+
+
+class AnOwner(unittest.TestCase):
+    """An ordinary user who has nothing but the package and its own help."""
+
+    # fault: the tool is missing, and pip, which would get it; the sample's package is installed over that of a release
+    # seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.", "esptool is downloaded with pip,
+    #     which is not installed", "without --allow-downgrades"
+    def test_gets_the_tool_and_flashes_one_release_after_the_other(self) -> None:
+        packages = {version: package_of(version) for version in ("1.2.3", "1.2.4")}
+        for codename in dict.fromkeys((this_debian()[0], NEXT_DEBIAN)):
+            with self.subTest(codename):
+                make_root(codename)
+                in_root("useradd", "--create-home", "owner")
+                apt_get("install", packages["1.2.3"], *DESKTOP)
+                self.get_the_tool()
+                self.flash("1.2.3")
+                apt_get("install", packages["1.2.4"])
+                self.flash("1.2.4")
+                with self.assertRaisesRegex(AssertionError, "without --allow-downgrades"):
+                    install_package()
+                self.assertIn("release=1.2.4", self.as_owner(PACKAGE, "--self-test").splitlines())
+
+    def get_the_tool(self) -> None:
+        command = f"{PACKAGE}-install-esptool"
+        for refused, words in (((PACKAGE, "--self-test"),
+                                "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."),
+                               ((command,), "esptool is downloaded with pip, which is not installed")):
+            with self.assertRaisesRegex(AssertionError, words):
+                self.as_owner(*refused)
+        self.assertIn(" is in /home/owner/.platformio/packages/tool-esptoolpy now.",
+                      self.as_owner(command, "--from", archive_of_tool()))
+
+    def flash(self, version: str) -> None:
+        self.assertIn(f"release={version}", self.as_owner(PACKAGE, "--self-test").splitlines())
         # The image of the release before went with it.
         self.assertEqual(len(list(DEBIAN.glob(f"usr/lib/{PACKAGE}/*/Contents/Resources/*.bin"))), 1)
+        # The device's port is a link in /dev, which is made by the user who plays the device.
+        flash_in_window("bash", "-c", 'chmod 1777 /dev && install -d -o owner /tmp/device && exec "$@"', "-", *OWNER,
+                        home="/home/owner", folder="/tmp/device")
 
-    def package_of(self, version: str) -> str:
-        """The package as its maker makes it, as the root sees it: another version is another image, too."""
-        image, build = PLACE / "merged.bin", PLACE / "shipping"
-        data = bytearray((BUILD / "sample/sample-firmware.bin").read_bytes())
-        data[-1] = version.encode()[-1]
-        image.write_bytes(data)
-        for command in (
-                ["cmake", "-G", "Ninja", "-S", ROOT, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-                 "-DQELMO_TESTS=OFF", f"-DQELMO_PACK_RELEASE={BUILD}/tools/pack-release",
-                 f"-DQELMO_RELEASE_IMAGE={image}", f"-DQELMO_RELEASE_VERSION={version}",
-                 "-DQELMO_RELEASE_NAME=Varnox R&D"],
-                ["cmake", "--build", build, "--target", "QelmoFlasher", "QelmoWindow", "bundle", "packaging"],
-                ["cpack", "--config", build / "CPackConfig.cmake"]):
-            subprocess.run(command, check=True, cwd=build if build.exists() else PLACE, stdout=subprocess.DEVNULL)
-        [package] = build.glob(f"packages/{PACKAGE}_{version}+app*.deb")
-        return f"/mnt/build/{package.relative_to(BUILD)}"
+    @staticmethod
+    def as_owner(*command: str) -> str:
+        return in_root(*OWNER, *command)
 
 
 class WithADesktop(unittest.TestCase):
@@ -206,17 +261,10 @@ class WithADesktop(unittest.TestCase):
         before = files()
         install_package()
         self.assertIn(f"usr/bin/{PACKAGE}", files())
-        self.flash()
+        flash_in_window(home=HOME, folder="/mnt/shared/device")
         apt_get("purge", PACKAGE)
         self.assertEqual(sorted(set(files().items()) ^ set(before.items())), [])
         self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
-
-    def flash(self) -> None:
-        print(in_root(
-            "/mnt/repo/tests/device/private-dev", "--", "/mnt/repo/tests/with-display", "--window-manager",
-            "--accessibility", "--", "/usr/bin/python3", "-B", "/mnt/repo/tests/packaging/flash_installed.py",
-            f"/usr/bin/{PACKAGE}", HOME, "/mnt/shared/device",
-            environment={"QELMO_BUILD": "/mnt/build", "QELMO_BUNDLE": "/mnt/build", "HOME": HOME}), end="")
 
 
 if __name__ == "__main__":
