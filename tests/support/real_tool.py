@@ -1,0 +1,68 @@
+"""The real flashing tool in a home folder, and what its versions say and do differently."""
+
+from __future__ import annotations
+
+import atexit
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+from functools import cache
+from pathlib import Path
+
+from support.built import BUILD, ROOT, TOOL
+from support.child import CANNOT_RUN_HERE
+
+INSTALL = [ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache"]
+VERSION = re.compile(r'^__version__ = "(\d+)\.(\d+)', re.MULTILINE)
+
+# Each with the first version that says or does it, oldest first.
+OTHER_CHIP = {(4, 0): "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?",
+              (4, 9): "This chip is ESP32-C3, not ESP32-S3. Wrong --chip argument?"}
+NO_PORT = {(4, 0): "Could not open {}, the port doesn't exist",
+           (4, 7): "Could not open {}, the port is busy or doesn't exist."}
+MODULES = {(4, 0): ["serial"], (4, 7): ["serial", "intelhex"], (5, 0): ["rich_click"]}
+LOCKS_THE_PORT = {(4, 0): False, (4, 8): True}
+VERIFIES_TWICE = {(4, 0): True, (4, 9): False}  # with --verify, and names the image the second time
+
+
+def install_tool(home: Path) -> None:
+    subprocess.run([*INSTALL, home], check=True, stdout=subprocess.DEVNULL)
+
+
+@cache
+def home_with_the_tool() -> Path:
+    """Made once for a script, and removed at its end."""
+    folder = tempfile.TemporaryDirectory()
+    atexit.register(folder.cleanup)
+    install_tool(Path(folder.name))
+    return Path(folder.name)
+
+
+def version_in(folder: str | Path) -> tuple[int, int]:
+    """Of the tool whose package is in this folder."""
+    major, minor = VERSION.search(Path(folder, "esptool/__init__.py").read_text()).groups()
+    return int(major), int(minor)
+
+
+def installed_version() -> tuple[int, int]:
+    return version_in((home_with_the_tool() / TOOL).parent)
+
+
+def of_the_tool(values: dict):
+    """What the installed tool says or does."""
+    return next(value for first, value in reversed(values.items()) if first <= installed_version())
+
+
+def load_tests(_loader, tests, _pattern) -> unittest.TestSuite:
+    """What a script runs that imports this. Version 5 refuses every job, so only the tests with version_5 in their
+    names run with it, and they run with no other version."""
+    folder = os.environ.get("QELMO_ESPTOOL")
+    is_5 = bool(folder) and version_in(folder)[0] == 5
+    chosen = [test for of_a_class in tests for test in of_a_class if ("version_5" in test.id()) == is_5]
+    if not chosen:
+        print("no test here is for a tool of version 5")
+        sys.exit(CANNOT_RUN_HERE)
+    return unittest.TestSuite(chosen)
