@@ -7,51 +7,34 @@ interpreter, and what becomes of the bundle between macdeployqt and the signatur
 
 from __future__ import annotations
 
-import os
-import plistlib
 import re
 import shutil
-import subprocess
 import sys
 import unittest
 from pathlib import Path
+from typing import Callable
 
 import mach_o_files
-from mac import BUNDLE, ESPTOOL_5, ROOT, SCRIPT, SECONDS, STAND_INS, OnAMac, executable, quoted
+from mac import BUNDLE, ESPTOOL_5, ROOT, SCRIPT, Mac, OnAMac, executable, quoted, run
 
 sys.path.insert(0, str(ROOT / "tools"))
 import esp_image  # noqa: E402
 
-BUILT = Path(os.environ["QELMO_BUILD"])
-BUILT_BUNDLE = Path(os.environ["QELMO_BUNDLE"])
-
 
 class Good(OnAMac):
-    def test_every_step_says_ok_and_the_last_one_says_where_the_application_is(self) -> None:
+    def test_every_step_says_ok_and_signing_is_the_last_change_before_the_self_tests(self) -> None:
         outcomes = self.assert_built(self.mac.build())
-        prefix = self.mac.homebrew / "opt/qtbase"
-        self.assertEqual(outcomes["Homebrew packages"], f"ok, Qt 6.11.2 in {prefix}")
-        self.assertEqual(outcomes["esptool under Apple's Python"], "ok, version 4.5.1, accepts --verify")
-        self.assertEqual(outcomes["Release"], "ok, the sample, which is no firmware")
-        self.assertEqual(outcomes["Qt in the bundle"], "ok, nothing is taken from outside, for macOS 14.0 and later")
-
-    def test_the_application_asks_for_the_system_that_the_qt_inside_needs(self) -> None:
-        self.assert_built(self.mac.build())
-        values = plistlib.loads((self.mac.app / "Contents/Info.plist").read_bytes())
-        self.assertEqual(values, {"LSMinimumSystemVersion": "14.0"})
-        self.assert_built(self.mac.build("--use-installed-qt"))
-        values = plistlib.loads((self.mac.app / "Contents/Info.plist").read_bytes())
-        self.assertEqual(values, {"LSMinimumSystemVersion": "13.0"})
-
-    def test_it_builds_without_tests_in_a_folder_of_its_own_against_homebrews_qt(self) -> None:
-        self.assert_built(self.mac.build())
-        prefix = f"{self.mac.homebrew}/opt/qtbase;{self.mac.homebrew}/opt"
+        qt = self.mac.homebrew / "opt/qtbase"
+        self.assertEqual([outcomes[step] for step in ("Homebrew packages", "esptool under Apple's Python", "Release",
+                                                      "Qt in the bundle")],
+                         [f"ok, Qt 6.11.2 in {qt}", "ok, version 4.5.1, accepts --verify",
+                          "ok, the sample, which is no firmware",
+                          "ok, nothing is taken from outside, for macOS 14.0 and later"])
+        self.assertEqual(self.mac.oldest_system_of_the_application(), "14.0")
+        called = self.mac.called()
         self.assertIn(f"cmake --preset release -B {self.mac.work}/tree -DQELMO_TESTS=OFF "
-                      f"-DCMAKE_PREFIX_PATH={prefix}", self.mac.called())
-
-    def test_signing_is_the_last_change_and_both_self_tests_run_on_what_was_signed(self) -> None:
-        self.assert_built(self.mac.build())
-        called = [call for call in self.mac.called() if re.match("macdeployqt|xattr|codesign|self-test|mv", call)]
+                      f"-DCMAKE_PREFIX_PATH={qt};{self.mac.homebrew}", called)
+        called = [call for call in called if re.match("macdeployqt|xattr|codesign|self-test|mv", call)]
         app = self.mac.temporary / Path(called[0].split(f"/{BUNDLE} ")[0]).name / BUNDLE
         self.assertEqual(called, [
             f"macdeployqt {app} -executable={app}/Contents/Frameworks/libQelmoWindow.dylib",
@@ -63,63 +46,36 @@ class Good(OnAMac):
             f"mv {app} {self.mac.work}/arriving",
             f"mv {self.mac.work}/arriving {self.mac.app}"])
 
-    def test_a_release_of_ones_own_is_found_from_any_folder_and_takes_the_samples_place(self) -> None:
-        elsewhere = self.mac.folder / "some where"
-        elsewhere.mkdir()
-        (elsewhere / "merged image.bin").write_text("an image")
-        done = self.mac.build("--image", "merged image.bin", "--name", "Varnox", "--version", "1.2.3", cwd=elsewhere)
-        self.assertEqual(self.assert_built(done)["Release"], "ok, Varnox 1.2.3")
-        packed = next(call for call in self.mac.called() if call.startswith("pack-release"))
-        self.assertTrue(packed.endswith(f"/{BUNDLE} --image {elsewhere}/merged image.bin --name Varnox --version 1.2.3"))
-
-    def test_a_second_run_replaces_the_first_ones_application(self) -> None:
-        self.assert_built(self.mac.build())
-        (self.mac.app / "stale").write_text("of the first run")
-        self.assert_built(self.mac.build())
-        self.assertFalse((self.mac.app / "stale").exists())
-
-    def test_a_run_that_fails_keeps_the_application_of_the_one_before(self) -> None:
-        self.assert_built(self.mac.build())
-        self.assertEqual(self.mac.build(failing="sign").returncode, 1)
-        self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
-
-    def test_a_missing_esptool_is_installed_in_the_users_folder_whatever_platformio_is_told(self) -> None:
-        self.mac.tool.unlink()
-        self.mac.tool.parent.rmdir()
-        self.mac.stand_in("pio", '[ -z "${PLATFORMIO_CORE_DIR:-}" ] || exit 1\n' + STAND_INS["pio"])
-        self.mac.environment["PLATFORMIO_CORE_DIR"] = "/elsewhere"
-        outcomes = self.assert_built(self.mac.build())
-        self.assertEqual(outcomes["PlatformIO's esptool"], f"ok, installed as {self.mac.tool}")
-        self.assertIn("pio pkg install -g -t platformio/tool-esptoolpy@~1.40501.0", self.mac.called())
-
-    def test_the_undivided_qt_of_before_serves_as_well(self) -> None:
-        (self.mac.homebrew / "qtbase").rename(self.mac.homebrew / "qt")
-        (self.mac.homebrew / "opt/qtbase").rename(self.mac.homebrew / "opt/qt")
-        (self.mac.homebrew / "qt").write_text("6.9.2")
-        outcomes = self.assert_built(self.mac.build())
-        self.assertEqual(outcomes["Homebrew packages"], f"ok, Qt 6.9.2 in {self.mac.homebrew}/opt/qt")
-
-    def test_homebrew_and_platformio_are_found_although_finder_knows_no_path_to_them(self) -> None:
-        for name, folder in (("brew", self.mac.system / "opt/homebrew/bin"),
-                             ("pio", self.mac.home / ".platformio/penv/bin")):
-            folder.mkdir(parents=True)
-            (self.mac.commands / name).rename(folder / name)
-        self.mac.tool.unlink()
-        self.assertEqual(self.assert_built(self.mac.build())["Homebrew"],
-                         f"ok, {self.mac.system}/opt/homebrew/bin/brew")
-
-    def test_qt_can_be_left_where_it_is(self) -> None:
+    def test_qt_can_be_left_where_it_is_and_no_variable_for_temporary_files_is_needed(self) -> None:
+        del self.mac.environment["TMPDIR"]
         outcomes = self.assert_built(self.mac.build("--use-installed-qt"))
         self.assertEqual(outcomes["Qt in the bundle"],
                          f"ok, left in {self.mac.homebrew}/opt/qtbase: it runs on this Mac only")
+        self.assertEqual(self.mac.oldest_system_of_the_application(), "13.0")
         self.assertFalse([call for call in self.mac.called() if call.startswith("macdeployqt")])
+        signed = next(call for call in self.mac.called() if call.startswith("xattr")).removeprefix("xattr -cr ")
+        self.assertTrue(signed.startswith("/tmp/qelmo-varnox-build."), signed)
+        self.assertFalse(Path(signed).parent.exists())
 
-    def test_a_library_from_outside_is_named(self) -> None:
-        mach_o_files.write(self.mac.deployed / "Frameworks/libpcre2-16.0.dylib",
-                           mach_o_files.mach_o(needs=["/opt/homebrew/lib/libz.1.dylib"]))
+    def test_a_missing_esptool_is_installed_by_programs_that_finders_terminal_does_not_know(self) -> None:
+        brew = self.mac.system / "opt/homebrew/bin/brew"
+        for name, path in (("brew", brew), ("pio", self.mac.home / ".platformio/penv/bin/pio")):
+            path.parent.mkdir(parents=True)
+            (self.mac.commands / name).rename(path)
+        shutil.rmtree(self.mac.tool.parent)
+        self.mac.environment["PLATFORMIO_CORE_DIR"] = "/elsewhere"  # the application looks in the user's folder only
         outcomes = self.assert_built(self.mac.build())
-        self.assertEqual(outcomes["Qt in the bundle"], "ok, but libpcre2-16.0.dylib still uses "
-                         "/opt/homebrew/lib/libz.1.dylib: it runs on this Mac only")
+        self.assertEqual((outcomes["Homebrew"], outcomes["PlatformIO's esptool"]),
+                         (f"ok, {brew}", f"ok, installed as {self.mac.tool}"))
+        self.assertIn("pio pkg install -g -t platformio/tool-esptoolpy@~1.40501.0", self.mac.called())
+
+    def test_the_oldest_qt_in_one_package_serves_as_well_also_on_a_system_that_homebrew_has_left(self) -> None:
+        (self.mac.homebrew / "qtbase").unlink()
+        (self.mac.homebrew / "qt").write_text("6.9.2")
+        (self.mac.homebrew / "opt/qtbase").rename(self.mac.homebrew / "opt/qt")
+        self.mac.environment["MACOS"] = "13.7.8"
+        outcomes = self.assert_built(self.mac.build())
+        self.assertEqual(outcomes["Homebrew packages"], f"ok, Qt 6.9.2 in {self.mac.homebrew}/opt/qt")
 
     def test_homebrews_own_folder_comes_first_on_apple_silicon_and_only_there(self) -> None:
         for folder in ("opt/homebrew/bin", "usr/local/bin"):
@@ -131,235 +87,149 @@ class Good(OnAMac):
         self.mac.environment.update(PROCESSOR="x86_64", APPLE_SILICON="")
         self.assertEqual(self.assert_built(self.mac.build())["Homebrew"], f"ok, {self.mac.system}/usr/local/bin/brew")
 
-    def test_a_folder_for_temporary_files_is_known_without_the_variable(self) -> None:
-        del self.mac.environment["TMPDIR"]
-        self.assert_built(self.mac.build())
-        deployed = next(call for call in self.mac.called() if call.startswith("macdeployqt"))
-        self.assertTrue(deployed.startswith("macdeployqt /tmp/qelmo-varnox-build."), deployed)
-        self.assertFalse(Path(deployed.split()[1]).parent.exists())
-
-
-class Missing(OnAMac):
-    def test_a_mac(self) -> None:
-        self.mac.stand_in("uname", "echo Linux")
-        self.assert_failed("macOS", "this is another system", "./check", self.mac.build())
-
-    def test_the_command_line_tools_and_the_interpreter_is_not_touched(self) -> None:
-        executable(self.mac.system / "usr/bin/xcode-select", "#!/bin/sh\necho 'xcode-select: error' >&2\nexit 2\n")
-        executable(self.mac.system / "usr/bin/python3", '#!/bin/sh\necho touched >>"$CALLS"\n')
-        self.assert_failed("Xcode command line tools", "not installed", "xcode-select --install", self.mac.build())
-        self.assertEqual([call.split()[0] for call in self.mac.called()], ["uname", "uname", "sw_vers"])
-
-    def assert_compiler_is_missed(self, said: str, outcome: str, following: str) -> None:
-        executable(self.mac.system / "usr/bin/xcrun", f"#!/bin/sh\ncat >&2 <<'EOF'\n{said}\nEOF\nexit 1\n")
-        self.assert_failed("Xcode command line tools", outcome, following, self.mac.build())
-
-    def test_the_command_line_tools_after_an_upgrade_of_the_system(self) -> None:
-        self.assert_compiler_is_missed(
-            "xcrun: error: invalid active developer path (/Library/Developer/CommandLineTools), missing xcrun at: "
-            "/Library/Developer/CommandLineTools/usr/bin/xcrun",
-            "they are gone from /Library/Developer/CommandLineTools", "xcode-select --install")
-
-    def test_the_agreement_to_xcodes_licence_which_only_the_compilers_start_asks_for(self) -> None:
-        for first in ("exit 69", 'case $1 in --find) echo /usr/bin/clang++; exit 0 ;; esac; exit 69'):
-            with self.subTest(first):
-                executable(self.mac.system / "usr/bin/xcrun", f"""#!/bin/sh
-say() {{ echo "You have not agreed to the Xcode license agreements. Please run 'sudo xcodebuild -license' from \
-within a Terminal window to review and agree to the Xcode and Apple SDKs license." >&2; }}
-trap say EXIT
-{first}
-""")
-                self.assert_failed("Xcode command line tools", "the licence of Xcode is not accepted yet",
-                                   "sudo xcodebuild -license", self.mac.build())
-
-    def test_an_xcode_that_was_thrown_away(self) -> None:
-        said = ("xcrun: error: invalid active developer path (/Applications/Xcode.app/Contents/Developer), missing "
-                "xcrun at: /Applications/Xcode.app/Contents/Developer/usr/bin/xcrun")
-        self.assert_compiler_is_missed(said, f"no compiler in /Library/Developer/CommandLineTools: {said}",
-                                       "sudo xcode-select --reset")
-
-    def test_a_homebrew_for_apples_processor(self) -> None:
-        brew = self.mac.system / "usr/local/bin/brew"
-        executable(brew, f'#!/bin/sh\necho "brew $*" >>"$CALLS"\necho {quoted(self.mac.system)}/usr/local\n')
-        (self.mac.commands / "brew").unlink()
-        done = self.mac.build()
-        self.assert_failed("Homebrew", f"the one in {self.mac.system}/usr/local is for Intel processors, and this one "
-                           "is Apple's", done.stdout.split("Next: ")[1].rstrip("\n"), done)
-        self.assertIn("Next: /bin/bash -c \"$(curl -fsSL https://", done.stdout)
-        self.assertNotIn("brew list --versions qtbase", self.mac.called())
-
-    def test_a_terminal_for_apples_processor(self) -> None:
-        self.mac.environment["PROCESSOR"] = "x86_64"
-        self.assert_failed("macOS", "this Terminal runs under Rosetta, as an Intel program",
-                           f"arch -arm64 {self.mac.again()}", self.mac.build())
-
-    def test_a_macos_that_homebrew_has_qt_for_before_homebrew_is_asked_for_it(self) -> None:
-        self.mac.environment["MACOS"] = "13.7.8"
-        self.assert_built(self.mac.build())
-        for version in ("6.9.1", None):
-            (self.mac.homebrew / "qtbase").unlink()
-            if version:
-                (self.mac.homebrew / "qtbase").write_text(version)
-            shutil.rmtree(self.mac.work, ignore_errors=True)
-            self.assert_failed("Homebrew packages", "Homebrew's Qt needs macOS 14, and this is 13.7.8",
-                               "softwareupdate --list", self.mac.build())
-
-    def test_homebrew(self) -> None:
-        (self.mac.commands / "brew").unlink()
-        done = self.mac.build()
-        self.assert_failed("Homebrew", "not installed", done.stdout.split("Next: ")[1].rstrip("\n"), done)
-        self.assertIn("Next: /bin/bash -c \"$(curl -fsSL https://", done.stdout)
-
-    def test_each_package_alone(self) -> None:
-        for path, package in ((self.mac.commands / "cmake", "cmake"), (self.mac.commands / "ninja", "ninja"),
-                              (self.mac.commands / "rsvg-convert", "librsvg"),
-                              (self.mac.homebrew / "cli11", "cli11"),
-                              (self.mac.homebrew / "nlohmann-json", "nlohmann-json"),
-                              (self.mac.homebrew / "qtbase", "qtbase")):
-            with self.subTest(package):
-                path.rename(self.mac.folder / "away")
-                self.assert_failed("Homebrew packages", f"missing: {package}", f"brew install {package}",
-                                   self.mac.build())
-                (self.mac.folder / "away").rename(path)
-
-    def test_all_packages_in_one_command(self) -> None:
-        for path in (*(self.mac.commands / name for name in ("cmake", "ninja", "rsvg-convert")),
-                     *(self.mac.homebrew / name for name in ("cli11", "nlohmann-json", "qtbase"))):
-            path.unlink()
-        names = "cmake ninja librsvg cli11 nlohmann-json qtbase"
-        self.assert_failed("Homebrew packages", f"missing: {names}", f"brew install {names}", self.mac.build())
-
-    def test_platformio_when_it_is_needed(self) -> None:
-        self.mac.tool.unlink()
-        (self.mac.commands / "pio").unlink()
-        self.assert_failed("PlatformIO's esptool", "it is not there, nor is PlatformIO to get it",
-                           "brew install platformio", self.mac.build())
-
-    def test_qt_for_developers(self) -> None:
-        shutil.rmtree(self.mac.homebrew / "opt/qtbase/lib")
-        self.assert_failed("Homebrew packages", f"there is no Qt for developers in {self.mac.homebrew}/opt/qtbase",
-                           "brew reinstall qtbase", self.mac.build())
-
-    def test_a_module_of_the_tool(self) -> None:
-        python = self.mac.system / "usr/bin/python3"
-        for said in ("Pyserial is not installed for /usr/bin/python3.",
-                     "ModuleNotFoundError: No module named 'intelhex'"):
-            with self.subTest(said):
-                self.mac.set_tool(f"import sys; sys.exit({said!r})")
-                self.assert_failed("esptool under Apple's Python", said,
-                                   f'"{python}" -m pip install --user pyserial intelhex', self.mac.build())
-
-
-class TooOldOrTooNew(OnAMac):
-    def test_a_qt_that_cannot_be_linked(self) -> None:
-        for version in ("6.9.1", "6.8.9", "5.15.16"):
-            with self.subTest(version):
-                (self.mac.homebrew / "qtbase").write_text(version)
-                self.assert_failed("Homebrew packages",
-                                   f"Qt is {version}, and 6.9.2 is the oldest that can be linked here",
-                                   "brew upgrade qtbase", self.mac.build())
-
-    def test_an_esptool_without_verify(self) -> None:
-        self.assert_version_5_is_refused(ESPTOOL_5)
-
-    def test_an_esptool_that_is_too_new_for_apples_python(self) -> None:
-        for said in ("TypeError: unsupported operand type(s) for |: 'type' and 'type'",
-                     "ModuleNotFoundError: No module named 'rich_click'"):
-            with self.subTest(said):
-                self.assert_version_5_is_refused(f"import sys; sys.exit({said!r})")
-
-    def assert_version_5_is_refused(self, tool: str) -> None:
-        self.mac.set_tool(tool)
-        path = self.mac.tool.parent
-        self.assert_failed("esptool under Apple's Python", "it is version 5, which does not know --verify any more",
-                           f'mv "{path}" "{path}@5" && {self.mac.again()}', self.mac.build())
-
     def test_the_way_out_of_version_5_is_one_command(self) -> None:
         self.mac.set_tool(ESPTOOL_5)
         following = self.mac.build().stdout.split("Next: ")[1]
-        done = subprocess.run(["bash", "-c", following], env=self.mac.environment, capture_output=True, text=True,
-                              timeout=SECONDS, cwd=self.mac.folder)
-        self.assert_built(done)
+        self.assert_built(run("bash", "-c", following, env=self.mac.environment, cwd=self.mac.folder))
         self.assertTrue(Path(f"{self.mac.tool.parent}@5/esptool.py").exists())
 
-    def test_a_version_4_that_platformio_put_beside_the_place_is_moved_there(self) -> None:
-        self.mac.tool.parent.rename(f"{self.mac.tool.parent}@1.40501.0")
-        path = self.mac.tool.parent
-        self.assert_failed("PlatformIO's esptool", "a version that fits stands beside the place",
-                           f'mv "{path}@1.40501.0" "{path}"', self.mac.build())
-        self.assertFalse([call for call in self.mac.called() if call.startswith("pio")])
+
+# ---- what is done to a Mac that is in order; a word is something that a stand-in understands ----
+
+Fault = str | Callable[[Mac], object]
+
+
+def tool_that_says(said: str) -> Fault:
+    return lambda mac: mac.set_tool(f"import sys; sys.exit({said!r})")
+
+
+def xcrun_that_says(said: str) -> Fault:
+    """Only when the compiler is started: finding it may say nothing of the licence."""
+    return lambda mac: executable(mac.system / "usr/bin/xcrun",
+                                  f"#!/bin/sh\n[ $1 = --find ] || {{ echo {said!r} >&2; exit 1; }}\n")
+
+
+def without(*paths: str) -> Fault:
+    def remove(mac: Mac) -> None:
+        for path in paths:
+            shutil.rmtree(mac.folder / path) if (mac.folder / path).is_dir() else (mac.folder / path).unlink()
+    return remove
+
+
+def with_qt(version: str, macos: str = "26.0") -> Fault:
+    def change(mac: Mac) -> None:
+        (mac.homebrew / "qtbase").write_text(version)
+        mac.environment["MACOS"] = macos
+    return change
+
+
+def homebrew_of_an_intel_mac(mac: Mac) -> None:
+    (mac.commands / "brew").unlink()
+    executable(mac.system / "usr/local/bin/brew", f"#!/bin/sh\necho {quoted(mac.system)}/usr/local\n")
+
+
+def no_tool_and_a_platformio_that(does: str) -> Fault:
+    def change(mac: Mac) -> None:
+        shutil.rmtree(mac.tool.parent)
+        mac.stand_in("pio", does)
+    return change
+
+
+def tool_beside_the_place(mac: Mac) -> None:
+    mac.tool.parent.rename(f"{mac.tool.parent}@1.40501.0")
+    mac.stand_in("pio", "exit 1")
+
+
+PACKAGES = {"commands/cmake": "cmake", "commands/ninja": "ninja", "commands/rsvg-convert": "librsvg",
+            "brew data/cli11": "cli11", "brew data/nlohmann-json": "nlohmann-json", "brew data/qtbase": "qtbase"}
+TOOL = "home of mine/.platformio/packages/tool-esptoolpy"
+GONE, THROWN_AWAY = (f"xcrun: error: invalid active developer path ({path}), missing xcrun at: {path}/usr/bin/xcrun"
+                     for path in ("/Library/Developer/CommandLineTools", "/Applications/Xcode.app/Contents/Developer"))
+GET_HOMEBREW = '/bin/bash -c "$(curl -fsSL https://raw.githubusercontent.com/Homebrew/install/HEAD/install.sh)"'
+XCODE, PACKAGED, PYTHON = "Xcode command line tools", "Homebrew packages", "esptool under Apple's Python"
+NEEDS_MACOS_14 = "Homebrew's Qt needs macOS 14, and this is 13.7.8"
+VERSION_5 = "it is version 5, which does not know --verify any more"
+PLUGIN_LEFT_OUT = "macdeployqt left out Qt's plugin for macOS: ERROR: Cannot resolve rpath"  # and ended with 0
+OLD_QT = "Qt is {}, and 6.9.2 is the oldest that can be linked here"
+
+REINSTALL, INSTALL = (f'pio pkg install -g {option}-t "platformio/tool-esptoolpy@~1.40501.0"' for option in ("-f ", ""))
+MODULES = '"{mac.system}/usr/bin/python3" -m pip install --user pyserial intelhex'
+ASIDE = 'mv "{mac.tool.parent}" "{mac.tool.parent}@5" && {mac.again}'
+LOG, WITHOUT_QT = 'less "{mac.work}/build.log"', "{mac.again} --use-installed-qt"
+
+FAULTS: list[tuple[Fault, str, str, str]] = [  # and the step that fails, what it says, what to run next
+    (lambda mac: mac.stand_in("uname", "echo Linux"), "macOS", "this is another system", "./check"),
+    (lambda mac: mac.environment.update(PROCESSOR="x86_64"), "macOS",
+     "this Terminal runs under Rosetta, as an Intel program", "arch -arm64 {mac.again}"),
+    (xcrun_that_says(GONE), XCODE, "they are gone from /Library/Developer/CommandLineTools", "xcode-select --install"),
+    (xcrun_that_says("You have not agreed to the Xcode license agreements."), XCODE,
+     "the licence of Xcode is not accepted yet", "sudo xcodebuild -license"),
+    (xcrun_that_says(THROWN_AWAY), XCODE, f"no compiler in /Library/Developer/CommandLineTools: {THROWN_AWAY}",
+     "sudo xcode-select --reset"),
+    (without("commands/brew"), "Homebrew", "not installed", GET_HOMEBREW),
+    (homebrew_of_an_intel_mac, "Homebrew",
+     "the one in {mac.system}/usr/local is for Intel processors, and this one is Apple's", GET_HOMEBREW),
+    (without(*PACKAGES), PACKAGED, f"missing: {' '.join(PACKAGES.values())}",
+     f"brew install {' '.join(PACKAGES.values())}"),
+    *((with_qt(old), PACKAGED, OLD_QT.format(old), "brew upgrade qtbase") for old in ("6.9.1", "6.8.9", "5.15.16")),
+    (with_qt("6.9.1", macos="13.7.8"), PACKAGED, NEEDS_MACOS_14, "softwareupdate --list"),
+    (with_qt("", macos="13.7.8"), PACKAGED, NEEDS_MACOS_14, "softwareupdate --list"),
+    (without("brew data/opt/qtbase/lib"), PACKAGED, "there is no Qt for developers in {mac.homebrew}/opt/qtbase",
+     "brew reinstall qtbase"),
+    (without(TOOL, "commands/pio"), "PlatformIO's esptool", "it is not there, nor is PlatformIO to get it",
+     "brew install platformio"),
+    (no_tool_and_a_platformio_that("echo 'Error: no network'; exit 1"), "PlatformIO's esptool",
+     "PlatformIO did not install it: Error: no network", INSTALL),
+    (no_tool_and_a_platformio_that("exit 0"), "PlatformIO's esptool",
+     "PlatformIO installed it, but not as {mac.tool}", REINSTALL),
+    (tool_beside_the_place, "PlatformIO's esptool", "a version that fits stands beside the place",
+     'mv "{mac.tool.parent}@1.40501.0" "{mac.tool.parent}"'),
+    *((tool_that_says(module), PYTHON, module, MODULES) for module in (
+        "Pyserial is not installed for /usr/bin/python3.", "ModuleNotFoundError: No module named 'intelhex'")),
+    (tool_that_says("SyntaxError: half a file"), PYTHON, "it does not start: SyntaxError: half a file", REINSTALL),
+    *((tool_that_says(new), PYTHON, VERSION_5, ASIDE) for new in (
+        "TypeError: unsupported operand type(s) for |: 'type' and 'type'",
+        "ModuleNotFoundError: No module named 'rich_click'")),
+    (lambda mac: mac.set_tool(ESPTOOL_5), PYTHON, VERSION_5, ASIDE),
+    ("configure", "Build", "it cannot be configured", LOG),
+    ("compile", "Build", "it cannot be compiled", LOG),
+    (without(f"product/{BUNDLE}"), "Build", "its bundle cannot be copied: …: No such file or directory", LOG),
+    (without("temporary files"), "Build", "there is no temporary folder: …: No such file or directory",
+     'df -h "{mac.temporary}/"'),
+    ("macdeployqt", "Qt in the bundle", "macdeployqt: ERROR: this is why", WITHOUT_QT),
+    ("plugin", "Qt in the bundle", PLUGIN_LEFT_OUT, WITHOUT_QT),
+    (without(f"what macdeployqt adds/Frameworks/{mach_o_files.in_framework('QtCore')}"), "Qt in the bundle",
+     "settle-bundle: …/QtCore is not there, or no Mach-O file", WITHOUT_QT),
+    ("sign", "Signature", "detritus not allowed", LOG),
+    ("verify", "Signature", "it does not verify: a sealed resource is missing or invalid", LOG),
+    ("self-test --self-test", "Self-test", "self-test failed: this is why", LOG),
+    ("self-test --window-self-test", "Window self-test", "self-test failed: this is why", LOG),
+]
 
 
 class Failing(OnAMac):
-    def log(self) -> str:
-        return f'less "{self.mac.work}/build.log"'
+    def test_the_step_that_fails_says_why_and_what_to_run_next_and_nothing_half_made_stays(self) -> None:
+        for fault, step, outcome, following in FAULTS:
+            with self.subTest(step, outcome=outcome):
+                self.make_mac()
+                if callable(fault):
+                    fault(self.mac)
+                done = self.mac.build(failing="" if callable(fault) else fault)
+                self.assert_failed(step, outcome, following, done)
 
-    def without_qt(self) -> str:
-        return f"{self.mac.again()} --use-installed-qt"
+    def test_without_the_command_line_tools_the_interpreter_is_not_touched(self) -> None:
+        executable(self.mac.system / "usr/bin/xcode-select", "#!/bin/sh\necho 'xcode-select: error' >&2\nexit 2\n")
+        executable(self.mac.system / "usr/bin/python3", '#!/bin/sh\necho touched >>"$CALLS"\n')
+        self.assert_failed(XCODE, "not installed", "xcode-select --install", self.mac.build())
+        self.assertEqual([call.split()[0] for call in self.mac.called()], ["uname", "uname", "sw_vers"])
 
-    def test_platformio(self) -> None:
-        shutil.rmtree(self.mac.tool.parent)
-        package = '"platformio/tool-esptoolpy@~1.40501.0"'
-        self.assert_failed("PlatformIO's esptool", "PlatformIO did not install it: Error: no network",
-                           f"pio pkg install -g -t {package}", self.mac.build(failing="pio"))
-        self.assert_failed("PlatformIO's esptool", f"PlatformIO installed it, but not as {self.mac.tool}",
-                           f"pio pkg install -g -f -t {package}", self.mac.build(failing="pio-elsewhere"))
-
-    def test_an_esptool_that_does_not_start(self) -> None:
-        self.mac.set_tool("import sys; sys.exit('SyntaxError: half a file')")
-        self.assert_failed("esptool under Apple's Python", "it does not start: SyntaxError: half a file",
-                           'pio pkg install -g -f -t "platformio/tool-esptoolpy@~1.40501.0"', self.mac.build())
-
-    def test_the_build(self) -> None:
-        self.assert_failed("Build", "it cannot be configured", self.log(), self.mac.build(failing="configure"))
-        self.assertIn("CMake Error: this is why", (self.mac.work / "build.log").read_text())
-        self.assert_failed("Build", "it cannot be compiled", self.log(), self.mac.build(failing="compile"))
-        shutil.rmtree(self.mac.product / BUNDLE)
-        done = self.mac.build()
-        self.assertRegex(done.stdout, r"Build: failed, its bundle cannot be copied: .*No such file or directory\n")
-        self.mac.temporary.rmdir()
-        self.assertRegex(self.mac.build().stdout,
-                         r"Build: failed, there is no temporary folder: .*\n  Next: df -h \".*\"\n\Z")
-        self.mac.temporary.mkdir()
-
-    def test_the_folder_for_it(self) -> None:
+    def test_the_folder_for_the_build(self) -> None:
         (self.mac.checkout / "build").write_text("no folder")
         done = self.mac.build()
         self.assertEqual((done.returncode, done.stderr), (1, ""))
         self.assertEqual(done.stdout.splitlines()[-2:], [
-            f"Build folder: failed, nothing can be written in {self.mac.work}", f'  Next: ls -la "{self.mac.checkout}"'])
-
-    def test_the_packer_in_its_own_words(self) -> None:
-        image = self.mac.folder / "merged.bin"
-        image.write_text("half an image")
-        self.assert_failed("Release", "pack-release: the image is incomplete",
-                           f'"{self.mac.work}/tree/tools/pack-release" --help',
-                           self.mac.build("--image", image, "--name", "N", "--version", "1", failing="pack"))
-
-    def test_the_deployment_of_qt(self) -> None:
-        self.assert_failed("Qt in the bundle", "macdeployqt: ERROR: this is why", self.without_qt(),
-                           self.mac.build(failing="macdeployqt"))
-        # macdeployqt ends with 0 in these cases, too.
-        self.assert_failed("Qt in the bundle",
-                           "macdeployqt left out Qt's plugin for macOS: ERROR: Cannot resolve rpath",
-                           self.without_qt(), self.mac.build(failing="plugin"))
-        core = f"Frameworks/{mach_o_files.in_framework('QtCore')}"
-        (self.mac.deployed / core).unlink()
-        done = self.mac.build()
-        self.assertRegex(done.stdout,
-                         rf"Qt in the bundle: failed, settle-bundle: .*/{core} is not there, or no Mach-O file\n")
-        self.assertTrue(done.stdout.endswith(f"\n  Next: {self.without_qt()}\n"))
-
-    def test_the_signature(self) -> None:
-        self.assert_failed("Signature", "detritus not allowed", self.log(), self.mac.build(failing="sign"))
-        self.assert_failed("Signature", "it does not verify: a sealed resource is missing or invalid", self.log(),
-                           self.mac.build(failing="verify"))
-
-    def test_either_self_test(self) -> None:
-        for step, option in (("Self-test", "--self-test"), ("Window self-test", "--window-self-test")):
-            with self.subTest(step):
-                self.assert_failed(step, "self-test failed: this is why", self.log(),
-                                   self.mac.build(failing=f"self-test {option}"))
+            f"Build folder: failed, nothing can be written in {self.mac.work}",
+            f'  Next: ls -la "{self.mac.checkout}"'])
 
     def test_the_command_line(self) -> None:
         for arguments, said in (
@@ -379,65 +249,45 @@ class Failing(OnAMac):
 
 
 class WithTheRealPrograms(OnAMac):
-    """The built bundle and packer in place of the compiler's stand-in."""
-
-    def setUp(self) -> None:
-        super().setUp()
-        window = BUILT_BUNDLE / "Contents/Frameworks/libQelmoWindow.so"
-        if not window.exists():
-            self.skipTest("this build has no window")
-        shutil.rmtree(self.mac.product)
-        shutil.copytree(BUILT_BUNDLE, self.mac.product / BUNDLE)
-        (self.mac.product / "tools").mkdir()
-        shutil.copy2(BUILT / "tools/pack-release", self.mac.product / "tools")
-        self.mac.environment.update(QT_QPA_PLATFORM="offscreen", XDG_RUNTIME_DIR=str(self.mac.folder))
-        self.image = self.mac.folder / "merged.bin"
-
-    def test_a_merged_image_becomes_a_release_that_both_self_tests_accept(self) -> None:
-        self.image.write_bytes(esp_image.small_image(b"firmware"))
-        self.assert_built(self.mac.build("--image", self.image, "--name", "Varnox", "--version", "1.2.3"))
+    def test_a_release_of_ones_own_is_found_from_any_folder_packed_and_accepted_by_both_self_tests(self) -> None:
+        self.use_built_programs()
+        elsewhere = self.mac.folder / "some where"
+        elsewhere.mkdir()
+        (elsewhere / "merged image.bin").write_bytes(esp_image.small_image(b"firmware", mode=0))
+        release = ("--image", "merged image.bin", "--name", "Varnox", "--version", "1.2.3")
+        self.assert_failed("Release", "pack-release: The image's header …; build the image for these settings or give "
+                           "--accept-header-rewrite.", '"{mac.work}/tree/tools/pack-release" --help',
+                           self.mac.build(*release, cwd=elsewhere))
+        outcomes = self.assert_built(self.mac.build(*release, "--accept-header-rewrite", cwd=elsewhere))
+        self.assertEqual(outcomes["Release"], "ok, Varnox 1.2.3")
         log = (self.mac.work / "build.log").read_text()
         self.assertIn("\nrelease=1.2.3\n", log)
         self.assertIn("\nwindow_self_test=OK\n", log)
         names = sorted(file.suffix for file in (self.mac.app / "Contents/Resources").iterdir())
         self.assertEqual(names, [".bin", ".icns", ".json", ".txt"], "one image, the new one, and the help")
 
-    def test_an_image_whose_header_would_be_rewritten_needs_the_word_of_who_builds(self) -> None:
-        self.image.write_bytes(esp_image.small_image(b"firmware", mode=0))
-        release = ("--image", self.image, "--name", "Varnox", "--version", "1.2.3")
-        self.assertRegex(self.mac.build(*release).stdout, r"\nRelease: failed, .* give --accept-header-rewrite\.\n")
-        self.assert_built(self.mac.build(*release, "--accept-header-rewrite"))
-
-    def test_an_image_that_is_no_firmware_stops_it_with_the_packers_sentence(self) -> None:
-        self.image.write_bytes(bytes(65537))
-        done = self.mac.build("--image", self.image, "--name", "Varnox", "--version", "1.2.3")
-        self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.stdout, r"\nRelease: failed, pack-release: .+\n  Next: .+\n\Z")
-        self.assertFalse(self.mac.app.exists())
-
 
 class OldBash(unittest.TestCase):
-    def assert_without(self, patterns: dict[str, str]) -> None:
-        text = (ROOT / SCRIPT).read_text()
-        code = "\n".join(line for line in text.splitlines() if not line.lstrip().startswith("#"))
-        for what, pattern in patterns.items():
-            with self.subTest(what):
-                self.assertEqual(re.findall(pattern, code), [])
+    """Written for macOS: its bash is 3.2, and its tools are not GNU's."""
 
-    def test_nothing_is_used_that_only_gnus_tools_have(self) -> None:
-        self.assert_without({
-            "long options": r"\b(cp|df|dirname|grep|ls|mkdir|mktemp|mv|rm|tail)\b[^|;&\n]* --\w+",
-            "attributes": r"\bcp -\w*[aX]", "no target": r"\b(cp|mv) -\w*[tT]", "links": r"\b(readlink|realpath)\b", "sed": r"\bsed -\w*i",
-            "stat": r"\bstat -\w*c", "find": r"-printf\b", "grep": r"\bgrep -\w*P", "lines": r"\b(head|tail) -n -",
-            "time": r"(?<![-\w])(timeout|date -d)\b"})
+    PATTERNS = {
+        "long options": r"\b(cp|df|dirname|grep|ls|mkdir|mktemp|mv|rm|tail)\b[^|;&\n]* --\w+",
+        "attributes": r"\bcp -\w*[aX]", "no target": r"\b(cp|mv) -\w*[tT]", "links": r"\b(readlink|realpath)\b",
+        "sed": r"\bsed -\w*i", "stat": r"\bstat -\w*c", "find": r"-printf\b", "grep": r"\bgrep -\w*P",
+        "lines": r"\b(head|tail) -n -", "time": r"(?<![-\w])(timeout|date -d)\b",
+        "associative arrays": r"\b(declare|local|typeset) -\w*A", "references": r"\b(declare|local) -\w*n",
+        "letter case": r"\$\{\w+(,|\^)", "mapfile": r"\b(mapfile|readarray)\b", "&>>": r"&>>", "|&": r"\|&",
+        "transformations": r"\$\{\w+@", "negative indexes": r"\[-\d", "[[ -v": r"\[\[? -v ", "fall through": r";;?&",
+        "coproc": r"\bcoproc\b", "printf times": r"%\(", "an array that may be empty": r"\$\{\w+\[@\]\}",
+        "wait -n": r"\bwait -n"}
 
-    def test_nothing_is_used_that_bash_3_2_does_not_have(self) -> None:
-        self.assert_without({
-                "associative arrays": r"\b(declare|local|typeset) -\w*A", "references": r"\b(declare|local) -\w*n",
-                "letter case": r"\$\{\w+(,|\^)", "mapfile": r"\b(mapfile|readarray)\b", "&>>": r"&>>", "|&": r"\|&",
-                "transformations": r"\$\{\w+@", "negative indexes": r"\[-\d", "[[ -v": r"\[\[? -v ",
-                "fall through": r";;?&", "coproc": r"\bcoproc\b", "printf times": r"%\(",
-                "an array that may be empty": r"\$\{\w+\[@\]\}", "wait -n": r"\bwait -n"})
+    def test_nothing_is_used_that_macos_does_not_have(self) -> None:
+        for script in (SCRIPT, "tools/macos/report"):
+            lines = (ROOT / script).read_text().splitlines()
+            code = "\n".join(line for line in lines if not line.lstrip().startswith("#"))
+            for what, pattern in self.PATTERNS.items():
+                with self.subTest(what, script=script):
+                    self.assertEqual(re.findall(pattern, code), [])
 
 
 if __name__ == "__main__":

@@ -3,28 +3,27 @@
 from __future__ import annotations
 
 import os
+import sys
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
-BUILD = Path(os.environ["QELMO_BUILD"])
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from support import built  # noqa: E402
+from support.built import BUILD  # noqa: E402
+
 VERSION = os.environ["QELMO_PACKAGE_VERSION"]
 PACKAGE = "qelmo-varnox-flasher"
-BUNDLE_NAME = "QELMO Varnox Flasher.app"
-PROGRAM = f"{BUNDLE_NAME}/Contents/MacOS/QelmoFlasher"
+PROGRAM = f"QELMO Varnox Flasher.app/{built.PROGRAM}"
 
 
 def made(pattern: str) -> Path:
     """The one package whose name fits; another version's, made in the same folder before, does not."""
-    name = pattern.format(version=VERSION)
-    found = list((BUILD / "packages").glob(name))
-    if len(found) != 1:
-        raise SystemExit(f"{BUILD}/packages holds {len(found)} of {name}, not one")
-    return found[0]
+    [package] = (BUILD / "packages").glob(pattern)
+    return package
 
 
 def debian_package() -> Path:
-    return made(PACKAGE + "_{version}-*.deb")
+    return made(f"{PACKAGE}_{VERSION}-*.deb")
 
 
 def portable_tar() -> Path:
-    return made(PACKAGE + "-{version}-linux-*.tar.gz")
+    return made(f"{PACKAGE}-{VERSION}-linux-*.tar.gz")

@@ -15,7 +15,8 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from packages import BUILD, PACKAGE, PROGRAM, ROOT, debian_package, portable_tar
+from packages import PACKAGE, PROGRAM, debian_package, portable_tar
+from support.built import BUILD, ROOT
 
 PLACE = BUILD / "clean-root"
 DEBIAN = PLACE / "root"
@@ -30,9 +31,9 @@ DESKTOP = ["xvfb", "openbox", "dbus-daemon", "dbus-bin", "at-spi2-core", "gir1.2
 # What apt knows of one Debian and not of another.
 SOURCES = ("sources.list", "sources.list.d", "trusted.gpg", "trusted.gpg.d", "keyrings", "preferences.d")
 NEXT_DEBIAN = "trixie"
-# What the package system writes down for itself whenever it installs or removes anything.
+# What the package system writes down for itself whenever it installs or removes anything, and what is its user's.
 RECORDS = ("var/log", "var/lib/dpkg", "var/lib/apt", "var/cache/apt", "var/cache/debconf",
-           "var/cache/ldconfig", "etc/ld.so.cache", "dev", "proc", "tmp", "mnt")
+           "var/cache/ldconfig", "etc/ld.so.cache", "dev", "proc", "tmp", "mnt", "home/owner")
 
 
 def cannot_run_here(reason: str) -> None:
@@ -118,15 +119,6 @@ def install_package() -> None:
     apt_get("install", f"/mnt/build/packages/{debian_package().name}")
 
 
-def flash_in_window(*prefix: str, home: str, folder: str) -> None:
-    """Flashes the simulated device through the window of the installed program, which is run by the prefix."""
-    print(in_root(
-        "/mnt/repo/tests/device/private-dev", "--", *prefix, "env", f"HOME={home}",
-        "/mnt/repo/tests/with-display", "--window-manager", "--accessibility", "--", "/usr/bin/python3", "-B",
-        "/mnt/repo/tests/packaging/flash_installed.py", f"/usr/bin/{PACKAGE}", home, folder,
-        environment={"QELMO_BUILD": "/mnt/build", "QELMO_BUNDLE": "/mnt/build"}), end="")
-
-
 def files() -> dict[str, tuple]:
     found = {}
     for folder, folders, names in os.walk(DEBIAN):
@@ -203,16 +195,24 @@ def archive_of_tool() -> str:
 class AnOwner(unittest.TestCase):
     """An ordinary user who has nothing but the package and its own help."""
 
+    maxDiff = 4000
+
     # fault: the tool is missing, and pip, which would get it; the sample's package is installed over that of a release
     # seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.", "esptool is downloaded with pip,
     #     which is not installed", "without --allow-downgrades"
-    def test_gets_the_tool_and_flashes_one_release_after_the_other(self) -> None:
+    def test_gets_the_tool_flashes_one_release_after_the_other_and_removes_the_package_without_a_trace(self) -> None:
         packages = {version: package_of(version) for version in ("1.2.3", "1.2.4")}
         for codename in dict.fromkeys((this_debian()[0], NEXT_DEBIAN)):
             with self.subTest(codename):
                 make_root(codename)
                 in_root("useradd", "--create-home", "owner")
-                apt_get("install", packages["1.2.3"], *DESKTOP)
+                # What the package needs stays when it goes, so it is there before.
+                depends = subprocess.run(["dpkg-deb", "-f", debian_package(), "Depends"], check=True,
+                                         capture_output=True, text=True).stdout.strip()
+                apt_get("satisfy", depends)
+                apt_get("install", *DESKTOP)
+                before = files()
+                apt_get("install", packages["1.2.3"])
                 self.get_the_tool()
                 self.flash("1.2.3")
                 apt_get("install", packages["1.2.4"])
@@ -220,6 +220,10 @@ class AnOwner(unittest.TestCase):
                 with self.assertRaisesRegex(AssertionError, "without --allow-downgrades"):
                     install_package()
                 self.assertIn("release=1.2.4", self.as_owner(PACKAGE, "--self-test").splitlines())
+                self.assertNotEqual(files(), before)
+                apt_get("purge", PACKAGE)
+                self.assertEqual(sorted(set(files().items()) ^ set(before.items())), [])
+                self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
 
     def get_the_tool(self) -> None:
         command = f"{PACKAGE}-install-esptool"
@@ -236,35 +240,16 @@ class AnOwner(unittest.TestCase):
         # The image of the release before went with it.
         self.assertEqual(len(list(DEBIAN.glob(f"usr/lib/{PACKAGE}/*/Contents/Resources/*.bin"))), 1)
         # The device's port is a link in /dev, which is made by the user who plays the device.
-        flash_in_window("bash", "-c", 'chmod 1777 /dev && install -d -o owner /tmp/device && exec "$@"', "-", *OWNER,
-                        home="/home/owner", folder="/tmp/device")
+        print(in_root(
+            "/mnt/repo/tests/device/private-dev", "--", "bash", "-c",
+            'chmod 1777 /dev && install -d -o owner /tmp/device && exec "$@"', "-", *OWNER,
+            "/mnt/repo/tests/support/with-display", "--window-manager", "--accessibility", "--", "/usr/bin/python3", "-B",
+            "/mnt/repo/tests/packaging/flash_installed.py", f"/usr/bin/{PACKAGE}", "/home/owner", "/tmp/device",
+            environment={"QELMO_BUILD": "/mnt/build", "QELMO_BUNDLE": "/mnt/build"}), end="")
 
     @staticmethod
     def as_owner(*command: str) -> str:
         return in_root(*OWNER, *command)
-
-
-class WithADesktop(unittest.TestCase):
-    maxDiff = 4000
-
-    @classmethod
-    def setUpClass(cls) -> None:
-        # What the package needs stays when it goes, so it is there before.
-        make_root()
-        depends = subprocess.run(["dpkg-deb", "-f", debian_package(), "Depends"], check=True, capture_output=True,
-                                 text=True).stdout.strip()
-        apt_get("satisfy", depends)
-        apt_get("install", *DESKTOP)
-        in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
-
-    def test_the_installed_program_flashes_through_its_window_and_goes_without_a_trace(self) -> None:
-        before = files()
-        install_package()
-        self.assertIn(f"usr/bin/{PACKAGE}", files())
-        flash_in_window(home=HOME, folder="/mnt/shared/device")
-        apt_get("purge", PACKAGE)
-        self.assertEqual(sorted(set(files().items()) ^ set(before.items())), [])
-        self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
 
 
 if __name__ == "__main__":

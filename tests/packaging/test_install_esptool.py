@@ -10,19 +10,19 @@ import os
 import shutil
 import signal
 import subprocess
+import sys
 import tarfile
 import tempfile
-import time
 import unittest
 import zipfile
 from pathlib import Path
-from typing import Callable
 
-ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from support.built import BUILD, ROOT, TOOL  # noqa: E402
+from support.child import PYTHON, run  # noqa: E402
+from support.waiting import LIMIT_SECONDS, wait_until  # noqa: E402
+
 INSTALL = ROOT / "packaging/install-esptool"
-CACHE = Path(os.environ["QELMO_BUILD"]) / "esptool-cache"
-PYTHON = "/usr/bin/python3"
-ONLY_WHEN_BROKEN = 60  # seconds
 
 STUB = "esptool/targets/stub_flasher/stub_flasher_32s3.json"
 LATER_STUB = "esptool/targets/stub_flasher/1/esp32s3.json"
@@ -102,59 +102,43 @@ def zip_of(archive: Path, source: Path, top: str) -> Path:
 
 
 class InstallTest(unittest.TestCase):
-    maxDiff = 4000
-
     def setUp(self) -> None:
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.home = self.folder / "home"
         self.home.mkdir()
-        self.target = self.home / ".platformio/packages/tool-esptoolpy"
+        self.target = (self.home / TOOL).parent
         self.source = stand_in(self.folder / "source")
+        self.modules = self.folder / "modules"  # which Python finds before the system's, where a test says so
+        self.pip_call = self.folder / "pip-call"
 
-    def command(self, *arguments: str | Path, **environment: str | Path) -> tuple[list[str], dict[str, str]]:
+    def environment(self, **more: str | Path) -> dict[str, str]:
         kept = {name: os.environ[name] for name in ("PATH", "TMPDIR") if name in os.environ}
-        return ([str(word) for word in (INSTALL, *arguments)],
-                {**kept, "HOME": str(self.home), "LC_ALL": "C.UTF-8",
-                 **{name: str(value) for name, value in environment.items()}})
+        return {**kept, "HOME": str(self.home), "LC_ALL": "C.UTF-8", **more}
 
-    def run_install(self, *arguments: str | Path, before: tuple[str, ...] = (),
-                    **environment: str | Path) -> subprocess.CompletedProcess[str]:
-        command, variables = self.command(*arguments, **environment)
-        return subprocess.run([*before, *command], env=variables, stdin=subprocess.DEVNULL, capture_output=True,
-                              text=True, timeout=ONLY_WHEN_BROKEN)
-
-    def assert_installed(self, version: str, *arguments: str | Path, said: str = "",
-                         **environment: str | Path) -> None:
-        result = self.run_install(*arguments, **environment)
-        self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertEqual(result.stdout,
-                         f"{said}esptool {version} is in {self.target} now. Press REFRESH BUILD in the window.\n")
+    def assert_installed(self, version: str, *arguments: str | Path, said: str = "", **environment: object) -> None:
+        result = run(INSTALL, *arguments, env=self.environment(**environment))
+        now = f"{said}esptool {version} is in {self.target} now. Press REFRESH BUILD in the window.\n"
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, now, ""))
 
     def assert_refused(self, what: str, next_step: str, *arguments: str | Path, said: str = "",
-                       **environment: str | Path) -> None:
+                       **environment: object) -> None:
         before = tree(self.home)
-        result = self.run_install(*arguments, **environment)
-        self.assertEqual(result.stderr, f"install-esptool: {what}. Nothing was changed. Next: {next_step}\n")
-        self.assertEqual((result.returncode, result.stdout), (1, said))
+        result = run(INSTALL, *arguments, env=self.environment(**environment))
+        line = f"install-esptool: {what}. Nothing was changed. Next: {next_step}\n"
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (1, said, line))
         self.assertTrue(tree(self.home) == before, f"{before.keys()} became {tree(self.home).keys()}")
-
-    def modules(self, **files: str) -> Path:
-        """A folder with modules that Python finds before the system's."""
-        return write(self.folder / "modules", {f"{name}.py": text for name, text in files.items()})
 
     def pip(self, what: str) -> dict[str, str | Path]:
         """The variables with which Python finds a pip that does this."""
-        write(self.folder / "modules", {"pip/__init__.py": "", "pip/__main__.py": PIP, "setuptools.py": ""})
-        return {"PYTHONPATH": self.folder / "modules", "PIP": what, "PIP_CALL": self.folder / "pip-call"}
+        write(self.modules, {"pip/__init__.py": "", "pip/__main__.py": PIP, "setuptools.py": ""})
+        return {"PYTHONPATH": self.modules, "PIP": what, "PIP_CALL": self.pip_call}
 
 
 class GoodCopies(InstallTest):
     def test_the_real_tool_is_put_in_place_unchanged_from_a_folder_and_from_every_kind_of_archive(self) -> None:
         made = self.folder / "simulated"
-        subprocess.run([ROOT / "tests/device/install-esptool", "--cache", CACHE, made], check=True)
-        source = made / ".platformio/packages/tool-esptoolpy"
+        run(ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", made)
+        source = (made / TOOL).parent
         (source / "package.json").unlink()
         write(source, {STUB: stub(4096)})
         wheel = self.folder / "wheel"
@@ -169,22 +153,21 @@ class GoodCopies(InstallTest):
                     expected["esptool.py"] = expected["esptool/__main__.py"]
                 self.assertTrue(tree(self.target) == expected)
                 self.assertEqual(os.listdir(self.target.parent), [self.target.name])
-                said = subprocess.check_output([PYTHON, "-B", self.target / "esptool.py", "version"], text=True)
+                said = run(PYTHON, "-B", self.target / "esptool.py", "version").stdout
                 self.assertEqual(said.splitlines()[-1], "4.7.0")
                 shutil.rmtree(self.home / ".platformio")
 
     def test_the_tool_that_python_has_is_preferred_to_a_download(self) -> None:
         self.assert_installed("4.8.1", **{**self.pip("fail: not wanted"), "PYTHONPATH": self.source})
         self.assertEqual((self.target / "esptool.py").read_text(), STARTER)
-        self.assertFalse((self.folder / "pip-call").exists())
+        self.assertFalse(self.pip_call.exists())
 
     def test_one_version_of_known_content_is_downloaded_when_debians_package_is_incomplete(self) -> None:
-        stand_in(self.folder / "modules")
-        (self.folder / "modules" / LATER_STUB).unlink()
+        (stand_in(self.modules) / LATER_STUB).unlink()
         archive = tar_of(self.folder / "esptool-4.8.1.tar.gz", self.source, "esptool-4.8.1")
-        self.assert_installed("4.8.1", **self.pip(f"copy {archive}"), said=(
-            f"Not taken: {self.folder}/modules: {NO_STUB}.\nDownloading esptool 4.8.1...\n"))
-        call, wanted = (self.folder / "pip-call").read_text().splitlines()
+        self.assert_installed("4.8.1", **self.pip(f"copy {archive}"),
+                              said=f"Not taken: {self.modules}: {NO_STUB}.\nDownloading esptool 4.8.1...\n")
+        call, wanted = self.pip_call.read_text().splitlines()
         self.assertRegex(call, "^download --no-deps --no-build-isolation --no-cache-dir ")
         self.assertRegex(wanted, "^esptool==4.8.1 --hash=sha256:[0-9a-f]{64}$")
 
@@ -196,24 +179,24 @@ class BadCopies(InstallTest):
     #     "it lacks the program that is loaded into an ESP32-S3", "is damaged or no real one",
     #     "its write_flash does not know --verify", "it does not start: …"
     def test_are_refused_before_anything_is_changed(self) -> None:
-        def code(old: str, new: str) -> Callable[[], object]:
-            return lambda: write(self.source, {"esptool/__init__.py": STAND_IN.replace(old, new)})
+        def code(old: str, new: str) -> dict[str, str]:
+            return {"esptool/__init__.py": STAND_IN.replace(old, new)}
 
-        faults: list[tuple[str, Callable[[], object]]] = [
+        # Files of another content; one without any is missing.
+        faults: list[tuple[str, dict[str, str]]] = [
             ("it is esptool 5.3.1, and the flasher needs a 4.x", code("4.8.1", "5.3.1")),
             ("it calls itself 4.8 and not 4.8.1", code("{__version__}\")", "4.8\")")),
             ("its write_flash does not know --verify", code("--verify", "--flash_mode")),
             ("it does not start: ModuleNotFoundError: No module named 'absent'", code("import sys", "import absent")),
-            (NO_STUB, (self.source / LATER_STUB).unlink),
-            (NO_REAL_STUB, lambda: write(self.source, {LATER_STUB: stub(300)})),
-            (NO_REAL_STUB, lambda: write(self.source, {LATER_STUB: stub(4096, entry=4096)})),
-            (NO_REAL_STUB, lambda: write(self.source, {LATER_STUB: stub(4096)[:-9]})),
-            ("there is no esptool 4.x in it", lambda: (self.source / "esptool").rename(self.source / "tool"))]
-        for fault, break_it in faults:
+            (NO_STUB, {LATER_STUB: ""}), ("there is no esptool 4.x in it", {"esptool/__init__.py": ""}),
+            *((NO_REAL_STUB, {LATER_STUB: text}) for text in (
+                stub(300), stub(4096, entry=4096), stub(4096)[:-9]))]
+        for fault, files in faults:
             with self.subTest(fault):
                 shutil.rmtree(self.source)
-                stand_in(self.source)
-                break_it()
+                write(stand_in(self.source), files)
+                for missing in (name for name, text in files.items() if not text):
+                    (self.source / missing).unlink()
                 self.assert_refused(f"{self.source}: {fault}", DOWNLOAD, "--from", self.source)
 
     # fault: an archive that is cut off, is none, is far too large, or would write outside its folder
@@ -223,40 +206,42 @@ class BadCopies(InstallTest):
         outside = self.folder / "outside"
         there = tarfile.TarInfo(str(outside))
         above = tarfile.TarInfo("esptool/../../../outside")
-        archives = {
-            "absolute.tar.gz": f"it holds a file for another place, '{outside}'",
-            "above.tar.gz": "it holds a file for another place, 'esptool/../../../outside'",
-            "above.zip": "it holds a file for another place, '../../outside/esptool/__init__.py'",
-            "cut.tar.gz": NO_ARCHIVE, "cut.zip": NO_ARCHIVE, "text.whl": NO_ARCHIVE,
-            "large.tar.gz": "it is far too large to be esptool"}
-        tar_of(self.folder / "absolute.tar.gz", self.source, ".", (there, b"evil"))
-        tar_of(self.folder / "above.tar.gz", self.source, ".", (above, b"evil"))
-        zip_of(self.folder / "above.zip", self.source, "../../outside")
-        write(self.folder, {"text.whl": "no archive"})
-        for name in ("cut.tar.gz", "cut.zip"):
-            whole = (tar_of if "tar" in name else zip_of)(self.folder / name, self.source, ".").read_bytes()
-            (self.folder / name).write_bytes(whole[:len(whole) // 2])
-        tar_of(self.folder / "large.tar.gz", self.source, ".", (tarfile.TarInfo("esptool/zeros"), bytes(65 << 20)))
-        for name, fault in archives.items():
-            with self.subTest(name):
-                self.assert_refused(f"{self.folder / name}: {fault}", DOWNLOAD, "--from", self.folder / name)
+        whole = self.folder / "whole"
+        cut = {tar_of: self.folder / "cut.tar.gz", zip_of: self.folder / "cut.zip"}
+        for pack, archive in cut.items():
+            packed = pack(whole, self.source, ".").read_bytes()
+            archive.write_bytes(packed[:len(packed) // 2])
+        large = tarfile.TarInfo("esptool/zeros")
+        for archive, fault in (
+                (tar_of(self.folder / "a.tar.gz", self.source, ".", (there, b"evil")),
+                 f"it holds a file for another place, '{outside}'"),
+                (tar_of(self.folder / "b.tar.gz", self.source, ".", (above, b"evil")),
+                 "it holds a file for another place, 'esptool/../../../outside'"),
+                (zip_of(self.folder / "c.zip", self.source, "../../outside"),
+                 "it holds a file for another place, '../../outside/esptool/__init__.py'"),
+                *((archive, NO_ARCHIVE) for archive in cut.values()),
+                (write(self.folder, {"text.whl": "no archive"}) / "text.whl", NO_ARCHIVE),
+                (tar_of(self.folder / "large.tar.gz", self.source, ".", (large, bytes(65 << 20))),
+                 "it is far too large to be esptool")):
+            with self.subTest(archive.name):
+                self.assert_refused(f"{archive}: {fault}", DOWNLOAD, "--from", archive)
                 self.assertFalse(outside.exists())
 
     def test_links_in_an_archive_lead_nowhere(self) -> None:
-        outside = self.folder / "outside"
-        outside.mkdir()
         link = tarfile.TarInfo("esptool")
-        link.type, link.linkname = tarfile.SYMTYPE, str(outside)
+        link.type, link.linkname = tarfile.SYMTYPE, str(self.modules)
+        self.modules.mkdir()
         archive = tar_of(self.folder / "link.tar.gz", self.source, ".", (link, b""))
         self.assert_installed("4.8.1", "--from", archive)
-        self.assertEqual(os.listdir(outside), [])
+        self.assertEqual(os.listdir(self.modules), [])
 
 
 class ToolThatIsThere(InstallTest):
     def test_stays_when_it_works_even_when_told_to_replace_it(self) -> None:
-        self.assert_installed("4.8.1", "--from", self.source)
+        stand_in(self.target)
+        shutil.copy(self.target / "esptool/__main__.py", self.target / "esptool.py")
         before = tree(self.home)
-        result = self.run_install("--replace", "--from", self.folder)
+        result = run(INSTALL, "--replace", "--from", self.folder, env=self.environment())
         self.assertEqual((result.returncode, result.stdout), (
             0, f"esptool 4.8.1 is in {self.target} already, and it works. Nothing was changed.\n"))
         self.assertTrue(tree(self.home) == before)
@@ -274,7 +259,7 @@ class ToolThatIsThere(InstallTest):
         # The first rename moves the old tool away, the second one would put the new one there.
         strace = ("strace", "-qq", "-o", "/dev/null", "-e", "trace=/^rename", "-e",
                   "inject=/^rename:error=ENOSPC:when=2")
-        result = self.run_install("--replace", "--from", self.source, before=strace)
+        result = run(*strace, INSTALL, "--replace", "--from", self.source, env=self.environment())
         self.assertRegex(result.stderr, r"^install-esptool: \S+: No space left on device. Nothing was changed. .*\n$")
         self.assertTrue(tree(self.target) == old)
         self.assertEqual(os.listdir(self.target.parent), [self.target.name])
@@ -291,16 +276,16 @@ class NotPossible(InstallTest):
     #     "the Python package index cannot be reached; this computer may be offline",
     #     "what was downloaded is not the esptool 4.8.1 that is expected, and was not used"
     def test_says_in_one_line_what_is_missing_and_the_command_that_brings_it(self) -> None:
-        absent = "raise ModuleNotFoundError(\"No module named 'intelhex'\")"
+        write(self.modules, {"intelhex.py": "raise ModuleNotFoundError(\"No module named 'intelhex'\")",
+                             "pip.py": "raise ImportError"})
         self.assert_refused("/usr/bin/python3 lacks the module intelhex", f"{APT} python3-serial python3-intelhex",
-                            "--from", self.source, PYTHONPATH=self.modules(intelhex=absent))
-        shutil.rmtree(self.folder / "modules")
-        incomplete = write(self.folder / "modules", {"esptool/__init__.py": ""})
-        not_taken = f"Not taken: {incomplete}: there is no esptool.py in it.\n"
+                            "--from", self.source, PYTHONPATH=self.modules)
+        write(self.modules, {"esptool/__init__.py": ""})
+        not_taken = f"Not taken: {self.modules}: there is no esptool.py in it.\n"
         self.assert_refused("esptool is downloaded with pip, which is not installed",
                             f"{APT} python3-pip python3-setuptools python3-serial python3-intelhex", said=not_taken,
-                            PYTHONPATH=self.modules(pip="raise ImportError"))
-        (incomplete / "pip.py").unlink()
+                            PYTHONPATH=self.modules)
+        (self.modules / "pip.py").unlink()
         elsewhere = "on another computer, pip download --no-deps esptool==4.8.1, and then here --from with that file"
         for said, fault, next_step in [
                 ("ERROR: Could not find a version that satisfies it (from versions: none)",
@@ -326,20 +311,16 @@ class NotPossible(InstallTest):
 
     # fault: it is interrupted while it downloads
     def test_leaves_nothing_behind_when_it_is_interrupted(self) -> None:
-        write(self.folder / "modules", {"esptool/__init__.py": ""})
+        write(self.modules, {"esptool/__init__.py": ""})
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            command, variables = self.command(**self.pip("block"))
-            with subprocess.Popen(command, env=variables, stdout=subprocess.DEVNULL) as process:
-                call = self.folder / "pip-call"
-                end = time.monotonic() + ONLY_WHEN_BROKEN
-                while not call.exists():
-                    self.assertLess(time.monotonic(), end, "pip was not called")
-                    time.sleep(0.01)
+            with subprocess.Popen([INSTALL], env=self.environment(**self.pip("block")),
+                                  stdout=subprocess.DEVNULL) as process:
+                wait_until(self.pip_call.exists, "the call of pip")
                 process.send_signal(number)
-                self.assertEqual(process.wait(ONLY_WHEN_BROKEN), 128 + number)
+                self.assertEqual(process.wait(LIMIT_SECONDS), 128 + number)
             self.assertEqual(tree(self.home), {})
-            call.unlink()
+            self.pip_call.unlink()
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    unittest.main()
