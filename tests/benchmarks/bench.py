@@ -23,12 +23,14 @@ from pathlib import Path
 from typing import Callable, Iterator, Optional
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT / "tests/end-to-end"), str(ROOT / "tools")]
+sys.path[:0] = [str(ROOT / "tests"), str(ROOT / "tests/end-to-end"), str(ROOT / "tools")]
 
 import esp_image  # noqa: E402
-from flasher_window import wait_until  # noqa: E402
-from flashing_session import (BUILD, PORT, PROGRAM, FlashingSession, install_tool, pack,  # noqa: E402
-                              require_private_dev)
+from flashing_session import FlashingSession, pack  # noqa: E402
+from support.built import BUILD, PROGRAM  # noqa: E402
+from support.device import PORT, require_private_dev  # noqa: E402
+from support.real_tool import install_tool  # noqa: E402
+from support.waiting import wait_until  # noqa: E402
 
 RESULT = BUILD / "benchmarks.json"
 PROGRAMS = BUILD / "tests/benchmarks"

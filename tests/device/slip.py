@@ -2,13 +2,8 @@
 
 from typing import Iterator
 
-END = b"\xc0"
-ESCAPED_END = b"\xdb\xdc"
-ESCAPE = b"\xdb"
-ESCAPED_ESCAPE = b"\xdb\xdd"
-
-# Four times the largest request; more than that without an END is not a frame but noise.
-LONGEST_FRAME = 65536
+END, ESCAPED_END = b"\xc0", b"\xdb\xdc"
+ESCAPE, ESCAPED_ESCAPE = b"\xdb", b"\xdb\xdd"
 
 
 def encode(packet: bytes) -> bytes:
@@ -24,12 +19,8 @@ class Decoder:
 
     def feed(self, data: bytes) -> Iterator[bytes]:
         self._pending += data
-        if END not in data:
-            if len(self._pending) > LONGEST_FRAME:
-                self._pending.clear()
-            return
-        *frames, self._pending = self._pending.split(END)
-        for frame in frames:
-            if frame:
-                # END first: undoing the escape of the escape would otherwise make new "DB DC" pairs.
-                yield bytes(frame.replace(ESCAPED_END, END).replace(ESCAPED_ESCAPE, ESCAPE))
+        if END in data:
+            *frames, self._pending = self._pending.split(END)
+            # END first: undoing the escape of the escape would otherwise make new "DB DC" pairs.
+            yield from (bytes(frame.replace(ESCAPED_END, END).replace(ESCAPED_ESCAPE, ESCAPE))
+                        for frame in frames if frame)

@@ -3,7 +3,7 @@
 wrong at the wanted call.
 
 The folder in STANDIN holds: flash (the content), plan.json ({"COMMAND NUMBER": ACTION}), calls (the arguments of
-each call, one line each). Actions: fail, block, deaf, flip ADDRESS..., fill FOLDER, say TEXT, short.
+each call, one line each). Actions: fail, block, deaf, flip ADDRESS..., say TEXT, short, small.
 """
 
 import json
@@ -22,7 +22,8 @@ Features: WiFi, BLE, Embedded Flash 8MB (GD)
 Crystal is 40MHz
 MAC: f4:12:fa:5e:01:0b
 Uploading stub..."""
-ANSWERS = {"flash_id": "Manufacturer: c8\nDevice: 4017\nDetected flash size: 8MB", "read_mem": "0x3fcef14c = 0x00000004"}
+ANSWERS = {"flash_id": "Manufacturer: c8\nDevice: 4017\nDetected flash size: 8MB",
+           "read_mem": "0x3fcef14c = 0x00000004"}
 
 
 def action_of(command):
@@ -39,16 +40,6 @@ def flipped(content, addresses):
     for address in addresses:
         changed[int(address, 0)] ^= 0xFF
     return bytes(changed)
-
-
-def fill(folder):
-    """Leaves no room in the folder's file system."""
-    with open(Path(folder) / "filler", "wb", buffering=0) as file:
-        while True:
-            try:
-                file.write(bytes(1 << 16))
-            except OSError:
-                return
 
 
 def write(image, erases, half):
@@ -69,8 +60,6 @@ def main():
     print(TALK.format(port=port), flush=True)
     if action == "say":
         print(" ".join(words))
-    if action == "fill":
-        fill(*words)
     if command == "write_flash":
         write(Path(sys.argv[-1]).read_bytes(), "--erase-all" in sys.argv, half=action in ("fail", "block", "deaf"))
         if action == "flip":
@@ -89,7 +78,8 @@ def main():
         content = flipped(content, words) if action == "flip" else content
         print("4194304 (50 %)\b\b\b\b\b\b\b\b\b\b\b\b\b\b8388608 (100 %)")
         Path(sys.argv[-1]).write_bytes(content[:-1] if action == "short" else content)
-    print(ANSWERS.get(command, "Hash of data verified."))
+    answer = ANSWERS.get(command, "Hash of data verified.")
+    print(answer.replace("8MB", "4MB") if action == "small" else answer)
     return 0
 
 

@@ -7,27 +7,23 @@ import os
 import resource
 import signal
 import subprocess
+import sys
 import unittest
 from pathlib import Path
-from typing import Callable
+from typing import Callable, Iterator, Sequence
 
-from flasher_window import FlasherWindow, wait_until
-from flashing_session import (CONFIRM, FLASH, OTHER_PORT, PORT, SAMPLE_IMAGE, START, FlashingSession, JobTest,  # noqa: F401
-                              load_tests)
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from flashing_session import CONFIRM, FLASH, IMAGE, START, SessionTest  # noqa: E402
+from support.device import OTHER_PORT, PORT, SimulatedDevice  # noqa: E402
+from support.flasher_window import FlasherWindow  # noqa: E402
+from support.real_tool import load_tests  # noqa: E402, F401
+from support.waiting import wait_until  # noqa: E402
 
 SLOW = ("--bytes-per-second", "200000")
 PR_SET_CHILD_SUBREAPER = 36
-# Runs a command as the leader of a session on the terminal that is named first.
-ON_A_TERMINAL = ("import fcntl, os, sys, termios\n"
-                 "os.setsid()\n"
-                 "terminal = os.open(sys.argv[1], os.O_RDWR)\n"
-                 "fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)\n"
-                 "os.dup2(terminal, 0)\n"
-                 "os.execv(sys.argv[2], sys.argv[2:])\n")
-# Runs a command where the shell cannot be started.
-WITHOUT_A_SHELL = ("import os, subprocess, sys\n"
-                   "subprocess.run(['mount', '--bind', '/dev/null', os.path.realpath('/bin/sh')], check=True)\n"
-                   "os.execv(sys.argv[1], sys.argv[1:])\n")
+# Run a command as the leader of a session on a terminal, and where the shell cannot be started any more.
+ON_THE_TERMINAL = 'exec setsid --ctty "$@" <"$0"'
+WITHOUT_A_SHELL = 'mount --bind /dev/null "$(readlink -f /bin/sh)" && exec "$0" "$@"'
 
 
 def children_of(process: int) -> list[int]:
@@ -35,10 +31,9 @@ def children_of(process: int) -> list[int]:
     return [int(child) for task in tasks for child in (task / "children").read_text().split()]
 
 
-class WindowEndsTest(JobTest):
+class WindowEndsTest(SessionTest):
     @classmethod
     def setUpClass(cls) -> None:
-        super().setUpClass()
         # What the window leaves behind becomes this process's child, so that its end can be waited for.
         ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
@@ -50,66 +45,50 @@ class WindowEndsTest(JobTest):
 
     def begin(self, window, **options) -> None:
         self.start_flash(window, **options)
-        wait_until(lambda: "Writing at" in window.log(), "the first progress line")
+        window.wait_for_log("Writing at")
         self.tool = self.tool_process(window)
         self.left = [child for child in children_of(window.process.pid) if child != self.tool]
 
     def expect_finished_flash(self, device) -> None:
-        """The tool ends well, and nothing else is left of the job."""
-        self.assertEqual(self.wait_for_end_of(self.tool), 0, device.event_lines())
-        wait_until(lambda: "closed" in device.event_lines(), "the end of the tool's session")
-        self.assertTrue(device.holds(SAMPLE_IMAGE), "the device's flash is the image, byte for byte")
-        for helper in self.left:
-            self.assertEqual(self.wait_for_end_of(helper), 0)
-        self.assertEqual(children_of(os.getpid()), [device.process.pid])
+        """The tool ends well, and so does what else is left of the job."""
+        for process in (self.tool, *self.left):
+            self.assertEqual(self.wait_for_end_of(process), 0, device.event_lines())
+        device.wait_for("closed")
+        self.assertTrue(device.holds(IMAGE), "the device's flash is the image, byte for byte")
 
-    def end_and_expect_finished_flash(self, end: Callable[[FlasherWindow], None], status: int, prefix=()) -> None:
-        with self.session.device(*SLOW) as device, self.session.window(prefix) as window:
-            self.begin(window)
-            end(window)
-            wait_until(lambda: window.process.poll() is not None, "the end of the program")
-            self.assertEqual(window.process.returncode, status)
-            self.assertEqual(window.output.read_bytes(), b"")
-            self.assertNotIn("closed", device.event_lines())
-            self.expect_finished_flash(device)
-
-    # fault: the window is closed during the write
-    def test_closed_by_the_window_manager(self) -> None:
-        self.end_and_expect_finished_flash(lambda window: window.close(), 0)
-
-    # fault: the user quits during the write
-    def test_quit_by_the_key(self) -> None:
-        self.end_and_expect_finished_flash(lambda window: window.type_keys("ctrl+q"), 0)
-
-    # fault: the window is killed, or crashes, during the write
-    def test_killed_by_a_signal(self) -> None:
-        for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGKILL, signal.SIGSEGV):
-            with self.subTest(number):
-                self.end_and_expect_finished_flash(lambda window: window.process.send_signal(number), -number)
-
-    # fault: the window's whole process group is killed during the write
-    def test_killed_with_its_process_group(self) -> None:
+    def ends(self) -> Iterator[tuple[str, int, Callable[[FlasherWindow], object], Sequence[str]]]:
+        """What happens, the program's status then, how it is done, and a command that runs the program."""
+        yield "closed by the window manager", 0, lambda window: window.close(), ()
+        yield "quit by the key", 0, lambda window: window.type_keys("ctrl+q"), ()
+        yield "crashed", -signal.SIGSEGV, lambda window: window.process.send_signal(signal.SIGSEGV), ()
         for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT, signal.SIGKILL):
-            with self.subTest(number):
-                self.end_and_expect_finished_flash(lambda window: os.killpg(window.process.pid, number), -number,
-                                                   ["/usr/bin/setsid"])
-
-    # fault: the terminal in which the program was started is closed during the write
-    def test_hung_up_with_its_terminal(self) -> None:
+            yield (f"{number.name} to the process group", -number,
+                   lambda window, number=number: os.killpg(window.process.pid, number), ["/usr/bin/setsid"])
         master, terminal = os.openpty()
-        prefix = ["/usr/bin/python3", "-c", ON_A_TERMINAL, os.ttyname(terminal)]
+        prefix = ["/bin/sh", "-c", ON_THE_TERMINAL, os.ttyname(terminal)]
         os.close(terminal)
-        self.end_and_expect_finished_flash(lambda _: os.close(master), -signal.SIGHUP, prefix)
+        yield "its terminal closed", -signal.SIGHUP, lambda _: os.close(master), prefix
+        yield "killed while the tool is stopped", -signal.SIGKILL, self.kill_while_the_tool_is_stopped, ()
 
-    # fault: the window is killed while the tool is stopped
-    def test_killed_while_the_tool_is_stopped(self) -> None:
-        def end(window) -> None:
-            os.kill(self.tool, signal.SIGSTOP)
-            window.process.kill()
-            window.process.wait()
-            os.kill(self.tool, signal.SIGCONT)
+    def kill_while_the_tool_is_stopped(self, window: FlasherWindow) -> None:
+        os.kill(self.tool, signal.SIGSTOP)
+        window.process.kill()
+        window.process.wait()
+        os.kill(self.tool, signal.SIGCONT)
 
-        self.end_and_expect_finished_flash(end, -signal.SIGKILL)
+    # fault: the window is closed or the user quits during the write; the window, or its whole process group, is killed,
+    #     or crashes; the terminal in which the program was started is closed; the window is killed while the tool is
+    #     stopped
+    def test_whatever_ends_it_the_flash_is_finished(self) -> None:
+        for what, status, end, prefix in self.ends():
+            with self.subTest(what), self.plugged_in(*SLOW) as device, self.window(prefix) as window:
+                self.begin(window)
+                end(window)
+                self.assertEqual(window.wait_for_end_of_program(), status)
+                self.assertEqual(window.output.read_bytes(), b"")
+                self.assertNotIn("closed", device.event_lines())
+                self.expect_finished_flash(device)
+                self.assertEqual(children_of(os.getpid()), [device.process.pid])
 
     # fault: the display goes away during the write
     # seen: "The window cannot go on: The X11 connection broke"
@@ -121,78 +100,62 @@ class WindowEndsTest(JobTest):
         os.close(writing)
         with open(reading) as report:
             display = report.readline().strip()
-        with self.session.device(*SLOW) as device, self.session.window(
+        with self.plugged_in(*SLOW) as device, self.window(
                 ["/usr/bin/env", f"DISPLAY=:{display}"]) as window:
             self.begin(window, press=window.activate)
             server.kill()
             server.wait()
-            wait_until(lambda: window.process.poll() is not None, "the end of the program")
-            self.assertEqual(window.process.returncode, 1)
+            self.assertEqual(window.wait_for_end_of_program(), 1)
             self.assertRegex(window.output.read_text(), r"\AThe window cannot go on: The X11 connection broke.*\n\Z")
             self.expect_finished_flash(device)
 
     # fault: the user comes back to a new window while the job of the old one still writes
     # seen: "An earlier flash job is still running on …; it ends by itself, and then the port is free again."
     def test_refuses_the_port_of_a_job_that_still_runs(self) -> None:
-        with self.session.device(*SLOW) as device:
-            with self.session.window() as window:
+        with self.plugged_in(*SLOW) as device:
+            with self.window() as window:
                 self.begin(window)
-            with self.session.window() as window:
+            with self.window() as window:
                 os.kill(self.tool, signal.SIGSTOP)  # a look at a window takes its time
                 window.press(FLASH)
                 window.press(CONFIRM)
-                wait_until(lambda: window.alert_texts()[:1] == ["QELMO Flasher stopped"], "the error alert")
-                self.assertEqual(window.alert_texts()[1], f"An earlier flash job is still running on {PORT}; it ends "
-                                 "by itself, and then the port is free again.")
-                window.answer("OK")
-                self.assertEqual(window.status(), "FLASHER COULD NOT START")
+                self.expect_stopped(window, f"An earlier flash job is still running on {PORT}; it ends by itself, and "
+                                    "then the port is free again.", "FLASHER COULD NOT START")
                 self.assertTrue(window.log().endswith(START), window.log())
-                self.assert_controls_are_back(window)
                 self.assertEqual(children_of(window.process.pid), [])
                 os.kill(self.tool, signal.SIGCONT)
-                self.assertEqual(self.wait_for_end_of(self.tool), 0)
-                self.assertTrue(device.holds(SAMPLE_IMAGE))
-                for helper in self.left:
-                    self.wait_for_end_of(helper)
+                self.expect_finished_flash(device)
                 self.start_flash(window)
-                self.expect_complete(window)
+                self.expect_complete(window, device)
 
     # fault: what lets a job outlive its window cannot be started
     # seen: "FLASHER COULD NOT START", "QELMO Flasher stopped", "start /bin/sh: Permission denied"
     def test_nothing_is_started_that_could_not_outlive_the_window(self) -> None:
-        prefix = ["/usr/bin/unshare", "-m", "/usr/bin/python3", "-c", WITHOUT_A_SHELL]
-        with self.session.device() as device, self.session.window(prefix) as window:
+        prefix = ["/usr/bin/unshare", "-m", "/bin/sh", "-c", WITHOUT_A_SHELL]
+        with self.plugged_in() as device, self.window(prefix) as window:
             window.press(FLASH)
             window.press(CONFIRM)
-            wait_until(lambda: window.alert_texts()[:1] == ["QELMO Flasher stopped"], "the error alert")
-            self.assertEqual(window.alert_texts()[1], "start /bin/sh: Permission denied")
-            window.answer("OK")
-            self.assertEqual(window.status(), "FLASHER COULD NOT START")
-            self.assert_controls_are_back(window)
+            self.expect_stopped(window, "start /bin/sh: Permission denied", "FLASHER COULD NOT START")
             self.assertEqual(device.event_lines(), [])
             self.assertEqual(children_of(window.process.pid), [])
 
     def test_two_windows_flash_at_two_ports_at_the_same_time(self) -> None:
-        start = START.replace(str(PORT), str(OTHER_PORT))
         second_folder = self.folder / "second"
         second_folder.mkdir()
-        second = FlashingSession(second_folder, self.home)
-        with self.session.device(*SLOW, "--port", str(OTHER_PORT)) as other:
-            with self.session.window() as window:
-                self.begin(window, start=start)
+        with self.plugged_in(*SLOW, "--port", str(OTHER_PORT)) as other:
+            with self.window() as window:
+                self.begin(window, start=START.replace(str(PORT), str(OTHER_PORT)))
             # The first port is the one that is chosen when a window opens.
-            with second.device() as device, second.window() as window:
+            with SimulatedDevice(second_folder) as device, self.window() as window:
                 self.assertEqual(window.selected_port(), str(PORT))
                 self.start_flash(window)
-                self.expect_complete(window)
-                self.assertTrue(device.holds(SAMPLE_IMAGE))
-            self.assertEqual(self.wait_for_end_of(self.tool), 0)
-            self.assertTrue(other.holds(SAMPLE_IMAGE))
+                self.expect_complete(window, device)
+            self.expect_finished_flash(other)
 
     def test_the_tool_gets_what_the_program_was_started_with_and_nothing_else(self) -> None:
         os.environ["DESKTOP_STARTUP_ID"] = "launcher-1_TIME2"
         self.addCleanup(os.environ.pop, "DESKTOP_STARTUP_ID")
-        with self.session.device(*SLOW) as device, self.session.window() as window:
+        with self.plugged_in(*SLOW) as device, self.window() as window:
             self.begin(window)
             tool, program = Path(f"/proc/{self.tool}"), Path(f"/proc/{window.process.pid}")
             given = dict(os.environ, HOME=str(self.home), PYTHONUNBUFFERED="1")

@@ -1,280 +1,133 @@
-"""The windowed program as whole processes: the window self-test, a start that fails, and an ordinary session."""
+"""The windowed program as whole processes: the window self-test, and starts that fail."""
 
 from __future__ import annotations
 
-import glob
-import hashlib
-import json
 import os
-import pathlib
+import resource
 import shutil
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
+from pathlib import Path
 
-REPORT = "/tmp/qelmo-flasher-window-self-test.txt"
-PRIVATE_DEV = pathlib.Path(__file__).parents[1] / "device" / "private-dev"
-TITLE = "QELMO Varnox Flasher"
-SECONDS = 60  # only a broken program reaches it
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from support.child import NOBODY, ORDINARY_USER, limit  # noqa: E402
+from support.release import Installation  # noqa: E402
 
-PASSED = (
-    "window_self_test=OK\n"
-    "window_visible=true\n"
-    f"window_title={TITLE}\n"
-    "icon_resource=OK\n"
-    "refresh_button_title=REFRESH BUILD\n"
-    "flash_button_title=FLASH VERIFIED VARNOX\n"
-)
-FAILED_WITHOUT_RELEASE = PASSED.replace("=OK", "=FAILED", 1).replace("FLASH VERIFIED VARNOX", "VALIDATING RELEASE")
+REPORT = Path("/tmp/qelmo-flasher-window-self-test.txt")
+PASSED = ("window_self_test=OK\nwindow_visible=true\nwindow_title=QELMO Varnox Flasher\nicon_resource=OK\n"
+          "refresh_button_title=REFRESH BUILD\nflash_button_title=FLASH VERIFIED VARNOX\n")
+FAILED = PASSED.replace("self_test=OK", "self_test=FAILED")
+WITHOUT_RELEASE = FAILED.replace("FLASH VERIFIED VARNOX", "VALIDATING RELEASE")
 
 
-def remove(path: str) -> None:
-    if os.path.isdir(path) and not os.path.islink(path):
-        shutil.rmtree(path)
-    elif os.path.lexists(path):
-        os.unlink(path)
-
-
-class Bundle:
-    """A copy of the built application with a small release, and a home folder with a tool."""
-
-    def __init__(self, folder: pathlib.Path):
-        built = pathlib.Path(os.environ["QELMO_BUNDLE"])
-        self.root = folder / f"{TITLE}.app"
-        self.contents = self.root / "Contents"
-        self.resources = self.contents / "Resources"
-        for part in ("MacOS", "Frameworks"):
-            shutil.copytree(built / "Contents" / part, self.contents / part)
-        self.resources.mkdir()
-        self.icon = self.resources / "AppIcon.icns"
-        self.icon.write_bytes(b"not a picture: the program has one of its own")
-        self.manifest = self.resources / "qelmo-varnox-flash-manifest.json"
-        self.write_release()
-        self.home = folder / "home"
-        self.tool = self.home / ".platformio/packages/tool-esptoolpy/esptool.py"
-        self.tool.parent.mkdir(parents=True)
-        self.tool.write_text("print('4.5.1')\n")
-
-    @property
-    def executable(self) -> str:
-        return str(self.contents / "MacOS" / "QelmoFlasher")
-
-    def write_release(self) -> None:
-        image = bytearray(65537)
-        image[0] = image[65536] = 0xE9
-        (self.resources / "release-complete.bin").write_bytes(image)
-        self.manifest.write_text(json.dumps({
-            "schemaVersion": 1, "name": "Varnox", "version": "1.0.0", "chipFamily": "ESP32-S3",
-            "hardware": "Cardputer ADV",
-            "binary": {"path": "release-complete.bin", "offset": 0, "size": len(image),
-                       "sha256": hashlib.sha256(image).hexdigest()},
-            "flash": {"baud": 921600, "flashSize": "8MB", "flashMode": "dio", "flashFrequency": "80m",
-                      "eraseAllInternalFlash": True, "after": "hard_reset", "confirmationText": "FLASH VARNOX"},
-        }))
+def remove_report() -> None:
+    if REPORT.is_dir() and not REPORT.is_symlink():
+        REPORT.rmdir()
+    REPORT.unlink(missing_ok=True)
 
 
 class WindowedProcess(unittest.TestCase):
     def setUp(self) -> None:
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="qelmo-window-"))
+        # Not below /tmp, which some tests hide.
+        self.folder = Path(tempfile.mkdtemp(prefix="qelmo-window-", dir="/var/tmp"))
         self.addCleanup(shutil.rmtree, self.folder)
-        self.addCleanup(remove, REPORT)
-        remove(REPORT)
-        self.bundle = Bundle(self.folder)
-        self.environment = dict(os.environ, HOME=str(self.bundle.home))
+        self.folder.chmod(0o755)
+        self.addCleanup(remove_report)
+        remove_report()
+        self.install("QELMO Varnox Flasher.app")
 
-    def run_program(self, *prefix: str, arguments: tuple[str, ...] = ("--window-self-test",),
-                    **options) -> subprocess.CompletedProcess:
-        options.setdefault("stdout", subprocess.PIPE)
-        return subprocess.run([*prefix, self.bundle.executable, *arguments], stderr=subprocess.PIPE, text=True,
-                              env=self.environment, timeout=SECONDS, check=False, **options)
+    def install(self, name: str) -> None:
+        self.app = Installation(self.folder / name, has_window=True)
+        self.app.environment |= {"QT_QPA_PLATFORM": "offscreen"}
 
-    def assert_passed(self, done: subprocess.CompletedProcess) -> None:
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, PASSED, ""))
+    def self_test(self, **options) -> subprocess.CompletedProcess:
+        return self.app.run("--window-self-test", **options)
 
-    def assert_one_sentence(self, done: subprocess.CompletedProcess, beginning: str) -> None:
-        self.assertEqual(done.returncode, 1)
-        self.assertTrue(done.stderr.startswith(beginning), done.stderr)
-        self.assertEqual(done.stderr.count("\n"), 1, done.stderr)
-        self.assertTrue(done.stderr.endswith("\n"), done.stderr)
+    def assert_ended(self, done: subprocess.CompletedProcess, status: int = 0, output: str = PASSED,
+                     errors: str = "") -> None:
+        self.assertEqual((done.returncode, done.stdout or "", done.stderr), (status, output, errors))
+        self.assertEqual(list(REPORT.parent.glob(REPORT.name + ".*")), [])
 
-    def assert_no_temporary_file(self) -> None:
-        self.assertEqual(glob.glob(REPORT + ".*"), [])
+    def assert_reported(self, done: subprocess.CompletedProcess, status: int = 0, report: str = PASSED) -> None:
+        self.assert_ended(done, status, report)
+        self.assertEqual((REPORT.read_text(), REPORT.is_symlink()), (report, False))
 
 
 class SelfTestReport(WindowedProcess):
-    def test_it_goes_to_the_file_and_to_standard_output(self) -> None:
-        self.assert_passed(self.run_program())
-        self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
-        self.assert_no_temporary_file()
+    def test_it_goes_to_the_file_and_to_standard_output_and_nothing_else_is_said(self) -> None:
+        self.app.environment |= {"QT_LOGGING_RULES": "*=true", "QT_STYLE_OVERRIDE": "nosuch"}
+        self.assert_reported(self.app.run("-platform", "nosuch", "--window-self-test", "-x"))
 
-    def test_it_replaces_a_stale_file(self) -> None:
-        pathlib.Path(REPORT).write_text("old\n" * 1000)
-        self.assert_passed(self.run_program())
-        self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
-
-    def test_the_toolkits_messages_do_not_reach_standard_error(self) -> None:
-        self.environment["QT_LOGGING_RULES"] = "*=true"
-        self.environment["QT_STYLE_OVERRIDE"] = "nosuch"
-        self.assert_passed(self.run_program())
+    # fault: the bundle has no icon, or the release is not valid
+    # seen: "self_test=FAILED", "resource=MISSING", "VALIDATING RELEASE"
+    def test_a_missing_icon_or_an_invalid_release_fails_it(self) -> None:
+        self.app.icon.rename(self.folder / "icon")
+        self.assert_reported(self.self_test(), 1, FAILED.replace("resource=OK", "resource=MISSING"))
+        (self.folder / "icon").rename(self.app.icon)
+        self.app.manifest_file.write_text("{}")
+        self.assert_reported(self.self_test(), 1, WITHOUT_RELEASE)
 
     # fault: the bundle's folder is named like what the loader replaces in a path
     def test_the_bundle_may_be_in_a_folder_of_any_name(self) -> None:
-        decoys = self.folder / "decoys"
-        decoys.mkdir()
-        (decoys / "libQelmoWindow.so").write_bytes(b"no library")
-        self.environment["LD_LIBRARY_PATH"] = str(decoys)
+        (self.folder / "decoys").mkdir()
+        (self.folder / "decoys/libQelmoWindow.so").write_bytes(b"no library")
         for name in ("$ORIGIN", "$LIB", "${PLATFORM}", "a:b;c d", "übung"):
             with self.subTest(name):
-                self.bundle = Bundle(self.folder / name)
-                self.environment["HOME"] = str(self.bundle.home)
-                self.assert_passed(self.run_program())
+                self.install(name)
+                self.app.environment |= {"LD_LIBRARY_PATH": str(self.folder / "decoys")}
+                self.assert_reported(self.self_test())
 
-    def test_the_argument_may_stand_anywhere(self) -> None:
-        self.assert_passed(self.run_program(arguments=("-platform", "nosuch", "--window-self-test", "-x")))
-
-    # fault: the bundle has no icon
-    # seen: "self_test=FAILED", "resource=MISSING"
-    def test_a_missing_icon_fails_it(self) -> None:
-        self.bundle.icon.unlink()
-        done = self.run_program()
-        expected = PASSED.replace("self_test=OK", "self_test=FAILED").replace("resource=OK", "resource=MISSING")
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (1, expected, ""))
-        self.assertEqual(pathlib.Path(REPORT).read_text(), expected)
-
-    # fault: the release is not valid
-    # seen: "VALIDATING RELEASE"
-    def test_an_invalid_release_fails_it(self) -> None:
-        self.bundle.manifest.write_text("{}")
-        done = self.run_program()
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (1, FAILED_WITHOUT_RELEASE, ""))
-        self.assertEqual(pathlib.Path(REPORT).read_text(), FAILED_WITHOUT_RELEASE)
-
-    # fault: a folder stands where the report file goes
-    def test_a_folder_in_the_files_place_changes_nothing(self) -> None:
-        os.mkdir(REPORT)
-        self.assert_passed(self.run_program())
-        self.assertTrue(os.path.isdir(REPORT))
-        self.assert_no_temporary_file()
-
-    # fault: /tmp is read-only
-    def test_a_readonly_tmp_changes_nothing(self) -> None:
-        done = self.run_program(str(PRIVATE_DEV), "--readonly-tmp", "--")
-        if done.returncode == 77:
-            self.skipTest(done.stderr)
-        self.assert_passed(done)
-        self.assertFalse(os.path.exists(REPORT))
-
-    # fault: a link stands where the report file goes
-    def test_a_symbolic_link_in_the_files_place_is_replaced_and_not_followed(self) -> None:
+    # fault: another user's file or link is where the report file goes
+    def test_it_replaces_what_is_in_the_files_place_and_follows_no_link(self) -> None:
         victim = self.folder / "victim"
         victim.write_text("precious")
-        os.symlink(victim, REPORT)
-        self.assert_passed(self.run_program())
-        self.assertEqual(victim.read_text(), "precious")
-        self.assertFalse(os.path.islink(REPORT))
-        self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
+        for put in (lambda: REPORT.write_text("old\n" * 1000), lambda: REPORT.symlink_to(victim)):
+            put()
+            os.lchown(REPORT, NOBODY if os.geteuid() == 0 else -1, -1)
+            self.assert_reported(self.self_test())
+            self.assertEqual(victim.read_text(), "precious")
+            REPORT.unlink()
 
-    @unittest.skipUnless(os.geteuid() == 0, "needs a file of another user")
-    # fault: another user's file stands where the report file goes
-    def test_another_users_file_is_replaced_where_the_system_allows_it(self) -> None:
-        pathlib.Path(REPORT).write_text("window_self_test=OK\n")
-        os.chown(REPORT, 65534, 65534)
-        self.bundle.manifest.write_text("{}")
-        done = self.run_program()
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (1, FAILED_WITHOUT_RELEASE, ""))
-        self.assertEqual(pathlib.Path(REPORT).read_text(), FAILED_WITHOUT_RELEASE)
+    # fault: a folder is in the report file's place
+    def test_a_folder_in_the_files_place_changes_nothing(self) -> None:
+        REPORT.mkdir()
+        self.assert_ended(self.self_test())
+        self.assertEqual(list(REPORT.iterdir()), [])
 
-    # fault: standard output is full
-    # seen: "The report cannot be printed: write standard output: No space left on device"
-    def test_a_full_standard_output_leaves_the_status_of_the_verdict(self) -> None:
-        sentence = "The report cannot be printed: write standard output: No space left on device\n"
-        for manifest, status, report in ((None, 0, PASSED), ("{}", 1, FAILED_WITHOUT_RELEASE)):
-            with self.subTest(status), open("/dev/full", "w", encoding="utf-8") as full:
-                if manifest:
-                    self.bundle.manifest.write_text(manifest)
-                done = self.run_program(stdout=full)
-                self.assertEqual((done.returncode, done.stderr), (status, sentence))
-                self.assertEqual(pathlib.Path(REPORT).read_text(), report)
-
-    # fault: standard output is closed
-    # seen: "The report cannot be printed:"
-    def test_a_closed_standard_output_leaves_the_status_of_the_verdict(self) -> None:
-        done = self.run_program("sh", "-c", 'exec "$0" "$@" >&-')
-        self.assertEqual((done.returncode, done.stderr.count("\n")), (0, 1))
-        self.assertTrue(done.stderr.startswith("The report cannot be printed: "), done.stderr)
-        self.assertEqual(pathlib.Path(REPORT).read_text(), PASSED)
+    # fault: standard output is full or closed
+    # seen: "The report cannot be printed: write standard output: …"
+    def test_an_unusable_standard_output_leaves_the_status_of_the_verdict(self) -> None:
+        words = "The report cannot be printed: write standard output: "
+        for status, report, redirection, error in ((0, PASSED, ">&-", "Bad file descriptor"),
+                                                   (1, WITHOUT_RELEASE, ">/dev/full", "No space left on device")):
+            done = self.self_test(prefix=("sh", "-c", f'exec "$0" "$@" {redirection}'))
+            self.assert_ended(done, status, "", f"{words}{error}\n")
+            self.assertEqual(REPORT.read_text(), report)
+            self.app.manifest_file.write_text("{}")
 
 
-class StartThatFails(WindowedProcess):
+class SystemFaults(WindowedProcess):
+    # fault: the user may make no thread, or there are too few descriptors for the toolkit
+    # seen: "The flasher cannot run: start the window: …"
+    def test_the_limits_of_threads_and_descriptors_are_named_in_one_sentence(self) -> None:
+        sentence = "The flasher cannot run: start the window: {}\n".format
+        self.assert_ended(self.self_test(**limit(resource.RLIMIT_NPROC, 0), **ORDINARY_USER), 1, "",
+                          sentence("Resource temporarily unavailable"))
+        for number in range(4, 13):
+            self.assert_ended(self.self_test(**limit(resource.RLIMIT_NOFILE, number)), 1, "",
+                              sentence("Too many open files"))
+
     # fault: no display can be used
     # seen: "The window cannot be opened: no display can be used."
-    def test_without_a_display_it_is_one_sentence(self) -> None:
-        for display in (None, ":4711"):
-            with self.subTest(display=display):
-                self.environment.pop("DISPLAY", None)
-                if display:
-                    self.environment["DISPLAY"] = display
-                done = self.run_program(arguments=())
-                self.assert_one_sentence(done, "The window cannot be opened: no display can be used.")
-                self.assertEqual(done.stdout, "")
-
-    # fault: the bundle has no window library
-    # seen: "The window cannot be opened:"
-    def test_without_the_window_library_it_is_one_sentence(self) -> None:
-        shutil.rmtree(self.bundle.contents / "Frameworks")
-        done = self.run_program()
-        self.assert_one_sentence(done, "The window cannot be opened: ")
-        self.assertEqual(done.stdout, "")
-        self.assertFalse(os.path.exists(REPORT))
-
-
-class Session(WindowedProcess):
-    """The user's way: the real keyboard and mouse of the X server, through the window manager."""
-
-    def start(self) -> subprocess.Popen:
-        program = subprocess.Popen([self.bundle.executable, "--window-self-test-not"], stdout=subprocess.PIPE,
-                                   stderr=subprocess.PIPE, text=True, env=self.environment)
-        self.addCleanup(program.kill)
-        return program
-
-    @staticmethod
-    def xdotool(*arguments: str) -> str:
-        return subprocess.run(["xdotool", *arguments], stdout=subprocess.PIPE, text=True, timeout=SECONDS,
-                              check=False).stdout
-
-    def window(self) -> str:
-        return self.xdotool("search", "--onlyvisible", "--name", f"^{TITLE}$").strip()
-
-    def wait_until(self, condition):
-        """Returns what the condition returns, once that is true."""
-        end = time.monotonic() + SECONDS
-        while not (result := condition()):
-            self.assertLess(time.monotonic(), end, "it did not happen in time")
-            time.sleep(0.01)
-        return result
-
-    def wait_for_window(self) -> None:
-        """Until the main window has the keyboard."""
-        window = self.wait_until(self.window)
-        self.xdotool("windowactivate", "--sync", window)
-        self.wait_until(lambda: self.xdotool("getwindowfocus").strip() == window)
-
-    def assert_quits_silently(self, program: subprocess.Popen) -> None:
-        self.xdotool("key", "alt+F4")
-        output, errors = program.communicate(timeout=SECONDS)
-        self.assertEqual((program.returncode, output, errors), (0, "", ""))
-        self.assertFalse(os.path.exists(REPORT))
-
-    def test_closing_the_window_ends_the_program_without_a_word(self) -> None:
-        program = self.start()
-        self.wait_for_window()
-        self.assert_quits_silently(program)
+    def test_no_display_is_one_sentence(self) -> None:
+        display = "The window cannot be opened: no display can be used. --self-test works without one.\n"
+        self.app.environment |= {"QT_QPA_PLATFORM": "xcb", "DISPLAY": ":4711"}
+        self.assert_ended(self.app.run(), 1, "", display)
+        del self.app.environment["DISPLAY"]
+        self.assert_ended(self.app.run(), 1, "", display)
 
 
 if __name__ == "__main__":
-    if shutil.which("xdotool") is None:
-        print("this program is missing: xdotool", file=sys.stderr)
-        sys.exit(77)
     unittest.main()

@@ -1,0 +1,62 @@
+"""The handheld's flash chip, and the one thing that can be wrong with the device."""
+
+import hashlib
+from pathlib import Path
+from typing import Callable, Optional
+
+SIZE = 8 * 1024 * 1024
+
+NEVER_ANSWERS, OTHER_CHIP, GARBAGE = "never-answers", "other-chip", "garbage"
+UNPLUGGED, BIT_ERROR, STOPS_ANSWERING = "unplugged", "bit-error", "stops-answering"
+UNPLUGGED_READING = "unplugged-reading"
+
+AT_ONCE = (NEVER_ANSWERS, OTHER_CHIP, GARBAGE)
+DURING_A_WRITE = (UNPLUGGED, BIT_ERROR, STOPS_ANSWERING)
+AT_A_PERCENTAGE = (*DURING_A_WRITE, UNPLUGGED_READING)
+
+
+class Flash:
+    """8 MiB that can be erased, written, digested and saved."""
+
+    def __init__(self, initial: bytes = b"") -> None:
+        self.cells = bytearray(initial.ljust(SIZE, b"\0"))
+
+    def erase(self) -> None:
+        self.cells[:] = b"\xff" * SIZE
+
+    def md5(self, address: int, size: int) -> bytes:
+        return hashlib.md5(memoryview(self.cells)[address:address + size]).digest()
+
+    def save(self, path: str) -> None:
+        beside = Path(f"{path}.part")
+        beside.write_bytes(self.cells)
+        beside.replace(path)
+
+
+class Fault:
+    """"KIND" or "KIND@PERCENT"; it strikes once.  Raises ValueError when there is none of this kind."""
+
+    def __init__(self, text: str) -> None:
+        self._kind, _, percent = text.partition("@")
+        if text and self._kind not in AT_ONCE + AT_A_PERCENTAGE:
+            raise ValueError
+        self._percent = int(percent or 50)
+        self._struck = False
+        self.log: Callable[[str], None] = print
+
+    def strikes(self, kind: str) -> bool:
+        """Whether it is of this kind, which then shows."""
+        if self._kind != kind:
+            return False
+        if not self._struck:
+            self._struck = True
+            self.log(f"fault {kind}" + f"@{self._percent}" * (kind in AT_A_PERCENTAGE))
+        return True
+
+    def due_after(self, kinds: tuple[str, ...], size: int) -> Optional[int]:
+        """How many of `size` bytes are written, or read, before one of these faults strikes, if it still will."""
+        if self._struck or self._kind not in kinds:
+            return None
+        due = -(-size * self._percent // 100)
+        # A bit can only be wrong in a byte that is there.
+        return min(due + 1, size) if self._kind == BIT_ERROR else due
