@@ -2,81 +2,69 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QScopeGuard>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
-#include <vector>
 
+#include "app/WindowCheck.h"
 #include "platform/FileDescriptor.h"
+#include "platform/LaunchContext.h"
 #include "platform/SystemError.h"
 #include "platform/ThisProcess.h"
 #include "platform/Utf8.h"
 #include "ui/AppDelegate.h"
-#include "ui/DarkControls.h"
+#include "ui/DesktopLook.h"
 #include "ui/QtMainQueue.h"
-#include "ui/WithoutSharedMemory.h"
 
 namespace qelmo {
 
 namespace {
 
-/// The toolkit ends the process when it finds no display, after it has asked this handler to show why. Its
-/// own words, and its warnings about the user's desktop, help nobody who holds a device.
-void sayThatThereIsNoDisplay(QtMsgType type, const QMessageLogContext& /*context*/, const QString& /*text*/) {
-    if (type != QtFatalMsg) return;
-    writeToStandardError(
-        "The window cannot be opened: no display can be used. --self-test works without one.\n");
+/// The toolkit ends the process when it finds no display, and later by a fatal message, or by `exit` when its
+/// connection to the display breaks. Its warnings about the user's desktop help nobody who holds a device.
+enum class Window { isNotThereYet, isThere, isGone };
+std::atomic<Window> theWindow = Window::isNotThereYet;
+
+std::mutex lastWordsMutex;
+std::string lastWords;  ///< the toolkit's, since the window is there
+
+[[noreturn]] void endWith(std::string_view sentence) {
+    writeToStandardError(sentence);
     std::_Exit(EXIT_FAILURE);
 }
 
-/// Ends the process when the toolkit does so while there is a window: by a fatal message, or by `exit` when
-/// its connection to the display breaks.
-class WindowsEnd {
-public:
-    WindowsEnd() {
-        (void)std::atexit([] {
-            if (thereIsAWindow_) sayWhy();
-        });
-        qInstallMessageHandler(
-            [](QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
-                {
-                    const std::lock_guard lock(mutex_);
-                    reason_ = text.toStdString();
-                }
-                if (type == QtFatalMsg) sayWhy();
-            });
-        thereIsAWindow_ = true;
-    }
-    WindowsEnd(const WindowsEnd&) = delete;
-    WindowsEnd& operator=(const WindowsEnd&) = delete;
-    ~WindowsEnd() {
-        // The toolkit still writes messages while the process exits, when `reason_` is already destroyed.
-        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-        thereIsAWindow_ = false;
-    }
+[[noreturn]] void endBecauseOfLastWords() {
+    const std::lock_guard lock(lastWordsMutex);
+    const std::string reason = lastWords.empty() ? "its display has gone" : shownOnOneLine(lastWords);
+    endWith("The window cannot go on: " + reason + "\n");
+}
 
-private:
-    [[noreturn]] static void sayWhy() {
-        const std::lock_guard lock(mutex_);
-        const std::string reason = reason_.empty() ? "its display has gone" : shownOnOneLine(reason_);
-        writeToStandardError("The window cannot go on: " + reason + "\n");
-        std::_Exit(EXIT_FAILURE);
+void handleToolkitsWords(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
+    if (theWindow == Window::isNotThereYet && type == QtFatalMsg)
+        endWith("The window cannot be opened: no display can be used. --self-test works without one.\n");
+    // The toolkit still writes messages while the process exits, when `lastWords` is already destroyed.
+    if (theWindow != Window::isThere) return;
+    {
+        const std::lock_guard lock(lastWordsMutex);
+        lastWords = text.toStdString();
     }
+    if (type == QtFatalMsg) endBecauseOfLastWords();
+}
 
-    static inline std::atomic<bool> thereIsAWindow_ = false;
-    static inline std::mutex mutex_;
-    static inline std::string reason_;  ///< the toolkit's last words
-};
+void handleExit() {
+    if (theWindow == Window::isThere) endBecauseOfLastWords();
+}
 
-/// The toolkit waits forever for a thread that it does not get, and aborts when descriptors run out while it
-/// starts. Here either is an error that can be shown.
+/// While it starts, the toolkit waits forever for a thread that it does not get, and aborts when descriptors
+/// run out. Here either is an error that can be shown.
 void requireThreadAndDescriptors() {
     constexpr const char* what = "the window";
     try {
@@ -91,29 +79,32 @@ void requireThreadAndDescriptors() {
     }
 }
 
-int windowedStart(const std::vector<std::string>& environment) {
+int windowedStart(const LaunchContext& context) {
     requireThreadAndDescriptors();
-    qInstallMessageHandler(sayThatThereIsNoDisplay);
+    qInstallMessageHandler(handleToolkitsWords);
     // The toolkit gets a name, whatever the program was started as, and no arguments: it would take some for
     // itself, and one of them could end the program.
     char name[] = "QelmoFlasher";
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;
-    // A native alert takes markup in its texts for markup.
+    // A native alert interprets markup in its texts.
     QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
-    std::optional<WithoutSharedMemory> connecting(std::in_place);
+    // With shared memory, an X server hands over a descriptor for every new window, and when none is left an
+    // alert waits for it forever. The flashing tool gets the environment of the start.
+    qputenv("QT_XCB_NO_MITSHM", "1");
     QApplication application(argumentCount, arguments);
-    connecting.reset();
-    std::optional<WindowsEnd> unexpected(std::in_place);
+    (void)std::atexit(handleExit);
+    theWindow = Window::isThere;
+    const auto goneInAnyCase = qScopeGuard([] { theWindow = Window::isGone; });
     applyDarkControls(application);
 
     const auto mainQueue = std::make_shared<QtMainQueue>();
-    auto delegate = std::make_shared<AppDelegate>(mainQueue, environment);
+    auto delegate = std::make_shared<AppDelegate>(mainQueue, context, checkWindow);
     QApplication::setQuitOnLastWindowClosed(AppDelegate::applicationShouldTerminateAfterLastWindowClosed());
     mainQueue->post([weak = std::weak_ptr(delegate)] { weak.lock()->applicationDidFinishLaunching(); });
 
     const int status = QApplication::exec();
-    unexpected.reset();
+    theWindow = Window::isGone;
     delegate.reset();
     mainQueue->close();
     mainQueue->rethrowFailure();
@@ -124,7 +115,7 @@ int windowedStart(const std::vector<std::string>& environment) {
 
 }  // namespace qelmo
 
-/// The library's one entry: runs the window until the user quits; returns the exit status of the process.
-extern "C" Q_DECL_EXPORT int qelmoWindowedStart(const std::vector<std::string>& environment) {
-    return qelmo::windowedStart(environment);
+/// The library's one entry: runs the window until the user quits. Returns the exit status of the process.
+extern "C" Q_DECL_EXPORT int qelmoWindowedStart(const qelmo::LaunchContext& context) {
+    return qelmo::windowedStart(context);
 }

@@ -1,14 +1,57 @@
+#include <dlfcn.h>
+
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <string_view>
 
-#include "app/QelmoFlasherMain.h"
+#include "app/HeadlessCheck.h"
+#include "platform/LaunchContext.h"
 #include "platform/ThisProcess.h"
+#include "platform/Utf8.h"
 
-int main() {
+namespace qelmo {
+
+namespace {
+
+/// Runs the window, which is a library of the bundle, until the user quits. Returns the process's exit
+/// status. Without the library, its toolkit or a display, one sentence goes to standard error and the status
+/// is 1.
+int runWindowedStart(const LaunchContext& context) {
+    // By name, found through the program's own run path. In a full path the loader would expand "$ORIGIN" and
+    // the like, and a bundle's folder may have such a name.
+    // Never unloaded: background threads may still run its code when the process ends.
+    void* const loaded = ::dlopen(QELMO_WINDOW_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    void* const entry = loaded == nullptr ? nullptr : ::dlsym(loaded, "qelmoWindowedStart");
+    if (entry == nullptr) {
+        // The loader's reason comes first; on some systems a list of tried paths follows.
+        const std::string_view said = ::dlerror();
+        writeToStandardError(
+            "The window cannot be opened: " + shownOnOneLine(said.substr(0, said.find('\n'))) +
+            ". The window needs Qt 6 Widgets; --self-test works without it.\n");
+        return EXIT_FAILURE;
+    }
+    return reinterpret_cast<int (*)(const LaunchContext&)>(entry)(context);
+}
+
+}  // namespace
+
+/// The program: chooses between the headless self-test and the window. Returns the process's exit status.
+struct QelmoFlasherMain {
+    static int main(int argumentCount, const char* const* arguments) {
+        undoInheritedRestrictions();
+        // Before the toolkit is loaded, which takes variables out of the environment: the flashing tool gets
+        // all of them.
+        const LaunchContext context = LaunchContext::ofThisProcess(argumentCount, arguments);
+        return context.hasArgument("--self-test") ? runHeadlessSelfTest(context) : runWindowedStart(context);
+    }
+};
+
+}  // namespace qelmo
+
+int main(int argumentCount, char** arguments) {
     try {
-        qelmo::QelmoFlasherMain::main();
-        return 0;
+        return qelmo::QelmoFlasherMain::main(argumentCount, arguments);
     } catch (const std::exception& error) {
         qelmo::writeToStandardError(std::string("The flasher cannot run: ") + error.what() + "\n");
         return EXIT_FAILURE;

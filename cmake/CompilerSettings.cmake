@@ -3,7 +3,9 @@ add_library(qelmo_settings INTERFACE)
 target_include_directories(qelmo_settings INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(qelmo_settings INTERFACE
     -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
-    -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wformat=2)
+    -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wformat=2
+    # Which lock guards what: platform/ThreadSafety.h.
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>)
 if(QELMO_SANITIZE)
     # The check of virtual tables opens a pipe each time, and takes an object for a wrong one when there is none
     # to be had.

@@ -2,21 +2,18 @@
 # the build for macOS compares.
 set(QELMO_NOT_ON_MACOS
     "platform/Sha256OpenSsl.cpp: CommonCrypto computes digests there"
-    "platform/ThisProcessLinux.cpp: platform/ThisProcessMac.cpp takes its place"
+    "tests/benchmarks/BareWindow.cpp: ./bench runs on Linux only"
     "tests/benchmarks/EmptyWindow.cpp: ./bench runs on Linux only"
     "tests/benchmarks/FirstFrame.cpp: ./bench runs on Linux only"
     "tests/benchmarks/LoadBenchmark.cpp: ./bench runs on Linux only"
     "tests/benchmarks/WindowBenchmark.cpp: ./bench runs on Linux only"
-    "tests/flashing/ProcessLimitTest.cpp: changes the user with Linux's setresuid and prctl"
+    "tests/fuzz/targets/FuzzBootableImage.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"
-    "tests/fuzz/targets/FuzzPackRelease.cpp: the fuzzers run on Linux only"
-    "tests/platform/LeasedMappingTest.cpp: file leases exist on Linux only"
-    "tests/platform/OutlivingChildTest.cpp: becomes the reaper of orphans with Linux's prctl"
+    "tests/platform/ChildProcessOnLinuxTest.cpp: becomes the reaper of orphans with Linux's prctl"
     "tests/ui/MacIconTest.cpp: tries the Mac's source on Linux; on macOS the other tests of the window do"
     "tools/pack-release/Md5OpenSsl.cpp: CommonCrypto computes digests there"
-    "ui/ApplicationIconLinux.cpp: ui/ApplicationIconMac.cpp takes its place"
-    "ui/DarkControlsLinux.cpp: ui/DarkControlsMac.cpp takes its place")
+    "ui/DesktopLookLinux.cpp: ui/DesktopLookMac.cpp takes its place")
 
 # qelmo_keep_sources_for_this_system(VARIABLE): takes from the list of sources what this system does not compile.
 function(qelmo_keep_sources_for_this_system variable)

@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
 #include <system_error>
 
 #include "platform/FilePath.h"
 #include "platform/FileReading.h"
 
 namespace qelmo {
-
-namespace {
 
 /// The chip's own USB port and the three USB-serial bridges, as macOS names their call-out nodes, and on
 /// Linux the kernel's names for the same devices.
@@ -25,33 +22,22 @@ constexpr auto candidatePrefixes = std::to_array<std::string_view>({
 #endif
 });
 
-bool isCandidate(std::string_view name) {
-    return std::any_of(candidatePrefixes.begin(), candidatePrefixes.end(),
-                       [name](std::string_view prefix) { return name.starts_with(prefix); });
-}
-
-}  // namespace
-
-std::vector<std::string> listBootPorts() {
+std::vector<std::string> listBootPorts(const std::string& deviceFolder) {
+    std::vector<std::string> ports;
     try {
-        return candidateBootPorts(namesInFolder(deviceFolder));
+        for (const std::string& name : namesInFolder(deviceFolder)) {
+            if (isBootPortName(name)) ports.push_back(joinedPath(deviceFolder, name));
+        }
     } catch (const std::system_error&) {
         return {};
-    }
-}
-
-std::vector<std::string> candidateBootPorts(const std::vector<std::string>& names) {
-    std::vector<std::string> ports;
-    for (const std::string& name : names) {
-        if (isCandidate(name)) ports.push_back(joinedPath(deviceFolder, name));
     }
     std::sort(ports.begin(), ports.end());
     return ports;
 }
 
-std::string bootPortStatus(std::size_t portCount) {
-    if (portCount == 0) return "WAITING FOR G0 BOOT PORT";
-    return portCount == 1 ? "READY" : "CHOOSE CARDPUTER PORT";
+bool isBootPortName(std::string_view name) {
+    return std::any_of(candidatePrefixes.begin(), candidatePrefixes.end(),
+                       [name](std::string_view prefix) { return name.starts_with(prefix); });
 }
 
 std::string bootPortReport(std::size_t portCount) {

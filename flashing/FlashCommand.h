@@ -3,16 +3,28 @@
 #include <string>
 #include <vector>
 
+#include "platform/LaunchContext.h"
 #include "release/FlasherResources.h"
 
 namespace qelmo {
 
-/// The system's interpreter, which runs the flashing tool. A fixed path; nothing is searched.
-inline constexpr const char* pythonPath = "/usr/bin/python3";
+/// What is run. `environment` holds "NAME=value" entries.
+struct ToolCommand {
+    std::string executable;
+    std::vector<std::string> arguments;
+    std::vector<std::string> environment;
+};
 
-/// The interpreter's arguments that write the release whole at 0x0 to the device at `port`, erased before if
-/// the manifest says so, verify it and reset the chip. The spelling is that of esptool 4.x.
+/// The command that writes the release whole at 0x0 to the device at `port`, erased before if the manifest
+/// says so, verifies it and resets the chip. The tool's output is not buffered.
+[[nodiscard]] ToolCommand flashCommand(const LaunchContext& context, const FlasherResources& release,
+                                       const std::string& port);
+
+/// The arguments of that command. The spelling is that of esptool 4.x.
 [[nodiscard]] std::vector<std::string> flashArguments(const FlasherResources& release,
                                                       const std::string& port);
+
+/// `inherited` ("NAME=value" entries) with PYTHONUNBUFFERED set to 1.
+[[nodiscard]] std::vector<std::string> unbufferedEnvironment(std::vector<std::string> inherited);
 
 }  // namespace qelmo

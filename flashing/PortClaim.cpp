@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "flashing/FlashTexts.h"
+#include "platform/FilePath.h"
 #include "platform/SystemError.h"
 #include "release/FlasherFailure.h"
 
@@ -15,9 +16,9 @@ namespace qelmo {
 FileDescriptor claimPort(const std::string& port) {
     struct stat device {};
     if (::stat(port.c_str(), &device) != 0) return {};
-    const std::string folder = port.substr(0, port.rfind('/'));
+    const std::string folder = parentFolder(port);
     FileDescriptor claim(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!claim.isOpen()) throwSystemError(errno, "open", folder.c_str());
+    if (!claim.isOpen()) throwSystemError(errno, "open", folder);
 
     // A folder cannot be opened for writing, and an exclusive lock needs that. So everybody takes a shared
     // lock and then asks whether an exclusive one would meet somebody else's. Of two at once, both may be

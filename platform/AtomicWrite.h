@@ -10,8 +10,7 @@ namespace qelmo {
 /// Whether the bytes must survive a power cut once the call has returned.
 enum class Durability { ordinary, flushedToDisk };
 
-/// Temporary files of `writeFileAtomically` are named after their target, with this and six characters
-/// behind.
+/// A temporary file of `writeFileAtomically` has its target's name, this and six characters.
 inline constexpr std::string_view temporaryMark = ".tmp-";
 
 /// Replaces the file at `path` in one step: the bytes go to a temporary file beside it that then takes its

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstddef>
 #include <span>
 #include <utility>
@@ -12,14 +15,18 @@ public:
     FileDescriptor() = default;
     explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
     FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(FileDescriptor other) noexcept {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
     ~FileDescriptor() { close(); }
 
     [[nodiscard]] int get() const noexcept { return descriptor_; }
     [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
-    void close() noexcept;
+    void close() noexcept {
+        // Not retried on EINTR: the number is free again whatever close() answers.
+        if (isOpen()) ::close(std::exchange(descriptor_, -1));
+    }
 
 private:
     int descriptor_ = -1;
@@ -27,6 +34,13 @@ private:
 
 /// Writes all of `bytes`, however often a signal interrupts it. Returns 0, or the errno value of the write
 /// that failed.
-[[nodiscard]] int writeAll(int descriptor, std::span<const std::byte> bytes) noexcept;
+[[nodiscard]] inline int writeAll(int descriptor, std::span<const std::byte> bytes) noexcept {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) bytes = bytes.subspan(static_cast<std::size_t>(written));
+        if (written < 0 && errno != EINTR) return errno;
+    }
+    return 0;
+}
 
 }  // namespace qelmo

@@ -12,8 +12,18 @@ namespace qelmo {
 /// The path up to its last "/", without it ("/" for an entry of the root folder, "." for a bare name).
 [[nodiscard]] std::string parentFolder(std::string_view path);
 
+/// True when the system would cut `path` short, so that it cannot be used.
+[[nodiscard]] bool holdsNul(std::string_view path) noexcept;
+
 /// The current user's home folder: HOME when it is an absolute path, else the user database's entry,
 /// else the empty text.
-[[nodiscard]] std::string homeFolder();
+[[nodiscard]] std::string currentHomeFolder();
+
+/// The bundle to which the executable at `executablePath` belongs: inside X/Contents/MacOS/ it is X, anywhere
+/// else the executable's own folder.
+[[nodiscard]] std::string bundleOfExecutable(std::string_view executablePath);
+
+/// The folder for resources below a bundle's root folder.
+[[nodiscard]] std::string resourceFolder(std::string_view bundleURL);
 
 }  // namespace qelmo

@@ -1,66 +1,43 @@
 #include "platform/FileReading.h"
 
-#include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
-#include <new>
-#include <string_view>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
-#include "platform/LeasedMapping.h"
-#include "platform/PopulatedBuffer.h"
+#include "platform/FilePath.h"
 #include "platform/SystemError.h"
 
 namespace qelmo {
 
 namespace {
 
-/// Below, a copy costs less than the calls of a mapping.
-constexpr std::size_t worthMappingBytes = std::size_t{1} << 20;
-
 void requireRegularFile(const struct stat& status, const std::string& path) {
     if (S_ISREG(status.st_mode)) return;
-    throwSystemError(S_ISDIR(status.st_mode) ? EISDIR : EINVAL,
-                     S_ISDIR(status.st_mode) ? "read" : "read (not a regular file)", path);
+    if (S_ISDIR(status.st_mode)) throwSystemError(EISDIR, "read", path);
+    throwSystemError(EINVAL, "read (not a regular file)", path);
 }
 
-FileDescriptor openForReading(const std::string& path) {
-    if (holdsNul(path)) throwSystemError(EINVAL, "open", path);
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) throwSystemError(errno, "open", path);
-    requireRegularFile(status, path);
-
-    int descriptor = -1;
-    do {
-        // O_NONBLOCK: a FIFO that took the file's place since the look above must not block either.
-        descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    } while (descriptor < 0 && errno == EINTR);
-    if (descriptor < 0) throwSystemError(errno, "open", path);
-    return FileDescriptor(descriptor);
-}
-
-/// Reads until `sizeBytes` have come or the file ends; returns how many came.
-std::size_t readUpTo(int descriptor, std::byte* buffer, std::size_t sizeBytes, const std::string& path) {
-    std::size_t count = 0;
-    while (count < sizeBytes) {
-        const ssize_t got = ::read(descriptor, buffer + count, sizeBytes - count);
-        if (got == 0) break;
-        if (got > 0) count += static_cast<std::size_t>(got);
-        if (got < 0 && errno != EINTR) throwSystemError(errno, "read", path);
-    }
-    return count;
-}
-
-std::shared_ptr<PopulatedBuffer> bufferFor(std::size_t sizeBytes, const std::string& path) {
-    try {
-        return std::make_shared<PopulatedBuffer>(sizeBytes);
-    } catch (const std::bad_alloc&) {
-        throwSystemError(ENOMEM, "read", path);
-    }
+/// Memory whose pages are all there from the start, as few and as large as the system gives, or none. A fresh
+/// block of 8 MiB costs some 2,000 page faults when it is first written, half as much time as its digest.
+FileBytes populatedMemory(std::size_t sizeBytes) {
+    // A large page begins at a multiple of its size.
+    constexpr std::size_t largePageBytes = std::size_t{2} << 20;
+    const std::size_t largePages = sizeBytes / largePageBytes + 1;
+    void* const start = std::aligned_alloc(largePageBytes, largePages * largePageBytes);
+    // Both are hints, which only Linux knows; otherwise pages come when they are first written.
+#ifdef MADV_HUGEPAGE
+    if (start != nullptr) (void)::madvise(start, sizeBytes, MADV_HUGEPAGE);
+#endif
+#ifdef MADV_POPULATE_WRITE
+    if (start != nullptr) (void)::madvise(start, sizeBytes, MADV_POPULATE_WRITE);
+#endif
+    return {{static_cast<std::byte*>(start), &std::free}, sizeBytes};
 }
 
 }  // namespace
@@ -69,54 +46,47 @@ bool isReadable(const std::string& path) {
     return !holdsNul(path) && ::access(path.c_str(), R_OK) == 0;
 }
 
-bool isFolder(const std::string& path) {
-    struct stat status {};
-    return !holdsNul(path) && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-bool exists(const std::string& path) {
-    struct stat status {};
-    return !holdsNul(path) && ::stat(path.c_str(), &status) == 0;
-}
-
 std::vector<std::string> namesInFolder(const std::string& path) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), ::closedir);
-    if (folder == nullptr) throwSystemError(errno, "list", path);
-
     std::vector<std::string> names;
-    for (;;) {
-        errno = 0;
-        const dirent* entry = ::readdir(folder.get());
-        if (entry == nullptr) break;
-        const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") names.emplace_back(name);
-    }
-    if (errno != 0) throwSystemError(errno, "list", path);
+    std::error_code error;
+    std::filesystem::directory_iterator entry(path, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error))
+        names.push_back(entry->path().filename());
+    if (error) throwSystemError(error.value(), "list", path);
     return names;
 }
 
-RegularFile::RegularFile(std::string path) : path_(std::move(path)), descriptor_(openForReading(path_)) {
+RegularFile::RegularFile(std::string path) : path_(std::move(path)) {
+    if (holdsNul(path_)) throwSystemError(EINVAL, "open", path_);
     struct stat status {};
-    if (::fstat(descriptor_.get(), &status) != 0) throwSystemError(errno, "open", path_);
+    if (::stat(path_.c_str(), &status) != 0) throwSystemError(errno, "open", path_);
+    requireRegularFile(status, path_);
+    do {
+        // O_NONBLOCK: a FIFO that took the file's place since the look above must not block either.
+        descriptor_ = FileDescriptor(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    } while (!descriptor_.isOpen() && errno == EINTR);
+    if (!descriptor_.isOpen() || ::fstat(descriptor_.get(), &status) != 0)
+        throwSystemError(errno, "open", path_);
     requireRegularFile(status, path_);
     sizeBytes_ = static_cast<std::uint64_t>(status.st_size);
 }
 
 FileBytes RegularFile::readAll(std::uint64_t limitBytes) {
     if (sizeBytes_ > limitBytes) throwSystemError(EFBIG, "read", path_);
-    const auto wanted = static_cast<std::size_t>(sizeBytes_);
-    if (wanted >= worthMappingBytes) {
-        if (std::shared_ptr<LeasedMapping> mapping = LeasedMapping::create(descriptor_.get(), wanted))
-            return {mapping, mapping->span()};
+    // The one byte more shows that the file has grown.
+    FileBytes bytes = populatedMemory(static_cast<std::size_t>(sizeBytes_) + 1);
+    if (bytes.start == nullptr) throwSystemError(ENOMEM, "read", path_);
+
+    std::size_t count = 0;
+    while (count < bytes.sizeBytes) {
+        const ssize_t got = ::read(descriptor_.get(), &bytes.span()[count], bytes.sizeBytes - count);
+        if (got == 0) break;
+        if (got > 0) count += static_cast<std::size_t>(got);
+        if (got < 0 && errno != EINTR) throwSystemError(errno, "read", path_);
     }
-
-    const auto buffer = bufferFor(wanted, path_);
-    const std::size_t count = readUpTo(descriptor_.get(), buffer->span().data(), wanted, path_);
-
-    std::byte beyond{};
-    if (count == wanted && readUpTo(descriptor_.get(), &beyond, 1, path_) != 0)
-        throwSystemError(EAGAIN, "read (the file is being changed)", path_);
-    return {buffer, buffer->span().first(count)};
+    if (count > sizeBytes_) throwSystemError(EAGAIN, "read (the file is being changed)", path_);
+    bytes.sizeBytes = count;
+    return bytes;
 }
 
 }  // namespace qelmo

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/FileDescriptor.h"
@@ -15,35 +15,20 @@ namespace qelmo {
 /// True when something exists at `path` that the current user may read.
 [[nodiscard]] bool isReadable(const std::string& path);
 
-/// True when `path` exists and is a folder.
-[[nodiscard]] bool isFolder(const std::string& path);
-
-/// True when something exists at `path`.
-[[nodiscard]] bool exists(const std::string& path);
-
 /// The entry names of one folder, hidden ones included, without "." and "..", in no particular order.
 /// Errors: std::system_error naming the folder.
 [[nodiscard]] std::vector<std::string> namesInFolder(const std::string& path);
 
-/// The bytes of one file, in one piece. Copies share it.
-class FileBytes {
-public:
-    /// `owner` keeps `bytes` where they are.
-    FileBytes(std::shared_ptr<const void> owner, std::span<const std::byte> bytes)
-        : owner_(std::move(owner)), bytes_(bytes) {}
+/// A file's bytes, in one block of memory.
+struct FileBytes {
+    std::unique_ptr<std::byte, decltype(&std::free)> start;
+    std::size_t sizeBytes;
 
-    [[nodiscard]] std::span<const std::byte> span() const { return bytes_; }
-
-private:
-    std::shared_ptr<const void> owner_;
-    std::span<const std::byte> bytes_;
+    [[nodiscard]] std::span<std::byte> span() const { return {start.get(), sizeBytes}; }
 };
 
-/// One regular file, opened once for reading.
-///
-/// Anything else (folder, FIFO, device) is refused before it is opened, so that nothing waits and no device
-/// notices. A large file is mapped where nobody can change it meanwhile, and copied everywhere else: a file
-/// that is cut off while it is mapped would end the program.
+/// One regular file, opened once for reading. Anything else (folder, FIFO, device) is refused before it is
+/// opened, so that nothing waits and no device notices.
 class RegularFile {
 public:
     /// Errors: std::system_error naming the file.

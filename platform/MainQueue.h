@@ -8,11 +8,10 @@ namespace qelmo {
 /// The queue through which everything reaches the main thread: first in, first out.
 ///
 /// Threads: both operations may be called from any thread; every task runs on the main thread, on its own,
-///          never inside the call that posted it. A task that opens a modal alert does not hold up the
-///          tasks behind it: they run, still in order, inside the alert's own event loop.
-/// Once the application object is gone, tasks are dropped, those that wait and those still to come.
-/// Tasks hold the objects that they work on weakly and resolve them when they run. What one of them throws
-/// ends the event loop and is thrown again behind it.
+///          never inside the call that posted it. While a task shows a modal alert, the next ones run, still
+///          in order, inside the alert's own event loop.
+/// Once the application object is gone, tasks are dropped. They hold what they work on weakly and resolve it
+/// when they run. What one of them throws ends the event loop and is thrown again after it.
 class MainQueue {
 public:
     using Task = std::function<void()>;

@@ -15,8 +15,4 @@ void throwSystemError(int error, std::string_view operation, std::string_view ob
     throw std::system_error(error, std::generic_category(), std::string(operation) + " " + shown);
 }
 
-bool holdsNul(std::string_view path) noexcept {
-    return path.find('\0') != std::string_view::npos;
-}
-
 }  // namespace qelmo

@@ -10,7 +10,4 @@ namespace qelmo {
 /// (ill-formed UTF-8, control characters) is replaced before it goes into the message.
 [[noreturn]] void throwSystemError(int error, std::string_view operation, std::string_view object);
 
-/// True when `path` cannot be handed to the system as it stands, because the system would cut it short.
-[[nodiscard]] bool holdsNul(std::string_view path) noexcept;
-
 }  // namespace qelmo

@@ -3,32 +3,17 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <span>
 
 #include "platform/FileDescriptor.h"
 #include "platform/SystemError.h"
 
-extern char** environ;
-
 namespace qelmo {
 
-bool hasProcessArgument(std::string_view argument) {
-    const auto arguments = processArguments();
-    return std::find(arguments.begin(), arguments.end(), argument) != arguments.end();
-}
-
-std::vector<std::string> processEnvironment() {
-    std::vector<std::string> entries;
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) entries.emplace_back(*entry);
-    return entries;
-}
-
-void normalizeProcess() {
+void undoInheritedRestrictions() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        // The wrong way round on purpose: reading a stream that was closed, or writing to it, goes on
-        // failing.
+        // The wrong way round on purpose: a stream that was closed goes on failing.
         if (::fcntl(stream, F_GETFD) < 0)
             (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }

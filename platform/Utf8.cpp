@@ -58,28 +58,29 @@ bool endsOrTurnsALine(std::string_view character) {
            (character >= "\u2066" && character <= "\u2069");
 }
 
-}  // namespace
-
-std::string decodedUtf8(std::string_view bytes) {
+/// The characters of `bytes`, as `shown` turns each of them; what is ill-formed is U+FFFD.
+template <typename Shown>
+std::string textOf(std::string_view bytes, Shown shown) {
     std::string text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {
         const Step step = sequenceAt(bytes);
-        text += step.wellFormed ? bytes.substr(0, step.length) : std::string_view("\uFFFD");
+        text += shown(step.wellFormed ? bytes.substr(0, step.length) : std::string_view("\uFFFD"));
         bytes.remove_prefix(step.length);
     }
     return text;
 }
 
+}  // namespace
+
+std::string decodedUtf8(std::string_view bytes) {
+    return textOf(bytes, [](std::string_view character) { return character; });
+}
+
 std::string shownOnOneLine(std::string_view bytes) {
-    const std::string text = decodedUtf8(bytes);
-    std::string line;
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::string_view character = rest.substr(0, sequenceAt(rest).length);
-        line += endsOrTurnsALine(character) ? std::string_view("?") : character;
-        rest.remove_prefix(character.size());
-    }
-    return line;
+    return textOf(bytes, [](std::string_view character) {
+        return endsOrTurnsALine(character) ? std::string_view("?") : character;
+    });
 }
 
 }  // namespace qelmo

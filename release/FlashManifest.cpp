@@ -12,39 +12,29 @@ namespace {
 using nlohmann::json;
 
 std::string kindOf(const json& value) {
-    switch (value.type()) {
-        case json::value_t::null:
-            return "null";
-        case json::value_t::object:
-            return "an object";
-        case json::value_t::array:
-            return "an array";
-        case json::value_t::string:
-            return "a string";
-        case json::value_t::boolean:
-            return "a boolean";
-        case json::value_t::number_float:
-            return "a number that is not a 64-bit integer";
-        default:
-            return "an integer";
-    }
+    // In the order of json::value_t.
+    constexpr auto kinds =
+        std::to_array<const char*>({"null", "an object", "an array", "a string", "a boolean", "an integer",
+                                    "an integer", "a number that is not a 64-bit integer"});
+    return kinds.at(static_cast<std::size_t>(value.type()));
 }
 
-/// One JSON object whose fields are read by key; every read is required and strict.
+/// One record's JSON object, whose fields are read by key; every read is required and strict.
+template <typename Record>
 class KeyedContainer {
+    using Key = typename Record::CodingKeys;
+
 public:
     KeyedContainer(const json& value, std::string path) : value_(value), path_(std::move(path)) {
         if (!value_.is_object()) fail(path_, "an object", value_);
     }
 
-    template <typename Key>
     std::string text(Key key) const {
         const json& field = required(key);
         if (!field.is_string()) fail(pathOf(key), "a string", field);
         return field.get<std::string>();
     }
 
-    template <typename Key>
     std::int64_t integer(Key key) const {
         const json& field = required(key);
         if (!field.is_number_integer()) fail(pathOf(key), "an integer", field);
@@ -54,28 +44,25 @@ public:
         return field.get<std::int64_t>();
     }
 
-    template <typename Key>
     bool boolean(Key key) const {
         const json& field = required(key);
         if (!field.is_boolean()) fail(pathOf(key), "a boolean", field);
         return field.get<bool>();
     }
 
-    template <typename Key>
-    KeyedContainer nested(Key key) const {
+    template <typename Inner>
+    KeyedContainer<Inner> nested(Key key) const {
         return {required(key), pathOf(key)};
     }
 
 private:
-    template <typename Key>
     std::string pathOf(Key key) const {
-        const std::string name(keyText(key));
+        const std::string name(keyText<Record>(key));
         return path_.empty() ? name : path_ + "." + name;
     }
 
-    template <typename Key>
     const json& required(Key key) const {
-        const auto field = value_.find(keyText(key));
+        const auto field = value_.find(keyText<Record>(key));
         if (field == value_.end()) throw ManifestDecodingError(pathOf(key) + ": the key is missing");
         return *field;
     }
@@ -112,14 +99,14 @@ json parse(std::span<const std::byte> bytes) {
     }
 }
 
-FlashManifest::Binary decodeBinary(const KeyedContainer& container) {
+FlashManifest::Binary decodeBinary(const KeyedContainer<FlashManifest::Binary>& container) {
     using Key = FlashManifest::Binary::CodingKeys;
     // Braced initialisers are evaluated from left to right: the first bad field is the one reported.
     return {container.text(Key::path), container.integer(Key::offset), container.integer(Key::size),
             container.text(Key::sha256)};
 }
 
-FlashManifest::Flash decodeFlash(const KeyedContainer& container) {
+FlashManifest::Flash decodeFlash(const KeyedContainer<FlashManifest::Flash>& container) {
     using Key = FlashManifest::Flash::CodingKeys;
     return {container.integer(Key::baud),
             container.text(Key::flashSize),
@@ -133,16 +120,16 @@ FlashManifest::Flash decodeFlash(const KeyedContainer& container) {
 }  // namespace
 
 FlashManifest FlashManifest::decode(std::span<const std::byte> bytes) {
-    using Key = FlashManifest::CodingKeys;
+    using Key = CodingKeys;
     const json document = parse(bytes);
-    const KeyedContainer container(document, {});
+    const KeyedContainer<FlashManifest> container(document, {});
     return {container.integer(Key::schemaVersion),
             container.text(Key::name),
             container.text(Key::version),
             container.text(Key::chipFamily),
             container.text(Key::hardware),
-            decodeBinary(container.nested(Key::binary)),
-            decodeFlash(container.nested(Key::flash))};
+            decodeBinary(container.nested<Binary>(Key::binary)),
+            decodeFlash(container.nested<Flash>(Key::flash))};
 }
 
 }  // namespace qelmo

@@ -1,14 +1,14 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-
-#include "release/CodingKey.h"
 
 namespace qelmo {
 
@@ -18,14 +18,14 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The decoded flash manifest: says what the image is, where it goes and how the flash chip is driven.
-///
-/// Plain values, immutable once decoded. Every field is required. Nothing is judged here beyond its JSON
-/// type.
+/// The decoded flash manifest: what the image is, where it goes and how the flash chip is driven. Every field
+/// is required. Nothing is judged here beyond its JSON type.
 struct FlashManifest {
     /// The image file and where it goes.
     struct Binary {
         enum class CodingKeys { path, offset, size, sha256 };
+        static constexpr auto keyTexts =
+            std::to_array<std::string_view>({"path", "offset", "size", "sha256"});
 
         const std::string path;     ///< file name, relative to the resource folder
         const std::int64_t offset;  ///< flash address, in bytes
@@ -44,6 +44,9 @@ struct FlashManifest {
             after,
             confirmationText
         };
+        static constexpr auto keyTexts =
+            std::to_array<std::string_view>({"baud", "flashSize", "flashMode", "flashFrequency",
+                                             "eraseAllInternalFlash", "after", "confirmationText"});
 
         const std::int64_t baud;
         const std::string flashSize;
@@ -55,6 +58,8 @@ struct FlashManifest {
     };
 
     enum class CodingKeys { schemaVersion, name, version, chipFamily, hardware, binary, flash };
+    static constexpr auto keyTexts = std::to_array<std::string_view>(
+        {"schemaVersion", "name", "version", "chipFamily", "hardware", "binary", "flash"});
 
     const std::int64_t schemaVersion;
     const std::string name;
@@ -70,25 +75,18 @@ struct FlashManifest {
     [[nodiscard]] static FlashManifest decode(std::span<const std::byte> bytes);
 };
 
-template <>
-inline constexpr std::array codingKeyTexts<FlashManifest::CodingKeys>{
-    std::string_view("schemaVersion"), std::string_view("name"),     std::string_view("version"),
-    std::string_view("chipFamily"),    std::string_view("hardware"), std::string_view("binary"),
-    std::string_view("flash")};
+/// The key as it stands in the JSON text.
+template <typename Record>
+[[nodiscard]] constexpr std::string_view keyText(typename Record::CodingKeys key) {
+    return Record::keyTexts.at(static_cast<std::size_t>(key));
+}
 
-template <>
-inline constexpr std::array codingKeyTexts<FlashManifest::Binary::CodingKeys>{
-    std::string_view("path"), std::string_view("offset"), std::string_view("size"),
-    std::string_view("sha256")};
-
-template <>
-inline constexpr std::array codingKeyTexts<FlashManifest::Flash::CodingKeys>{
-    std::string_view("baud"),
-    std::string_view("flashSize"),
-    std::string_view("flashMode"),
-    std::string_view("flashFrequency"),
-    std::string_view("eraseAllInternalFlash"),
-    std::string_view("after"),
-    std::string_view("confirmationText")};
+/// The key whose text is exactly `text`, or nothing. There is no look-up by number.
+template <typename Record>
+[[nodiscard]] constexpr std::optional<typename Record::CodingKeys> codingKey(std::string_view text) {
+    const auto found = std::find(Record::keyTexts.begin(), Record::keyTexts.end(), text);
+    if (found == Record::keyTexts.end()) return std::nullopt;
+    return static_cast<typename Record::CodingKeys>(found - Record::keyTexts.begin());
+}
 
 }  // namespace qelmo

@@ -11,7 +11,6 @@ class FlasherFailure : public std::exception {
 public:
     explicit FlasherFailure(std::string text) : message(std::move(text)) {}
 
-    [[nodiscard]] const std::string& errorDescription() const noexcept { return message; }
     [[nodiscard]] const char* what() const noexcept override { return message.c_str(); }
 
     const std::string message;
@@ -19,6 +18,9 @@ public:
 
 /// The text that a user is shown for any error: a FlasherFailure's whole message (it may hold a NUL, at which
 /// what() would end), any other error's what().
-[[nodiscard]] std::string errorDescription(const std::exception& error);
+[[nodiscard]] inline std::string errorDescription(const std::exception& error) {
+    const auto* const failure = dynamic_cast<const FlasherFailure*>(&error);
+    return failure == nullptr ? error.what() : failure->message;
+}
 
 }  // namespace qelmo

@@ -1,16 +1,18 @@
 #include "release/FlasherResources.h"
 
-#include <cstdint>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "platform/FilePath.h"
 #include "platform/FileReading.h"
-#include "platform/MainBundle.h"
 #include "platform/Sha256.h"
 #include "release/FlasherFailure.h"
 
 namespace qelmo {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -22,16 +24,6 @@ constexpr std::byte imageMagic{0xE9};
 constexpr std::uint64_t imageLimitBytes = 256ULL << 20;
 
 constexpr std::string_view esptoolBelowHome = ".platformio/packages/tool-esptoolpy/esptool.py";
-
-std::string lowerCaseHex(std::span<const std::byte> bytes) {
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (const std::byte value : bytes) {
-        text += digits[std::to_integer<std::size_t>(value >> 4)];
-        text += digits[std::to_integer<std::size_t>(value & std::byte{0xF})];
-    }
-    return text;
-}
 
 std::string lowerCaseAscii(std::string text) {
     for (char& unit : text) {
@@ -45,24 +37,6 @@ void requireImageLength(std::uint64_t sizeBytes, const FlashManifest& manifest) 
         throw FlasherFailure("The embedded firmware size does not match its manifest.");
 }
 
-bool isCompleteImage(std::span<const std::byte> image) {
-    return image.size() > applicationOffset && image[0] == imageMagic &&
-           image[applicationOffset] == imageMagic;
-}
-
-FlashManifest readManifest(const std::string& folder) {
-    const std::string path = joinedPath(folder, manifestFileName);
-    if (!isReadable(path)) throw FlasherFailure("The embedded flash manifest is missing.");
-    return FlashManifest::decode(RegularFile(path).readAll(manifestLimitBytes).span());
-}
-
-std::string verifiedFileDigest(const std::string& path, const FlashManifest& manifest) {
-    RegularFile file(path);
-    // A file of the wrong length is refused without being read.
-    requireImageLength(file.sizeBytes(), manifest);
-    return verifiedImageDigest(file.readAll(imageLimitBytes).span(), manifest);
-}
-
 }  // namespace
 
 FlasherResources::FlasherResources(FlashManifest checked, std::string firmware, std::string esptool,
@@ -72,19 +46,27 @@ FlasherResources::FlasherResources(FlashManifest checked, std::string firmware, 
       esptoolURL(std::move(esptool)),
       checksum(std::move(digest)) {}
 
-FlasherResources FlasherResources::load(const std::string& bundleURL) {
+FlasherResources FlasherResources::load(const std::string& bundleURL, const std::string& homeFolder) {
     const std::string folder = resourceFolder(bundleURL);
-    const FlashManifest manifest = readManifest(folder);
+    const std::string manifestFile = joinedPath(folder, manifestFileName);
+    if (!isReadable(manifestFile)) throw FlasherFailure("The embedded flash manifest is missing.");
+    const FlashManifest manifest =
+        FlashManifest::decode(RegularFile(manifestFile).readAll(manifestLimitBytes).span());
     requireSupportedRelease(manifest);
 
     // Only after the manifest was read from inside it: a missing folder is reported as a missing manifest.
-    if (!isFolder(folder)) throw FlasherFailure("The application resource folder is missing.");
+    std::error_code ignored;
+    if (!fs::is_directory(folder, ignored))
+        throw FlasherFailure("The application resource folder is missing.");
 
     const std::string firmware = joinedPath(folder, manifest.binary.path);
-    const std::string digest = verifiedFileDigest(firmware, manifest);
+    RegularFile image(firmware);
+    // A file of the wrong length is refused without being read.
+    requireImageLength(image.sizeBytes(), manifest);
+    const std::string digest = verifiedImageDigest(image.readAll(imageLimitBytes).span(), manifest);
 
     // Last on purpose: every fault of the release itself outranks a missing tool.
-    const std::string esptool = joinedPath(homeFolder(), esptoolBelowHome);
+    const std::string esptool = joinedPath(homeFolder, esptoolBelowHome);
     if (!isReadable(esptool))
         throw FlasherFailure("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
 
@@ -104,7 +86,7 @@ void requireSupportedRelease(const FlashManifest& manifest) {
 
 std::string verifiedImageDigest(std::span<const std::byte> image, const FlashManifest& manifest) {
     requireImageLength(image.size(), manifest);
-    if (!isCompleteImage(image))
+    if (image.size() <= applicationOffset || image[0] != imageMagic || image[applicationOffset] != imageMagic)
         throw FlasherFailure("The embedded file is not a complete QELMO firmware image.");
     std::string digest = imageDigest(image);
     if (digest != lowerCaseAscii(manifest.binary.sha256))
@@ -113,7 +95,20 @@ std::string verifiedImageDigest(std::span<const std::byte> image, const FlashMan
 }
 
 std::string imageDigest(std::span<const std::byte> image) {
-    return lowerCaseHex(sha256(image));
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const std::byte value : sha256(image)) {
+        text += digits[std::to_integer<std::size_t>(value >> 4)];
+        text += digits[std::to_integer<std::size_t>(value & std::byte{0xF})];
+    }
+    return text;
+}
+
+std::optional<std::string> applicationIconURL(const std::string& bundleURL) {
+    std::string path = joinedPath(resourceFolder(bundleURL), "AppIcon.icns");
+    std::error_code ignored;
+    if (!fs::exists(path, ignored)) return std::nullopt;
+    return path;
 }
 
 }  // namespace qelmo

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -27,12 +28,13 @@ inline constexpr const char* supportedFlashMode = "dio";
 class FlasherResources {
 public:
     /// Reads and checks the release inside the bundle folder `bundleURL` (the one that contains "Contents"),
-    /// and finds the flashing tool in the user's home folder. Nothing is kept between calls.
+    /// and finds the flashing tool below `homeFolder`. Nothing is kept between calls. A file that changes
+    /// while it is read is refused.
     ///
     /// Threads: callable from any thread.
     /// Errors:  the first fault in the order of the checks: FlasherFailure with the sentence for the user,
     ///          std::system_error of the file layer, ManifestDecodingError.
-    [[nodiscard]] static FlasherResources load(const std::string& bundleURL);
+    [[nodiscard]] static FlasherResources load(const std::string& bundleURL, const std::string& homeFolder);
 
     const FlashManifest manifest;
     const std::string firmwareURL;  ///< path of the image file
@@ -54,5 +56,8 @@ void requireSupportedRelease(const FlashManifest& manifest);
 
 /// The digest of an image as 64 lower-case hexadecimal digits.
 [[nodiscard]] std::string imageDigest(std::span<const std::byte> image);
+
+/// The path of the application's icon file in the bundle, when it exists. It is not opened.
+[[nodiscard]] std::optional<std::string> applicationIconURL(const std::string& bundleURL);
 
 }  // namespace qelmo

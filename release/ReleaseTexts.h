@@ -18,11 +18,12 @@ struct PreviousRelease {
 /// The release panel's two lines: which release is loaded.
 [[nodiscard]] std::string releaseSummary(const FlasherResources& release);
 
-/// The release panel's text when validation failed.
-[[nodiscard]] std::string releaseFailureSummary(const std::string& description);
-
 /// The lines that a successful validation writes to the log.
 [[nodiscard]] std::vector<std::string> validationReport(const FlasherResources& release, bool userInitiated,
                                                         const PreviousRelease& previous);
+
+/// The flash button's title: "FLASH VERIFIED", followed by the words of the manifest's `confirmationText`
+/// without white space at their ends and without a leading "FLASH ". Nothing is case-folded.
+[[nodiscard]] std::string verifiedFlashButtonTitle(const FlashManifest& manifest);
 
 }  // namespace qelmo

@@ -12,7 +12,7 @@ public:
     using Action = void (AppDelegate::*)();
 
     /// `target` must outlive the button.
-    ActionButton(const QString& initialTitle, AppDelegate& target, Action sentAction, QWidget* parent);
+    ActionButton(AppDelegate& target, Action sentAction, QWidget* parent);
 
     /// The title as it stands: an ampersand is an ampersand, not a shortcut.
     [[nodiscard]] QString title() const { return title_; }
@@ -21,8 +21,7 @@ public:
     [[nodiscard]] Action action() const { return action_; }
 
 protected:
-    void keyPressEvent(QKeyEvent* event) override;
-    void keyReleaseEvent(QKeyEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     QString title_;

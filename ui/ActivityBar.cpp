@@ -5,36 +5,26 @@
 
 namespace qelmo {
 
-namespace {
-
 constexpr int frameMilliseconds = 40;
 constexpr int stepsThere = 40;
 constexpr int grooveHeight = 6;
-
-}  // namespace
 
 ActivityBar::ActivityBar(const QColor& groove, const QColor& block, QWidget* parent)
     : QProgressBar(parent), groove_(groove), block_(block) {
     setRange(0, 0);
     setTextVisible(false);
-    describe();
+    setAccessibleDescription(QStringLiteral("Idle"));
 }
 
-void ActivityBar::startAnimation() {
+void ActivityBar::setAnimating(bool wanted) {
+    if (wanted == isAnimating()) return;
     step_ = 0;
-    timer_.start(frameMilliseconds, this);
-    describe();
+    if (wanted)
+        timer_.start(frameMilliseconds, this);
+    else
+        timer_.stop();
+    setAccessibleDescription(wanted ? QStringLiteral("Busy") : QStringLiteral("Idle"));
     update();
-}
-
-void ActivityBar::stopAnimation() {
-    timer_.stop();
-    describe();
-    update();
-}
-
-void ActivityBar::describe() {
-    setAccessibleDescription(isAnimating() ? QStringLiteral("Busy") : QStringLiteral("Idle"));
 }
 
 void ActivityBar::paintEvent(QPaintEvent* /*event*/) {

@@ -5,16 +5,14 @@
 
 namespace qelmo {
 
-/// An indeterminate progress bar that is visible and still while it is stopped.
-///
-/// It paints itself: a toolkit style would animate for ever once it had been started, and would show nothing
-/// while stopped.
+/// An indeterminate progress bar that is visible and still while it is stopped. It paints itself: a toolkit
+/// style would animate for ever once it had been started, and would show nothing while stopped.
 class ActivityBar : public QProgressBar {
 public:
     ActivityBar(const QColor& groove, const QColor& block, QWidget* parent);
 
-    void startAnimation();
-    void stopAnimation();
+    /// Starts from the beginning, or stops; does nothing when it already is so.
+    void setAnimating(bool wanted);
     [[nodiscard]] bool isAnimating() const { return timer_.isActive(); }
 
 protected:
@@ -22,9 +20,6 @@ protected:
     void timerEvent(QTimerEvent* event) override;
 
 private:
-    /// For those who do not see the animation.
-    void describe();
-
     const QColor groove_;
     const QColor block_;
     QBasicTimer timer_;

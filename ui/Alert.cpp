@@ -8,8 +8,8 @@
 #include <QScreen>
 #include <algorithm>
 
-#include "ui/MonospacedFont.h"
-#include "ui/ShownLines.h"
+#include "ui/Look.h"
+#include "ui/TextLabel.h"
 
 namespace qelmo {
 

@@ -3,6 +3,7 @@
 #include <QComboBox>
 #include <QScopedValueRollback>
 #include <QWidget>
+#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -10,16 +11,13 @@
 #include "flashing/FlashCommand.h"
 #include "flashing/FlashTexts.h"
 #include "flashing/PortClaim.h"
-#include "flashing/ToolProcess.h"
-#include "platform/MainBundle.h"
-#include "release/FlashButtonTitle.h"
+#include "flashing/ToolProcessSetUp.h"
 #include "release/FlasherFailure.h"
 #include "release/ReleaseTexts.h"
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
 #include "ui/Alert.h"
-#include "ui/ApplicationIcon.h"
-#include "ui/Colour.h"
+#include "ui/DesktopLook.h"
 #include "ui/LogTextView.h"
 #include "ui/TextLabel.h"
 #include "ui/WindowLayout.h"
@@ -28,30 +26,24 @@ namespace qelmo {
 
 namespace {
 
-void requireUnchangedRelease(const FlasherResources& validated) {
-    if (FlasherResources::load(MainBundle::bundleURL()).checksum != validated.checksum)
-        throw FlasherFailure(FlashTexts::releaseChanged);
+FlasherResources embeddedRelease(const LaunchContext& context) {
+    return FlasherResources::load(context.bundleURL, context.homeFolder);
 }
 
 }  // namespace
 
-AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue, std::vector<std::string> startedWith)
-    : background(Palette::background()),
-      panel(Palette::panel()),
-      foreground(Palette::foreground()),
-      muted(Palette::muted()),
-      accent(Palette::accent()),
-      warning(Palette::warning()),
-      danger(Palette::danger()),
-      environment(std::move(startedWith)),
-      mainQueue_(std::move(mainQueue)) {}
+AppDelegate::AppDelegate(std::shared_ptr<MainQueue> mainQueue, LaunchContext launchContext,
+                         WindowCheck windowCheck)
+    : context(std::move(launchContext)),
+      mainQueue_(std::move(mainQueue)),
+      windowCheck_(std::move(windowCheck)) {}
 
 AppDelegate::~AppDelegate() = default;
 
 // Start-up ------------------------------------------------------------------------------------------------
 
 void AppDelegate::applicationDidFinishLaunching() {
-    setApplicationIcon(MainBundle::urlForApplicationIcon());
+    setApplicationIcon(applicationIconURL(context.bundleURL));
     buildWindow();
     window->show();
     window->raise();
@@ -62,6 +54,13 @@ void AppDelegate::applicationDidFinishLaunching() {
 
 void AppDelegate::buildWindow() {
     buildWindowLayout(*this);
+    show({});
+}
+
+void AppDelegate::runWindowSelfTestIfRequested() {
+    if (!context.hasArgument("--window-self-test")) return;
+    mainQueue_->postAfter(std::chrono::milliseconds(250),
+                          [weak = weak_from_this(), check = windowCheck_] { check(weak.lock()); });
 }
 
 // The embedded release ------------------------------------------------------------------------------------
@@ -75,37 +74,29 @@ void AppDelegate::validateReleaseAndRefresh(bool userInitiated) {
     PreviousRelease previous;
     if (resources) previous = {resources->manifest.version, resources->checksum};
     try {
-        resources.emplace(FlasherResources::load(MainBundle::bundleURL()));
+        resources.emplace(embeddedRelease(context));
     } catch (const std::exception& error) {
-        showReleaseFailure(errorDescription(error));
+        const std::string description = errorDescription(error);
+        resources.reset();
+        show(state_.withRefusedRelease(description));
+        appendLog("STOP: " + description, true);
         return;
     }
-    releaseLabel->setText(QString::fromStdString(releaseSummary(*resources)));
-    flashButton->setTitle(QString::fromStdString(verifiedFlashButtonTitle(resources->manifest)));
+    state_ = state_.withRelease(*resources);
     for (const std::string& line : validationReport(*resources, userInitiated, previous))
         appendLog(line, true);
     refreshPorts();
-}
-
-void AppDelegate::showReleaseFailure(const std::string& description) {
-    resources.reset();
-    releaseLabel->setText(QString::fromStdString(releaseFailureSummary(description)));
-    setStatus("NOT READY", danger);
-    appendLog("STOP: " + description, true);
-    flashButton->setEnabled(false);
 }
 
 // The boot ports ------------------------------------------------------------------------------------------
 
 void AppDelegate::refreshPorts() {
     if (flashProcess) return;
-    ports = listBootPorts();
+    ports = listBootPorts(context.deviceFolder);
     portPopup->clear();
     if (ports.empty()) portPopup->addItem(QString::fromUtf8(noBootPortTitle));
     for (const std::string& port : ports) portPopup->addItem(QString::fromStdString(port));
-    portPopup->setEnabled(!ports.empty());
-    flashButton->setEnabled(!ports.empty() && resources.has_value());
-    setStatus(bootPortStatus(ports.size()).c_str(), ports.empty() ? warning : accent);
+    show(state_.withPorts(ports.size(), resources.has_value()));
     appendLog(bootPortReport(ports.size()), true);
 }
 
@@ -123,7 +114,8 @@ void AppDelegate::flashDevice() {
     // The alerts below run the event loop, in which the last other owner may let go.
     const auto self = shared_from_this();
     try {
-        requireUnchangedRelease(release);
+        if (embeddedRelease(context).checksum != release.checksum)
+            throw FlasherFailure(FlashTexts::releaseChanged);
     } catch (const std::exception& error) {
         showError(errorDescription(error));
         return;
@@ -145,44 +137,30 @@ bool AppDelegate::confirmsFlash(const FlasherResources& release, const std::stri
 void AppDelegate::startFlashJob(const FlasherResources& release, const std::string& port) {
     const Weak weak = weak_from_this();
     flashProcess = setUpToolProcess(
-        {pythonPath, flashArguments(release, port), environment}, mainQueue_,
+        flashCommand(context, release, port), mainQueue_,
         {[weak, queue = mainQueue_](std::string text) { postLog(*queue, weak, std::move(text), false); },
          [weak, release](const std::shared_ptr<ChildProcess>& process) {
              if (const auto delegate = weak.lock()) delegate->completeFlashJob(*process, release);
          }});
 
     focusBeforeJob_ = window->focusWidget();
-    flashButton->setEnabled(false);
-    refreshButton->setEnabled(false);
-    portPopup->setEnabled(false);
-    progress->startAnimation();
-    setStatus(FlashTexts::runningStatus, warning);
+    show(state_.flashing());
     appendLog(FlashTexts::startLine(port), true);
 
     try {
         flashProcess->holdUntilExit(claimPort(port));
-        flashProcess->launchSupervised();
+        flashProcess->launch();
     } catch (const std::exception& error) {
-        showLaunchFailure(errorDescription(error));
+        flashProcess->clearOutputHandler();
+        endFlashJob(state_.launchFailed());
+        showError(errorDescription(error));
     }
 }
 
-void AppDelegate::showLaunchFailure(const std::string& description) {
-    flashProcess->clearOutputHandler();
-    setControlsEnabledAfterJob();
-    flashButton->setEnabled(true);
-    returnFocusAfterJob();
-    setStatus(FlashTexts::launchFailedStatus, danger);
-    showError(description);
-}
-
 void AppDelegate::completeFlashJob(const ChildProcess& process, const FlasherResources& release) {
-    setControlsEnabledAfterJob();
     const bool succeeded = process.terminationStatus() == 0;
-    setStatus(succeeded ? FlashTexts::completeStatus : FlashTexts::failedStatus, succeeded ? accent : danger);
+    endFlashJob(state_.flashed(succeeded));
     appendLog(succeeded ? FlashTexts::completeLine : FlashTexts::failedLine, true);
-    flashButton->setEnabled(true);
-    returnFocusAfterJob();
     if (!succeeded) return;
     runAlert({Alert::Style::informational,
               FlashTexts::successMessage,
@@ -190,15 +168,10 @@ void AppDelegate::completeFlashJob(const ChildProcess& process, const FlasherRes
               {FlashTexts::successButton}});
 }
 
-void AppDelegate::setControlsEnabledAfterJob() {
+void AppDelegate::endFlashJob(const WindowState& next) {
     flashProcess.reset();
-    progress->stopAnimation();
-    refreshButton->setEnabled(true);
-    portPopup->setEnabled(true);
-}
-
-void AppDelegate::returnFocusAfterJob() {
-    // The toolkit moves it on when the control that has it is disabled.
+    show(next);
+    // The toolkit moves the focus on when the control that has it is disabled.
     if (focusBeforeJob_ != nullptr) focusBeforeJob_->setFocus();
 }
 
@@ -209,7 +182,8 @@ void AppDelegate::appendLog(std::string text, bool addNewline) {
 }
 
 void AppDelegate::postLog(MainQueue& queue, Weak delegate, std::string text, bool addNewline) {
-    queue.post([delegate = std::move(delegate), text = logText(std::move(text), addNewline)] {
+    if (addNewline && !text.ends_with('\n')) text += '\n';
+    queue.post([delegate = std::move(delegate), text = std::move(text)] {
         if (const auto existing = delegate.lock()) existing->logTextView->append(text);
     });
 }
@@ -218,9 +192,21 @@ void AppDelegate::showError(const std::string& message) {
     runAlert({Alert::Style::critical, "QELMO Flasher stopped", message, {"OK"}});
 }
 
-void AppDelegate::setStatus(const char* text, const QColor& colour) {
-    statusLabel->setText(QString::fromUtf8(text));
-    statusLabel->setColour(colour);
+void AppDelegate::show(const WindowState& next) {
+    state_ = next;
+    releaseLabel->setText(QString::fromStdString(next.release));
+    statusLabel->setText(QString::fromStdString(next.status));
+    statusLabel->setColour(colourOf(next.statusColour));
+    flashButton->setTitle(QString::fromStdString(next.flashTitle));
+    flashButton->setEnabled(next.canFlash);
+    refreshButton->setEnabled(next.canRefresh);
+    portPopup->setEnabled(next.canChoosePort);
+    progress->setAnimating(next.isBusy);
+}
+
+const QColor& AppDelegate::colourOf(WindowState::Colour colour) const {
+    if (colour == WindowState::Colour::accent) return accent;
+    return colour == WindowState::Colour::warning ? warning : danger;
 }
 
 int AppDelegate::runAlert(const Alert& alert) {

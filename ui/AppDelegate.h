@@ -1,15 +1,18 @@
 #pragma once
 
-#include <QColor>
 #include <QObject>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "flashing/WindowState.h"
 #include "platform/ChildProcess.h"
+#include "platform/LaunchContext.h"
 #include "platform/MainQueue.h"
 #include "release/FlasherResources.h"
+#include "ui/Look.h"
 
 class QComboBox;
 class QWidget;
@@ -22,26 +25,27 @@ struct Alert;
 class LogTextView;
 class TextLabel;
 
-/// Owns the one window, the release that was validated last and the flash process that is running. Every
-/// action of the window is an operation of this class; what can be decided without a widget is decided in the
-/// rooms below.
+/// Owns the one window, the release that was validated last and the running flash process. Every action of
+/// the window is an operation of this class; what needs no widget is decided in the rooms below.
 ///
 /// Threads: all fields and operations are the main thread's, except `appendLog`. Background threads hold the
 ///          delegate weakly and never resolve that reference themselves: only tasks of the main queue do.
 /// Ownership: create it with std::make_shared; the windowed start holds it for the life of the event loop.
 class AppDelegate : public QObject, public std::enable_shared_from_this<AppDelegate> {
 public:
-    AppDelegate(std::shared_ptr<MainQueue> mainQueue, std::vector<std::string> startedWith);
+    /// Checks the live window and ends the process; the delegate may be gone.
+    using WindowCheck = std::function<void(const std::shared_ptr<AppDelegate>& delegate)>;
+
+    AppDelegate(std::shared_ptr<MainQueue> mainQueue, LaunchContext context, WindowCheck windowCheck);
     ~AppDelegate() override;
 
-    // The palette of the window.
-    const QColor background;
-    const QColor panel;
-    const QColor foreground;
-    const QColor muted;
-    const QColor accent;
-    const QColor warning;
-    const QColor danger;
+    const QColor background = Palette::background();
+    const QColor panel = Palette::panel();
+    const QColor foreground = Palette::foreground();
+    const QColor muted = Palette::muted();
+    const QColor accent = Palette::accent();
+    const QColor warning = Palette::warning();
+    const QColor danger = Palette::danger();
 
     // The window and its controls: empty until `buildWindow`, then there for the life of the delegate. The
     // controls belong to the window.
@@ -60,14 +64,11 @@ public:
     std::shared_ptr<ChildProcess> flashProcess;
     /// The boot ports found last, in the order of the port menu's items.
     std::vector<std::string> ports;
-    /// The environment with which the program was started; the tool gets it.
-    std::vector<std::string> environment;
+    const LaunchContext context;
 
-    // Called by the application.
     void applicationDidFinishLaunching();
     [[nodiscard]] static bool applicationShouldTerminateAfterLastWindowClosed() { return true; }
 
-    // The actions of the window's controls.
     void refreshBuildAndPorts();
     void refreshPorts();
     void flashDevice();
@@ -78,34 +79,34 @@ public:
     /// the ports. Never throws. The caller sees to it that no flash job runs.
     void validateReleaseAndRefresh(bool userInitiated);
 
-    /// Adds text to the log, later, on the main thread, in the order of the calls. The only operation that
-    /// may be called from any thread.
+    /// Adds text to the log, later, on the main thread, in the order of the calls, with a line feed at its
+    /// end if one is asked for and not there yet. The only operation that may be called from any thread.
     void appendLog(std::string text, bool addNewline);
 
-    /// Shows the alert for a failure and returns when it has been dismissed.
+    /// Returns when the alert has been dismissed.
     void showError(const std::string& message);
 
-    /// With "--window-self-test" among the process's arguments: checks the window a moment later, reports and
-    /// ends the process.
+    /// With "--window-self-test" among the arguments: runs the window's check a moment later.
     void runWindowSelfTestIfRequested();
+
+    [[nodiscard]] const WindowState& state() const { return state_; }
 
 private:
     using Weak = std::weak_ptr<AppDelegate>;
 
     static void postLog(MainQueue& queue, Weak delegate, std::string text, bool addNewline);
-    static void checkWindow(const Weak& delegate);
 
-    void showReleaseFailure(const std::string& description);
+    void show(const WindowState& next);
     [[nodiscard]] bool confirmsFlash(const FlasherResources& release, const std::string& port);
     void startFlashJob(const FlasherResources& release, const std::string& port);
-    void showLaunchFailure(const std::string& description);
     void completeFlashJob(const ChildProcess& process, const FlasherResources& release);
-    void setControlsEnabledAfterJob();
-    void returnFocusAfterJob();
-    void setStatus(const char* text, const QColor& colour);
+    void endFlashJob(const WindowState& next);
+    [[nodiscard]] const QColor& colourOf(WindowState::Colour colour) const;
     int runAlert(const Alert& alert);
 
     const std::shared_ptr<MainQueue> mainQueue_;
+    const WindowCheck windowCheck_;
+    WindowState state_;
     /// One alert is answered at a time, also when an assistive tool presses a button behind an open one.
     bool alertIsOpen_ = false;
     /// The control that had the keyboard's focus at the start of the job, or null.

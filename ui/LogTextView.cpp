@@ -10,19 +10,13 @@
 #include <QTextDocumentFragment>
 #include <algorithm>
 
-#include "ui/Colour.h"
+#include "ui/Look.h"
 
 namespace qelmo {
-
-namespace {
 
 /// The toolkit lays out a whole paragraph whenever a piece is appended to it, and some take the square of its
 /// length. So a line that is longer is kept in several paragraphs.
 constexpr int longestParagraph = 4096;
-
-constexpr int focusRingWidth = 2;
-
-}  // namespace
 
 LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& ground, int inset,
                          QWidget* parent)
@@ -111,6 +105,7 @@ bool LogTextView::event(QEvent* event) {
 void LogTextView::paintEvent(QPaintEvent* event) {
     QPlainTextEdit::paintEvent(event);
     if (!showsFocus()) return;
+    constexpr int focusRingWidth = 2;
     QPainter painter(viewport());
     painter.setPen(QPen(Palette::accent(), focusRingWidth, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
     painter.drawRect(viewport()->rect().adjusted(1, 1, -1, -1));
@@ -120,11 +115,6 @@ void LogTextView::scrollContentsBy(int dx, int dy) {
     QPlainTextEdit::scrollContentsBy(dx, dy);
     // The ring does not scroll with the text.
     if (showsFocus()) viewport()->update();
-}
-
-std::string logText(std::string text, bool addNewline) {
-    if (addNewline && !text.ends_with('\n')) text += '\n';
-    return text;
 }
 
 }  // namespace qelmo

@@ -37,7 +37,4 @@ private:
     std::vector<int> addedBreaks_;
 };
 
-/// The text of one log request: with a line feed behind it when one is asked for and not there yet.
-[[nodiscard]] std::string logText(std::string text, bool addNewline);
-
 }  // namespace qelmo

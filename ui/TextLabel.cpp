@@ -4,11 +4,49 @@
 #include <QFontMetrics>
 #include <QPainter>
 #include <QPalette>
+#include <QTextLayout>
 #include <QtMath>
 
-#include "ui/ShownLines.h"
-
 namespace qelmo {
+
+/// More than any label or alert has place for. Laying out a text whose characters combine takes the square of
+/// its length.
+constexpr qsizetype longestLaidOutText = 4096;
+
+QStringList shownLines(const QString& text, const QFont& font, int width, int maximumLines,
+                       QTextOption::WrapMode wrapMode) {
+    QString laidOut = text.left(longestLaidOutText);
+    laidOut.replace(QLatin1Char('\n'), QChar::LineSeparator);
+    QTextLayout layout(laidOut, font);
+    QTextOption option;
+    option.setWrapMode(wrapMode);
+    layout.setTextOption(option);
+
+    QStringList lines;
+    qsizetype end = 0;
+    layout.beginLayout();
+    while (lines.size() < maximumLines) {
+        QTextLine line = layout.createLine();
+        if (!line.isValid()) break;
+        line.setLineWidth(width);
+        QString shown = laidOut.mid(line.textStart(), line.textLength());
+        while (!shown.isEmpty() && shown.back().isSpace()) shown.chop(1);
+        lines.append(shown);
+        end = line.textStart() + line.textLength();
+    }
+    layout.endLayout();
+    if (end < text.size() && !lines.isEmpty())
+        lines.back() =
+            QFontMetrics(font).elidedText(lines.back() + QStringLiteral("…"), Qt::ElideRight, width);
+    return lines;
+}
+
+QString fittingText(const QString& text, const QFont& font, int width, int maximumLines) {
+    const QStringList shown = shownLines(text, font, width, maximumLines);
+    const QStringList atWords = shownLines(text, font, width, maximumLines + 1, QTextOption::WordWrap);
+    const bool isShownWhole = text.size() <= longestLaidOutText && atWords == shown;
+    return isShownWhole ? text : shown.join(QLatin1Char('\n'));
+}
 
 TextLabel::TextLabel(const QString& text, const QFont& font, const QColor& colour, QWidget* parent)
     : QLabel(parent) {

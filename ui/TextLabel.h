@@ -2,12 +2,22 @@
 
 #include <QLabel>
 #include <QStringList>
+#include <QTextOption>
 #include <limits>
 
 namespace qelmo {
 
-/// A label that shows its text as it stands: never markup, wrapped at words. A word that is wider than the
-/// label is broken.
+/// The lines in which a text is shown: none is wider than `width`, broken after a word or inside a word that
+/// is wider than a line. There are at most `maximumLines`; the last one ends in "…" when more would follow.
+/// The time it takes is bounded, whatever the text.
+[[nodiscard]] QStringList shownLines(
+    const QString& text, const QFont& font, int width, int maximumLines,
+    QTextOption::WrapMode wrapMode = QTextOption::WrapAtWordBoundaryOrAnywhere);
+
+/// The text for a label that wraps at words: itself when the label shows it whole so, else its shown lines.
+[[nodiscard]] QString fittingText(const QString& text, const QFont& font, int width, int maximumLines);
+
+/// A label that shows its text as it stands, never as markup, in its shown lines.
 class TextLabel : public QLabel {
 public:
     TextLabel(const QString& text, const QFont& font, const QColor& colour, QWidget* parent);
@@ -20,8 +30,8 @@ public:
     /// The text as it is drawn.
     [[nodiscard]] QStringList lines() const { return linesInWidth(width()); }
 
-    /// From now on an assistive tool says every new text as soon as it stands here, without being asked.
-    /// Before Qt 6.8 it only hears of the label's new name, and decides itself.
+    /// From now on an assistive tool says every new text at once, without being asked. Before Qt 6.8 it only
+    /// hears of the label's new name, and decides itself.
     void announceTexts() { announcesTexts_ = true; }
     void setText(const QString& text);
 

@@ -3,6 +3,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QKeySequence>
+#include <QPainter>
 #include <QScreen>
 #include <QShortcut>
 #include <QVBoxLayout>
@@ -14,16 +15,15 @@
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
 #include "ui/AppDelegate.h"
-#include "ui/ColouredBox.h"
 #include "ui/LogTextView.h"
-#include "ui/MonospacedFont.h"
+#include "ui/Look.h"
 #include "ui/TextLabel.h"
 
 namespace qelmo {
 
 namespace {
 
-/// All lengths of the window, in device-independent pixels.
+/// In device-independent pixels.
 namespace Length {
 constexpr int windowWidth = 720;
 constexpr int windowHeight = 650;
@@ -65,8 +65,7 @@ public:
 
     void build() {
         buildWindow();
-        addTitles();
-        addAccentRule();
+        addHeading();
         addReleasePanel();
         addPortRow();
         addBootModeHint();
@@ -80,20 +79,140 @@ public:
     }
 
 private:
-    void buildWindow();
-    void addTitles();
-    void addAccentRule();
-    void addReleasePanel();
-    void addPortRow();
-    void addBootModeHint();
-    void addActionRow();
-    void addLog();
-    void addFlashButton();
-    void addFooter();
-    void orderKeyboardFocus();
-    void placeWholeWidgets();
+    void buildWindow() {
+        delegate_.window = std::make_unique<QWidget>(
+            nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
+                         Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
+        QWidget& window = *delegate_.window;
+        window.setWindowTitle(QStringLiteral("QELMO Varnox Flasher"));
+        window.setFixedSize(Length::windowWidth, Length::windowHeight);
+        window.move(windowPosition(window.screen()->geometry(), window.screen()->availableGeometry()));
 
-    QWidget* parent() { return delegate_.window.get(); }
+        QPalette colours = window.palette();
+        colours.setColor(QPalette::Window, delegate_.background);
+        window.setPalette(colours);
+
+#ifndef Q_OS_MACOS  // There the application's menu has it.
+        auto* const quit = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q), &window);
+        QObject::connect(quit, &QShortcut::activated, &window, &QWidget::close);
+#endif
+
+        column_ = new QVBoxLayout(&window);
+        column_->setContentsMargins(Length::columnSideInset, Length::columnEndInset, Length::columnSideInset,
+                                    Length::columnEndInset);
+        column_->setSpacing(Length::columnSpacing);
+    }
+
+    void addHeading() {
+        column_->addWidget(label("QELMO // FLASH", 29, QFont::Bold, delegate_.foreground));
+        column_->addWidget(
+            label("VARNOX  •  CARDPUTER ADV  •  COMPLETE 0x0 IMAGE", 12, QFont::DemiBold, delegate_.accent));
+        auto* const rule = new ColouredBox(delegate_.accent, 0, parent());
+        rule->setFixedHeight(Length::ruleHeight);
+        column_->addWidget(rule);
+    }
+
+    void addReleasePanel() {
+        auto* const panel = new ColouredBox(delegate_.panel, Length::panelCornerRadius, parent());
+        panel->setFixedHeight(Length::panelHeight);
+        column_->addWidget(panel);
+
+        delegate_.releaseLabel = label("", 13, QFont::Medium, delegate_.foreground);
+        delegate_.releaseLabel->setMaximumLines(3);
+        delegate_.releaseLabel->setAccessibleDescription(QStringLiteral("Release"));
+        auto* const inside = new QHBoxLayout(panel);
+        inside->setContentsMargins(Length::panelInset, 0, Length::panelInset, 0);
+        inside->addWidget(delegate_.releaseLabel, 0, Qt::AlignVCenter);
+    }
+
+    void addPortRow() {
+        QHBoxLayout* const row = addRow(Length::portRowSpacing);
+
+        auto* const caption = label("BOOT PORT", 11, QFont::Bold, delegate_.muted);
+        caption->setFixedWidth(Length::portCaptionWidth);
+        row->addWidget(caption, 0, Qt::AlignVCenter);
+
+        delegate_.portPopup = new PortMenu(parent());
+        // Before anything asks for its size: a long name must not widen the window.
+        delegate_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+        delegate_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+        delegate_.portPopup->setFont(monospacedFont(12, QFont::Medium));
+        delegate_.portPopup->setFixedHeight(Length::portPopupHeight);
+        delegate_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
+        // Where a menu is named by its selected item, the caption says what it is.
+        caption->setBuddy(delegate_.portPopup);
+        row->addWidget(delegate_.portPopup, 0, Qt::AlignVCenter);
+
+        delegate_.refreshButton = new ActionButton(delegate_, &AppDelegate::refreshBuildAndPorts, parent());
+        delegate_.refreshButton->setTitle(QStringLiteral("REFRESH BUILD"));
+        delegate_.refreshButton->setFont(monospacedFont(11, QFont::Bold));
+        delegate_.refreshButton->setToolTip(
+            QStringLiteral("Reload the newest embedded build and rescan USB boot ports"));
+        delegate_.refreshButton->setFixedWidth(Length::refreshButtonWidth);
+        row->addWidget(delegate_.refreshButton, 0, Qt::AlignVCenter);
+    }
+
+    void addBootModeHint() {
+        auto* const hint =
+            label("G0 BOOT MODE  //  Turn off → hold G0 → power on → release G0 → connect USB data cable", 11,
+                  QFont::Medium, delegate_.muted);
+        hint->setMaximumLines(2);
+        column_->addWidget(hint);
+    }
+
+    void addActionRow() {
+        QHBoxLayout* const row = addRow(Length::actionRowSpacing);
+
+        delegate_.statusLabel = label("", 11, QFont::Bold, delegate_.warning);
+        delegate_.statusLabel->setMaximumLines(2);
+        delegate_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
+        delegate_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
+        delegate_.statusLabel->announceTexts();
+        row->addWidget(delegate_.statusLabel, 0, Qt::AlignVCenter);
+
+        delegate_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());
+        delegate_.progress->setAccessibleName(QStringLiteral("Flash progress"));
+        row->addWidget(delegate_.progress, 1, Qt::AlignVCenter);
+    }
+
+    void addLog() {
+        delegate_.logTextView = new LogTextView(monospacedFont(11, QFont::Normal), delegate_.foreground,
+                                                Qt::black, Length::logInset, parent());
+        delegate_.logTextView->setFixedHeight(Length::logHeight);
+        delegate_.logTextView->setAccessibleName(QStringLiteral("Log"));
+        column_->addWidget(delegate_.logTextView);
+    }
+
+    void addFlashButton() {
+        delegate_.flashButton = new ActionButton(delegate_, &AppDelegate::flashDevice, parent());
+        delegate_.flashButton->setFont(monospacedFont(14, QFont::Bold));
+        delegate_.flashButton->setFixedHeight(Length::flashButtonHeight);
+        // Whatever its title: the column decides the width.
+        delegate_.flashButton->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+        column_->addWidget(delegate_.flashButton);
+    }
+
+    void addFooter() {
+        column_->addWidget(label("INTERNAL FLASH ONLY  •  SD CARD IS NEVER MOUNTED OR ACCESSED", 10,
+                                 QFont::Bold, delegate_.accent));
+    }
+
+    void orderKeyboardFocus() {
+        QWidget::setTabOrder(delegate_.portPopup, delegate_.refreshButton);
+        QWidget::setTabOrder(delegate_.refreshButton, delegate_.logTextView);
+        QWidget::setTabOrder(delegate_.logTextView, delegate_.flashButton);
+    }
+
+    /// All lengths are those of the widgets. Without this, a style whose controls have shadows, as macOS's,
+    /// places smaller rectangles, and the rows move.
+    void placeWholeWidgets() {
+        for (QWidget* const view : parent()->findChildren<QWidget*>())
+            view->setAttribute(Qt::WA_LayoutUsesWidgetRect);
+    }
+
+    QWidget* parent() {
+        return delegate_.window.get();
+    }
 
     TextLabel* label(const char* text, int size, QFont::Weight weight, const QColor& colour) {
         return new TextLabel(QString::fromUtf8(text), monospacedFont(size, weight), colour, parent());
@@ -111,143 +230,18 @@ private:
     QVBoxLayout* column_ = nullptr;
 };
 
-void WindowBuilder::buildWindow() {
-    delegate_.window = std::make_unique<QWidget>(
-        nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
-                     Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
-    QWidget& window = *delegate_.window;
-    window.setWindowTitle(QStringLiteral("QELMO Varnox Flasher"));
-    window.setFixedSize(Length::windowWidth, Length::windowHeight);
-    window.move(windowPosition(window.screen()->geometry(), window.screen()->availableGeometry()));
-
-    QPalette colours = window.palette();
-    colours.setColor(QPalette::Window, delegate_.background);
-    window.setPalette(colours);
-
-#ifndef Q_OS_MACOS  // There the application's menu has it.
-    auto* const quit = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q), &window);
-    QObject::connect(quit, &QShortcut::activated, &window, &QWidget::close);
-#endif
-
-    column_ = new QVBoxLayout(&window);
-    column_->setContentsMargins(Length::columnSideInset, Length::columnEndInset, Length::columnSideInset,
-                                Length::columnEndInset);
-    column_->setSpacing(Length::columnSpacing);
-}
-
-void WindowBuilder::addTitles() {
-    column_->addWidget(label("QELMO // FLASH", 29, QFont::Bold, delegate_.foreground));
-    column_->addWidget(
-        label("VARNOX  •  CARDPUTER ADV  •  COMPLETE 0x0 IMAGE", 12, QFont::DemiBold, delegate_.accent));
-}
-
-void WindowBuilder::addAccentRule() {
-    auto* const rule = new ColouredBox(delegate_.accent, 0, parent());
-    rule->setFixedHeight(Length::ruleHeight);
-    column_->addWidget(rule);
-}
-
-void WindowBuilder::addReleasePanel() {
-    auto* const panel = new ColouredBox(delegate_.panel, Length::panelCornerRadius, parent());
-    panel->setFixedHeight(Length::panelHeight);
-    column_->addWidget(panel);
-
-    delegate_.releaseLabel = label("Validating embedded release…", 13, QFont::Medium, delegate_.foreground);
-    delegate_.releaseLabel->setMaximumLines(3);
-    delegate_.releaseLabel->setAccessibleDescription(QStringLiteral("Release"));
-    auto* const inside = new QHBoxLayout(panel);
-    inside->setContentsMargins(Length::panelInset, 0, Length::panelInset, 0);
-    inside->addWidget(delegate_.releaseLabel, 0, Qt::AlignVCenter);
-}
-
-void WindowBuilder::addPortRow() {
-    QHBoxLayout* const row = addRow(Length::portRowSpacing);
-
-    auto* const caption = label("BOOT PORT", 11, QFont::Bold, delegate_.muted);
-    caption->setFixedWidth(Length::portCaptionWidth);
-    row->addWidget(caption, 0, Qt::AlignVCenter);
-
-    delegate_.portPopup = new PortMenu(parent());
-    // Before anything asks for its size: a long name must not widen the window.
-    delegate_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-    delegate_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    delegate_.portPopup->setFont(monospacedFont(12, QFont::Medium));
-    delegate_.portPopup->setFixedHeight(Length::portPopupHeight);
-    delegate_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
-    // Where a menu is named by its selected item, the caption says what it is.
-    caption->setBuddy(delegate_.portPopup);
-    row->addWidget(delegate_.portPopup, 0, Qt::AlignVCenter);
-
-    delegate_.refreshButton = new ActionButton(QStringLiteral("REFRESH BUILD"), delegate_,
-                                               &AppDelegate::refreshBuildAndPorts, parent());
-    delegate_.refreshButton->setFont(monospacedFont(11, QFont::Bold));
-    delegate_.refreshButton->setToolTip(
-        QStringLiteral("Reload the newest embedded build and rescan USB boot ports"));
-    delegate_.refreshButton->setFixedWidth(Length::refreshButtonWidth);
-    row->addWidget(delegate_.refreshButton, 0, Qt::AlignVCenter);
-}
-
-void WindowBuilder::addBootModeHint() {
-    auto* const hint =
-        label("G0 BOOT MODE  //  Turn off → hold G0 → power on → release G0 → connect USB data cable", 11,
-              QFont::Medium, delegate_.muted);
-    hint->setMaximumLines(2);
-    column_->addWidget(hint);
-}
-
-void WindowBuilder::addActionRow() {
-    QHBoxLayout* const row = addRow(Length::actionRowSpacing);
-
-    delegate_.statusLabel = label("STARTING", 11, QFont::Bold, delegate_.warning);
-    delegate_.statusLabel->setMaximumLines(2);
-    delegate_.statusLabel->setFixedSize(Length::statusWidth, Length::actionRowHeight);
-    delegate_.statusLabel->setAccessibleDescription(QStringLiteral("Status"));
-    delegate_.statusLabel->announceTexts();
-    row->addWidget(delegate_.statusLabel, 0, Qt::AlignVCenter);
-
-    delegate_.progress = new ActivityBar(delegate_.panel.lighter(200), delegate_.warning, parent());
-    delegate_.progress->setAccessibleName(QStringLiteral("Flash progress"));
-    row->addWidget(delegate_.progress, 1, Qt::AlignVCenter);
-}
-
-void WindowBuilder::addLog() {
-    delegate_.logTextView = new LogTextView(monospacedFont(11, QFont::Normal), delegate_.foreground,
-                                            Qt::black, Length::logInset, parent());
-    delegate_.logTextView->setFixedHeight(Length::logHeight);
-    delegate_.logTextView->setAccessibleName(QStringLiteral("Log"));
-    column_->addWidget(delegate_.logTextView);
-}
-
-void WindowBuilder::addFlashButton() {
-    delegate_.flashButton = new ActionButton(QStringLiteral("VALIDATING RELEASE"), delegate_,
-                                             &AppDelegate::flashDevice, parent());
-    delegate_.flashButton->setFont(monospacedFont(14, QFont::Bold));
-    delegate_.flashButton->setEnabled(false);
-    delegate_.flashButton->setFixedHeight(Length::flashButtonHeight);
-    // Whatever its title: the column decides the width.
-    delegate_.flashButton->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
-    column_->addWidget(delegate_.flashButton);
-}
-
-void WindowBuilder::addFooter() {
-    column_->addWidget(label("INTERNAL FLASH ONLY  •  SD CARD IS NEVER MOUNTED OR ACCESSED", 10, QFont::Bold,
-                             delegate_.accent));
-}
-
-void WindowBuilder::orderKeyboardFocus() {
-    QWidget::setTabOrder(delegate_.portPopup, delegate_.refreshButton);
-    QWidget::setTabOrder(delegate_.refreshButton, delegate_.logTextView);
-    QWidget::setTabOrder(delegate_.logTextView, delegate_.flashButton);
-}
-
-/// All lengths are those of the widgets. Without this, a style whose controls have shadows, as macOS's,
-/// places smaller rectangles, and the rows move.
-void WindowBuilder::placeWholeWidgets() {
-    for (QWidget* const view : parent()->findChildren<QWidget*>())
-        view->setAttribute(Qt::WA_LayoutUsesWidgetRect);
-}
-
 }  // namespace
+
+ColouredBox::ColouredBox(const QColor& colour, int cornerRadius, QWidget* parent)
+    : QWidget(parent), colour_(colour), cornerRadius_(cornerRadius) {}
+
+void ColouredBox::paintEvent(QPaintEvent* /*event*/) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour_);
+    painter.drawRoundedRect(rect(), cornerRadius_, cornerRadius_);
+}
 
 void buildWindowLayout(AppDelegate& delegate) {
     WindowBuilder(delegate).build();

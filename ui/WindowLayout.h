@@ -1,14 +1,27 @@
 #pragma once
 
-#include <QPoint>
-#include <QRect>
+#include <QColor>
+#include <QWidget>
 
 namespace qelmo {
 
 class AppDelegate;
 
-/// Builds the delegate's window from top to bottom, in its colours and with its actions behind the buttons,
-/// and fills its fields with the window and the controls that change later. The window is not shown yet.
+/// A plain area of one colour, with rounded corners if wanted.
+class ColouredBox : public QWidget {
+public:
+    ColouredBox(const QColor& colour, int cornerRadius, QWidget* parent);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    const QColor colour_;
+    const int cornerRadius_;
+};
+
+/// Builds the delegate's window from top to bottom and fills its fields with the window and the controls that
+/// change later. What a WindowState holds is filled in by the delegate. The window is not shown yet.
 void buildWindowLayout(AppDelegate& delegate);
 
 /// Where the corner of the window's frame goes on its screen: centred, or, where panels or a small screen

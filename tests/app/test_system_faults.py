@@ -69,11 +69,11 @@ class Calls(HeadlessTest):
                 self.assert_fails(f"read {path}: Input/output error", self.run_with("read:error=EIO", path))
 
     # fault: the program cannot find out where it is
-    # seen: "self-test failed: read /proc/self/exe: Permission denied"
+    # seen: "The flasher cannot run: read /proc/self/exe: Permission denied"
     def test_that_fail_before_the_release_is_known_are_named_too(self):
         result = self.run_with("readlink:error=EACCES", "/proc/self/exe")
         self.assertEqual((result.stdout, result.stderr, result.returncode),
-                         ("", "self-test failed: read /proc/self/exe: Permission denied\n", 1))
+                         ("", "The flasher cannot run: read /proc/self/exe: Permission denied\n", 1))
 
 
 class Tool(HeadlessTest):

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/FilePath.h"
 #include "platform/FileReading.h"
 #include "platform/Sha256.h"
 #include "release/FlasherResources.h"
@@ -14,12 +15,13 @@ int main(int argumentCount, char** arguments) {
     using namespace qelmo;
     if (argumentCount != 3) return 2;
     const std::string bundle = arguments[1];
-    const std::string firmware = FlasherResources::load(bundle).firmwareURL;
+    const std::string home = currentHomeFolder();
+    const std::string firmware = FlasherResources::load(bundle, home).firmwareURL;
     const FileBytes image = RegularFile(firmware).readAll(std::uint64_t{1} << 30);
 
     for (int round = std::atoi(arguments[2]); round > 0; --round) {
         const Stopwatch load;
-        const FlasherResources release = FlasherResources::load(bundle);
+        const FlasherResources release = FlasherResources::load(bundle, home);
         const auto loadTime = load.nanoseconds();
         const Stopwatch digest;
         const Sha256Digest value = sha256(image.span());

@@ -1,7 +1,8 @@
 // Measures the real window from inside. Its own bundle holds the release, HOME the tool. Prints "name value"
 // lines.
-//   window_benchmark refresh ROUNDS    nanoseconds that the refresh button blocks, and those of one load, a
-//   round window_benchmark job               the job of HOME's tool, from the press to its end
+//   window_benchmark refresh ROUNDS    a round: nanoseconds that the refresh button blocks, and of one load
+//   window_benchmark job LINES         the job of HOME's tool, which prints so many lines
+//   window_benchmark jobs COUNT        so many jobs in one window
 //   window_benchmark pieces COUNT BYTES [lines]    text posted in pieces, with or without line feeds
 //   window_benchmark direct LINES      the reference for the job: a text view fed without a queue and a tool
 
@@ -21,15 +22,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <string_view>
 
-#include "platform/MainBundle.h"
-#include "platform/ThisProcess.h"
+#include "platform/LaunchContext.h"
 #include "release/FlasherResources.h"
 #include "tests/benchmarks/Stopwatch.h"
 #include "ui/ActionButton.h"
 #include "ui/AppDelegate.h"
-#include "ui/DarkControls.h"
+#include "ui/DesktopLook.h"
 #include "ui/LogTextView.h"
 #include "ui/QtMainQueue.h"
 
@@ -83,7 +84,8 @@ private:
 };
 
 struct Window {
-    Window() {
+    explicit Window(const LaunchContext& context)
+        : delegate(std::make_shared<AppDelegate>(mainQueue, context, nullptr)) {
         delegate->applicationDidFinishLaunching();
         // What was posted at the start is done when this has run.
         delegate->appendLog("", false);
@@ -96,17 +98,17 @@ struct Window {
     }
 
     const std::shared_ptr<QtMainQueue> mainQueue = std::make_shared<QtMainQueue>();
-    std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(mainQueue, processEnvironment());
+    std::shared_ptr<AppDelegate> delegate;
 };
 
-int measureRefresh(int rounds) {
-    const Window window;
+int measureRefresh(const LaunchContext& context, int rounds) {
+    const Window window(context);
     for (; rounds > 0; --rounds) {
         const Stopwatch refresh;
         window.delegate->refreshButton->click();
         const auto refreshTime = refresh.nanoseconds();
         const Stopwatch load;
-        const FlasherResources release = FlasherResources::load(MainBundle::bundleURL());
+        const FlasherResources release = FlasherResources::load(context.bundleURL, context.homeFolder);
         std::printf("round %lld %lld\n", refreshTime, load.nanoseconds());
         if (!window.delegate->resources || release.checksum != window.delegate->resources->checksum) return 1;
     }
@@ -119,62 +121,74 @@ void answerAlerts() {
         box->defaultButton()->click();
 }
 
-/// The main thread's own time for each tenth of the log's lines.
+/// The main thread's own time for each tenth of what is counted.
 class Tenths {
 public:
-    explicit Tenths(int lines) : lines_(lines) {}
+    explicit Tenths(int all) : all_(all) {}
 
-    void look(int lineCount) {
-        while (next_ <= 10 && lineCount >= lines_ / 10 * static_cast<int>(next_))
-            at_[next_++] = threadSeconds();
+    void look(int count) {
+        while (next_ <= 10 && count >= all_ / 10 * static_cast<int>(next_)) at_[next_++] = threadSeconds();
     }
     void report() const {
-        if (lines_ == 0 || next_ <= 10) return;
+        if (all_ == 0 || next_ <= 10) return;
         std::printf("first_tenth_s %.4f\nlast_tenth_s %.4f\n", at_[1] - at_[0], at_[10] - at_[9]);
     }
 
 private:
-    const int lines_;
+    const int all_;
     std::array<double, 11> at_{threadSeconds()};
     std::size_t next_ = 1;
 };
 
-/// `lines`: how many the tool prints, or 0.
-int measureJob(int lines) {
-    const Window window;
-    AppDelegate& delegate = *window.delegate;
+/// Runs the tool of HOME once, from the press to its end, while `look` is called again and again.
+double runJob(
+    AppDelegate& delegate, const std::function<void()>& look = [] {}) {
     QTimer answering;
     QObject::connect(&answering, &QTimer::timeout, answerAlerts);
     answering.start(1);
-
-    LoopWatch watch(*delegate.logTextView->viewport());
-    Tenths tenths(lines);
-    QTimer looking;
-    QObject::connect(&looking, &QTimer::timeout, [&] { tenths.look(delegate.logTextView->blockCount()); });
-    looking.start(1);
-
     const Stopwatch job;
     delegate.flashButton->click();
     QTimer ended;
     double seconds = 0;
     QObject::connect(&ended, &QTimer::timeout, [&] {
+        look();
         if (delegate.flashProcess) return;
         seconds = job.seconds();
         leaveLoop();
     });
     ended.start(1);
     QApplication::exec();
-    answering.stop();
+    return seconds;
+}
 
-    tenths.look(delegate.logTextView->blockCount());
+/// `lines`: how many the tool prints, or 0.
+int measureJob(const LaunchContext& context, int lines) {
+    const Window window(context);
+    AppDelegate& delegate = *window.delegate;
+    const LoopWatch watch(*delegate.logTextView->viewport());
+    Tenths tenths(lines);
+    const double seconds = runJob(delegate, [&] { tenths.look(delegate.logTextView->blockCount()); });
     std::printf("seconds %.6f\nlines %d\n", seconds, delegate.logTextView->blockCount());
     watch.report();
     tenths.report();
     return 0;
 }
 
-int measurePieces(int count, int bytes, bool lineFeeds) {
-    const Window window;
+/// Many jobs in one window: the main thread's own time for the first tenth of them, and for the last.
+int measureJobs(const LaunchContext& context, int jobs) {
+    const Window window(context);
+    Tenths tenths(jobs);
+    for (int job = 1; job <= jobs; ++job) {
+        (void)runJob(*window.delegate);
+        tenths.look(job);
+    }
+    std::printf("lines %d\n", window.delegate->logTextView->blockCount());
+    tenths.report();
+    return 0;
+}
+
+int measurePieces(const LaunchContext& context, int count, int bytes, bool lineFeeds) {
+    const Window window(context);
     const std::string piece(static_cast<std::size_t>(bytes), 'x');
     LoopWatch watch(*window.delegate->logTextView->viewport());
     const Stopwatch all;
@@ -213,11 +227,13 @@ int main(int argumentCount, char** arguments) {
     QApplication application(argumentCount, arguments);
     qelmo::applyDarkControls(application);
     const auto number = [&](int index) { return index < argumentCount ? std::atoi(arguments[index]) : 0; };
+    const LaunchContext context = LaunchContext::ofThisProcess(argumentCount, arguments);
     const std::string_view mode = argumentCount > 1 ? arguments[1] : "";
-    if (mode == "refresh") return measureRefresh(number(2));
-    if (mode == "job") return measureJob(number(2));
-    if (mode == "pieces") return measurePieces(number(2), number(3), argumentCount > 4);
+    if (mode == "refresh") return measureRefresh(context, number(2));
+    if (mode == "job") return measureJob(context, number(2));
+    if (mode == "jobs") return measureJobs(context, number(2));
+    if (mode == "pieces") return measurePieces(context, number(2), number(3), argumentCount > 4);
     if (mode == "direct") return measureDirect(number(2));
-    std::fputs("usage: window_benchmark refresh|job|pieces|direct ...\n", stderr);
+    std::fputs("usage: window_benchmark refresh|job|jobs|pieces|direct ...\n", stderr);
     return 2;
 }

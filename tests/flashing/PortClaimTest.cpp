@@ -2,13 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <system_error>
+#include <filesystem>
 
-#include "release/FlasherFailure.h"
 #include "tests/support/DescriptorLimit.h"
+#include "tests/support/ErrorOf.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestFiles.h"
 
 namespace qelmo {
 namespace {
@@ -16,21 +16,19 @@ namespace {
 /// Links to devices that every system has. The folder is the test's own, so nobody else's claim is met.
 class PortClaim : public testing::Test {
 protected:
-    std::string port(const std::string& name, const char* device) const {
-        EXPECT_EQ(::symlink(device, (folder_ / name).c_str()), 0);
-        return folder_ / name;
+    PortClaim() {
+        for (const char* link : {"port", "other name"})
+            std::filesystem::create_symlink("/dev/null", folder_ / link);
+        std::filesystem::create_symlink("/dev/zero", folder_ / "other device");
+        for (const char* file : {"file", "other file"}) writeTestFile(folder_ / file, "");
     }
-    static std::string refusalOf(const std::string& port) {
-        try {
-            EXPECT_TRUE(claimPort(port).isOpen());
-        } catch (const FlasherFailure& failure) {
-            return failure.errorDescription();
-        }
-        return "";
-    }
-    static std::string sentenceFor(const std::string& port) {
-        return "An earlier flash job is still running on " + port +
-               "; it ends by itself, and then the port is free again.";
+    [[nodiscard]] FileDescriptor claim(const char* name) const { return claimPort(folder_ / name); }
+    [[nodiscard]] bool isFree(const char* name) const {
+        const std::string reason = errorOf([&] { EXPECT_TRUE(claim(name).isOpen()); });
+        if (reason.empty()) return true;
+        EXPECT_EQ(reason, "An earlier flash job is still running on " + (folder_ / name) +
+                              "; it ends by itself, and then the port is free again.");
+        return false;
     }
 
 private:
@@ -38,32 +36,23 @@ private:
 };
 
 TEST_F(PortClaim, IsRefusedUntilEveryCopyOfAnEarlierOneIsClosed) {
-    const std::string path = port("port", "/dev/null");
-    FileDescriptor claim = claimPort(path);
-    EXPECT_EQ(refusalOf(path), sentenceFor(path));
-    FileDescriptor copy(::fcntl(claim.get(), F_DUPFD_CLOEXEC, 0));
-    claim.close();
-    EXPECT_EQ(refusalOf(path), sentenceFor(path));
+    FileDescriptor first = claim("port");
+    EXPECT_EQ(::fcntl(first.get(), F_GETFD), FD_CLOEXEC);
+    EXPECT_FALSE(isFree("port"));
+    FileDescriptor copy(::fcntl(first.get(), F_DUPFD_CLOEXEC, 0));
+    first.close();
+    EXPECT_FALSE(isFree("port"));
     copy.close();
-    EXPECT_EQ(refusalOf(path), "");
-    EXPECT_EQ(refusalOf(path), "");
+    EXPECT_TRUE(isFree("port"));
+    EXPECT_TRUE(isFree("port"));
 }
 
-TEST_F(PortClaim, IsOfTheDeviceWhateverItsName) {
-    const std::string first = port("first", "/dev/null");
-    const std::string second = port("second", "/dev/null");
-    const FileDescriptor claim = claimPort(first);
-    EXPECT_EQ(refusalOf(second), sentenceFor(second));
-}
-
-TEST_F(PortClaim, LeavesOtherDevicesAlone) {
-    const FileDescriptor claim = claimPort(port("first", "/dev/null"));
-    EXPECT_EQ(refusalOf(port("second", "/dev/zero")), "");
-}
-
-TEST_F(PortClaim, IsCloseOnExec) {
-    const FileDescriptor claim = claimPort(port("port", "/dev/null"));
-    EXPECT_EQ(::fcntl(claim.get(), F_GETFD), FD_CLOEXEC);
+TEST_F(PortClaim, IsOfTheDevicesNumberWhateverItsName) {
+    const FileDescriptor device = claim("port");
+    EXPECT_FALSE(isFree("other name"));
+    EXPECT_TRUE(isFree("other device"));
+    const FileDescriptor file = claim("file");
+    EXPECT_FALSE(isFree("other file")) << "what is no device has the number 0";
 }
 
 TEST_F(PortClaim, IsNotNeededForAPortThatHasGone) {
@@ -74,11 +63,9 @@ TEST_F(PortClaim, IsNotNeededForAPortThatHasGone) {
 // seen: "open /dev: Too many open files"
 TEST_F(PortClaim, WithoutADescriptorSaysSo) {
     std::string reason;
-    try {
+    {
         const DescriptorLimit limit(0);
-        (void)claimPort("/dev/null");
-    } catch (const std::system_error& error) {
-        reason = error.what();
+        reason = errorOf([] { (void)claimPort("/dev/null"); });
     }
     EXPECT_EQ(reason, "open /dev: Too many open files");
 }

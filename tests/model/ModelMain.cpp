@@ -1,192 +1,144 @@
 // Plays random sequences of steps on the real window and on a model of it, and shortens a sequence after
-// which the two differ. Sequences are played in a process of their own, so that one which ends it is found
-// and shortened too.
+// which the two differ. Sequences are played in a process of their own, so that one which ends it, or hangs,
+// is found and shortened too.
 //
 //     window_model [--seed N] [--sequences N]     the sequences of the seeds from N on
 //     window_model --replay "STEP STEP ..."
 
-#include <sys/mman.h>
-#ifdef __linux__
-#include <sys/prctl.h>
-#endif
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QApplication>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
-#include <filesystem>
-#include <functional>
-#include <optional>
-#include <stdexcept>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "tests/model/Steps.h"
-#include "tests/model/WindowDriver.h"
-#include "tests/support/ScopedEnvironment.h"
+#include "platform/Spawn.h"
+#include "tests/model/Player.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/ui/BootPort.h"
-#include "ui/DarkControls.h"
+#include "tests/support/Waiting.h"
+#include "ui/DesktopLook.h"
 
 namespace {
 
-using qelmo::Step;
-using Steps = std::vector<Step>;
+using Steps = std::vector<std::string>;
 
-struct Options {
-    std::uint64_t seed =
-        static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
-    std::uint64_t sequences = 300;
-    std::optional<Steps> replay;
+Steps wordsOf(const std::string& text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
 
-    Options(int argumentCount, char** arguments) {
-        for (int index = 1; index < argumentCount; index += 2) {
-            const std::string option = arguments[index];
-            if (index + 1 == argumentCount)
-                throw std::invalid_argument("a value is missing behind " + option);
-            if (option == "--seed") {
-                seed = std::stoull(arguments[index + 1]);
-            } else if (option == "--sequences") {
-                sequences = std::stoull(arguments[index + 1]);
-            } else if (option == "--replay") {
-                replay = qelmo::stepsOf(arguments[index + 1]);
-            } else {
-                throw std::invalid_argument("no such option: " + option);
-            }
-        }
+std::string joined(const Steps& steps) {
+    std::string text;
+    for (const std::string& step : steps) text += (text.empty() ? "" : " ") + step;
+    return text;
+}
+
+/// A sequence that hangs ends the process.
+void playOne(qelmo::Player&& player) {
+    ::alarm(static_cast<unsigned>(qelmo::waitingLimit.count()) * 2);
+    player.play();
+}
+
+/// The playing process.
+int play(int argumentCount, char** arguments, std::map<std::string, std::string>& options) {
+    QApplication application(argumentCount, arguments);
+    qelmo::applyDarkControls(application);
+    QApplication::setQuitOnLastWindowClosed(false);
+    if (options.contains("--play")) {
+        playOne(qelmo::Player(wordsOf(options["--play"])));
+        return EXIT_SUCCESS;
     }
-};
-
-/// What the playing process has come to; the one that waits for it sees it too.
-struct Progress {
-    std::uint64_t seed = 0;
-    std::uint64_t steps = 0;
-};
-
-/// A sequence that hangs ends its process after `limit`.
-void playOne(const Steps& steps, std::chrono::seconds limit = qelmo::waitingLimit) {
-    ::alarm(static_cast<unsigned>(limit.count()));
-    qelmo::WindowDriver(steps).play();
+    const std::uint64_t first = std::stoull(options["--play-seeds"]);
+    for (std::uint64_t seed = first; seed < first + std::stoull(options["--sequences"]); ++seed)
+        playOne(qelmo::Player(seed));
+    return EXIT_SUCCESS;
 }
 
-/// What a sequence leaves behind that ended its process: its tool and its ports.
-void cleanUpAfter(pid_t child) {
-    ::kill(-child, SIGKILL);
-    for (const std::string& name : qelmo::deviceNames()) std::filesystem::remove("/dev/" + name);
-}
-
-void becomeThePlayer() {
-    ::setpgid(0, 0);
-#ifdef __linux__
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-#endif
-    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    // That platform tells at every window what it cannot do.
-    ::setenv("QT_LOGGING_RULES", "default.warning=false", 1);
-}
-
-[[noreturn]] void playAndExit(const std::function<void()>& play) {
-    becomeThePlayer();
-    int status = 0;
-    int argumentCount = 1;
-    std::string name = "window_model";
-    char* arguments[] = {name.data(), nullptr};
-    try {
-        QApplication application(argumentCount, arguments);
-        qelmo::applyDarkControls(application);
-        QApplication::setQuitOnLastWindowClosed(false);
-        play();
-    } catch (const std::exception& error) {
-        std::printf("%s\n", error.what());
-        status = 1;
-    }
-    std::fflush(stdout);
-    std::_Exit(status);
-}
-
-/// True when `play` comes to its end in a process of its own with a window system that nobody sees.
-bool endsWell(const std::function<void()>& play) {
-    // The process may end without a chance to tidy up.
+/// Plays in a process of its own, whose files go whatever becomes of it.
+qelmo::FinishedProcess inOwnProcess(const std::vector<std::string>& arguments) {
     const qelmo::TemporaryFolder folder;
-    const qelmo::ScopedEnvironment temporary("TMPDIR", folder.path());
-    std::fflush(stdout);
-    const pid_t child = ::fork();
-    if (child == 0) playAndExit(play);
-    int status = 0;
-    if (child < 0 || ::waitpid(child, &status, 0) != child)
-        throw std::runtime_error("no process can be started");
-    if (WIFSIGNALED(status)) std::printf("The process was ended by: %s\n", ::strsignal(WTERMSIG(status)));
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
-    cleanUpAfter(child);
-    return false;
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    qelmo::FinishedProcess process =
+        qelmo::runToEnd("/proc/self/exe", arguments, qelmo::ReadOutput::whileRunning);
+    ::unsetenv("TMPDIR");
+    return process;
 }
 
-bool endsWellInSilence(const Steps& steps) {
-    std::fflush(stdout);
-    const int output = ::dup(STDOUT_FILENO);
-    if (std::freopen("/dev/null", "w", stdout) == nullptr)
-        throw std::runtime_error("cannot write to /dev/null");
-    const bool well = endsWell([&steps] { playOne(steps, std::chrono::seconds(5)); });
-    std::fflush(stdout);
-    ::dup2(output, STDOUT_FILENO);
-    ::close(output);
-    return well;
+/// The steps that were printed last, before what the failing process said.
+Steps lastSequence(const std::string& output) {
+    Steps last;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line) && !line.empty();) last = wordsOf(line);
+    return last;
 }
 
-void reportShortest(const Steps& steps) {
-    std::printf("Looking for fewer steps ...\n");
-    const Steps fewest = qelmo::shortest(steps, [](const Steps& fewer) { return !endsWellInSilence(fewer); });
-    std::printf("\nThe shortest sequence that fails:\n");
-    for (const Step& step : fewest) std::printf("    %s\n", qelmo::words(step).c_str());
-    (void)endsWell([&fewest] { playOne(fewest); });
-    std::printf("To play it again: tests/device/private-dev -- %s --replay \"%s\"\n",
-                std::filesystem::read_symlink("/proc/self/exe").c_str(), qelmo::codesOf(fewest).c_str());
+bool fails(const Steps& steps) {
+    return inOwnProcess({"--play", joined(steps)}).terminationStatus != 0;
 }
 
-int run(const Options& options) {
-    if (options.replay) return endsWell([&options] { playOne(*options.replay); }) ? 0 : 1;
-
-    void* const shared =
-        ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (shared == MAP_FAILED) throw std::runtime_error("no shared memory");
-    auto* const progress = new (shared) Progress;
-    std::printf("%llu sequences from --seed %llu on\n", static_cast<unsigned long long>(options.sequences),
-                static_cast<unsigned long long>(options.seed));
-    const bool well = endsWell([&options, progress] {
-        for (std::uint64_t index = 0; index < options.sequences; ++index) {
-            progress->seed = options.seed + index;
-            const Steps steps = qelmo::randomSteps(progress->seed);
-            progress->steps += steps.size();
-            playOne(steps);
+/// The shortest part of `steps` that still fails and from which no step can be left out.
+Steps shortest(Steps steps) {
+    for (std::size_t length = steps.size(); length > 0; length /= 2) {
+        for (std::size_t first = 0; first + length <= steps.size();) {
+            Steps fewer = steps;
+            const auto begin = fewer.begin() + static_cast<std::ptrdiff_t>(first);
+            fewer.erase(begin, begin + static_cast<std::ptrdiff_t>(length));
+            if (fails(fewer))
+                steps = fewer;
+            else
+                ++first;
         }
-    });
-    if (well) {
-        std::printf("The window did what the model says after each of %llu steps.\n",
-                    static_cast<unsigned long long>(progress->steps));
-        return 0;
     }
-    const Steps steps = qelmo::randomSteps(progress->seed);
-    std::printf("It was --seed %llu --sequences 1, or --replay \"%s\"\n",
-                static_cast<unsigned long long>(progress->seed), qelmo::codesOf(steps).c_str());
-    reportShortest(steps);
-    return 1;
+    return steps;
+}
+
+int replay(const Steps& steps) {
+    const qelmo::FinishedProcess process = inOwnProcess({"--play", joined(steps)});
+    std::printf("%s", process.output.c_str());
+    return process.terminationStatus == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int playRandomSequences(const std::string& seed, const std::string& sequences) {
+    std::printf("%s sequences from --seed %s on\n", sequences.c_str(), seed.c_str());
+    const qelmo::FinishedProcess process = inOwnProcess({"--play-seeds", seed, "--sequences", sequences});
+    if (process.terminationStatus == 0) {
+        std::printf("The window did what the model says after each of %zu steps.\n",
+                    wordsOf(process.output).size());
+        return EXIT_SUCCESS;
+    }
+    const Steps failing = lastSequence(process.output);
+    std::printf("It fails with --replay \"%s\". Looking for fewer steps.\n", joined(failing).c_str());
+    std::fflush(stdout);
+    const Steps fewest = shortest(failing);
+    std::printf("The shortest sequence that fails: --replay \"%s\"\n", joined(fewest).c_str());
+    (void)replay(fewest);
+    return EXIT_FAILURE;
 }
 
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    // That platform tells at every window what it cannot do.
+    ::setenv("QT_LOGGING_RULES", "default.warning=false", 1);
+    std::map<std::string, std::string> options{
+        {"--seed", std::to_string(std::chrono::system_clock::now().time_since_epoch().count())},
+        {"--sequences", "300"}};
+    for (int index = 1; index + 1 < argumentCount; index += 2)
+        options[arguments[index]] = arguments[index + 1];
     try {
-        const Options options(argumentCount, arguments);
-        if (!qelmo::devIsPrivate()) return 1;
-        return run(options);
+        if (options.contains("--play") || options.contains("--play-seeds"))
+            return play(argumentCount, arguments, options);
+        if (options.contains("--replay")) return replay(wordsOf(options["--replay"]));
+        return playRandomSequences(options["--seed"], options["--sequences"]);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "window_model: %s\n", error.what());
-        return 2;
+        return EXIT_FAILURE;
     }
 }

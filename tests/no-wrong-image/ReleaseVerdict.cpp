@@ -1,5 +1,5 @@
-// Started by test_oracle.py: reads bundle folders from standard input, one a line, and writes the verdict on
-// each as one line: "OK" and the digest, or the error's text.
+// Started by test_oracle.py: reads a bundle's folder and a home folder from standard input, one a line, again
+// and again, and writes each verdict as one line: "OK" and the digest, or the error's text.
 
 #include <exception>
 #include <iostream>
@@ -9,9 +9,9 @@
 #include "release/FlasherResources.h"
 
 int main() {
-    for (std::string bundle; std::getline(std::cin, bundle);) {
+    for (std::string bundle, home; std::getline(std::cin, bundle) && std::getline(std::cin, home);) {
         try {
-            const auto release = qelmo::FlasherResources::load(bundle);
+            const auto release = qelmo::FlasherResources::load(bundle, home);
             std::cout << "OK " << release.checksum << '\n';
         } catch (const std::exception& error) {
             std::cout << qelmo::errorDescription(error) << '\n';

@@ -1,15 +1,13 @@
 #include "platform/AtomicWrite.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
-#include <system_error>
 
 #include "platform/FileReading.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/OrdinaryUser.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestFiles.h"
@@ -17,128 +15,79 @@
 namespace qelmo {
 namespace {
 
+namespace fs = std::filesystem;
+using namespace std::string_literals;
 using testing::ElementsAre;
 
 std::string refusalOf(const std::string& path, std::string_view bytes) {
-    try {
-        writeFileAtomically(path, bytesOf(bytes));
-    } catch (const std::system_error& error) {
-        return error.what();
-    }
-    return "written";
+    return errorOf([&] { writeFileAtomically(path, bytesOf(bytes)); });
 }
 
-/// A full disk for this process: no file may grow beyond the limit.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t limitBytes) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{limitBytes, before_.rlim_max};
-        handler_ = std::signal(SIGXFSZ, SIG_IGN);
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-    ~FileSizeLimit() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
+class AtomicWrite : public testing::Test {
+protected:
+    [[nodiscard]] std::vector<std::string> names() const { return namesInFolder(folder.path()); }
 
-private:
-    rlimit before_{};
-    void (*handler_)(int) = SIG_DFL;
+    const TemporaryFolder folder;
+    const std::string file = folder / "file";
 };
+using AtomicWriteDeathTest = AtomicWrite;
 
-TEST(AtomicWrite, MakesANewFileThatEveryoneMayRead) {
-    const TemporaryFolder folder;
+TEST_F(AtomicWrite, MakesOrReplacesAFileThatEveryoneMayRead) {
     for (const Durability durability : {Durability::ordinary, Durability::flushedToDisk}) {
-        writeFileAtomically(folder / "file", bytesOf("a\nb"), durability);
-        EXPECT_EQ(readTestFile(folder / "file"), "a\nb");
-        struct stat status {};
-        ASSERT_EQ(::stat((folder / "file").c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 0777U, 0644U);
-        EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("file"));
+        for (const std::string& bytes : {std::string(10'000, 'x'), "a\nb"s, ""s}) {
+            writeFileAtomically(file, bytesOf(bytes), durability);
+            EXPECT_EQ(readTestFile(file), bytes);
+            EXPECT_EQ(fs::status(file).permissions(), fs::perms(0644));
+            EXPECT_THAT(names(), ElementsAre("file"));
+        }
     }
-}
-
-TEST(AtomicWrite, ReplacesALongerFileWhole) {
-    const TemporaryFolder folder;
-    writeTestFile(folder / "file", std::string(10'000, 'x'));
-    writeFileAtomically(folder / "file", bytesOf("short"));
-    EXPECT_EQ(readTestFile(folder / "file"), "short");
-    writeFileAtomically(folder / "file", {});
-    EXPECT_EQ(readTestFile(folder / "file"), "");
-}
-
-TEST(AtomicWrite, LeavesTheOldBytesToThoseWhoHaveThemOpen) {
-    const TemporaryFolder folder;
-    writeTestFile(folder / "file", "old");
-    RegularFile reader(folder / "file");
-    writeFileAtomically(folder / "file", bytesOf("new"));
-    const FileBytes bytes = reader.readAll(10);
-    EXPECT_EQ(bytes.span()[0], std::byte{'o'});
 }
 
 // fault: a link is in the place of the file
-TEST(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
-    const TemporaryFolder folder;
+TEST_F(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
     writeTestFile(folder / "victim", "precious");
-    std::filesystem::create_symlink("victim", folder / "report");
-    writeFileAtomically(folder / "report", bytesOf("report"));
+    fs::create_symlink("victim", file);
+    writeFileAtomically(file, bytesOf("report"));
     EXPECT_EQ(readTestFile(folder / "victim"), "precious");
-    EXPECT_EQ(readTestFile(folder / "report"), "report");
-    EXPECT_FALSE(std::filesystem::is_symlink(folder / "report"));
+    EXPECT_EQ(readTestFile(file), "report");
 }
 
 // fault: the disk is full in the middle of the file
 // seen: "write …: File too large"
-TEST(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
-    const TemporaryFolder folder;
-    writeTestFile(folder / "file", "old");
+TEST_F(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
+    writeTestFile(file, "old");
+    auto* const before = std::signal(SIGXFSZ, SIG_IGN);
     std::string refusal;
     {
-        const FileSizeLimit full(4096);
-        refusal = refusalOf(folder / "file", std::string(10'000, 'x'));
+        const ResourceLimit full(RLIMIT_FSIZE, 4096);
+        refusal = refusalOf(file, std::string(10'000, 'x'));
     }
-    EXPECT_EQ(refusal, "write " + (folder / "file") + ": File too large");
-    EXPECT_EQ(readTestFile(folder / "file"), "old");
-    EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("file"));
+    std::signal(SIGXFSZ, before);
+    EXPECT_EQ(refusal, "write " + file + ": File too large");
+    EXPECT_EQ(readTestFile(file), "old");
+    EXPECT_THAT(names(), ElementsAre("file"));
 }
 
-// fault: a folder is in the place of the file
-// seen: "replace …: Is a directory"
-TEST(AtomicWrite, NeverWritesOverAFolder) {
-    const TemporaryFolder folder;
-    std::filesystem::create_directory(folder / "folder");
-    EXPECT_EQ(refusalOf(folder / "folder", "x"), "replace " + (folder / "folder") + ": Is a directory");
-    EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("folder"));
-}
-
-// fault: the folder of the file is missing
-// seen: "create …: No such file or directory"
-TEST(AtomicWrite, RefusesAMissingFolder) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(refusalOf(folder / "none/file", "x"),
-              "create " + (folder / "none/file") + ": No such file or directory");
-}
-
-TEST(AtomicWrite, RefusesAPathWithANul) {
-    using namespace std::string_literals;
-    const TemporaryFolder folder;
-    EXPECT_EQ(refusalOf((folder / "a") + "\0b"s, "x"), "create " + (folder / "a") + "?b: Invalid argument");
-    EXPECT_THAT(namesInFolder(folder.path()), testing::IsEmpty());
+// fault: a folder is in the place of the file, or the file's folder is missing
+// seen: "replace …: Is a directory", "create …: No such file or directory"
+TEST_F(AtomicWrite, LeavesNothingBehindWhereAFileCannotBe) {
+    fs::create_directory(file);
+    EXPECT_EQ(refusalOf(file, "x"), "replace " + file + ": Is a directory");
+    EXPECT_EQ(refusalOf(folder / "none/x", "x"),
+              "create " + folder.path() + "/none/x: No such file or directory");
+    EXPECT_EQ(refusalOf((folder / "a") + "\0b"s, "x"), "create " + folder.path() + "/a?b: Invalid argument");
+    EXPECT_THAT(names(), ElementsAre("file"));
 }
 
 // fault: the folder may not be written
 // seen: "create …: Permission denied"
-TEST(AtomicWriteDeathTest, LeavesTheOldBytesAndNoTemporaryFileInAFolderThatMayNotBeWritten) {
-    const TemporaryFolder folder;
-    writeTestFile(folder / "file", "old");
+TEST_F(AtomicWriteDeathTest, LeavesTheOldBytesAndNoTemporaryFileInAFolderThatMayNotBeWritten) {
+    writeTestFile(file, "old");
     ASSERT_EQ(::chmod(folder.path().c_str(), 0555), 0);
-    EXPECT_EXIT(failAsOrdinaryUser([&] { writeFileAtomically(folder / "file", bytesOf("new")); }),
+    EXPECT_EXIT(failAsOrdinaryUser([&] { writeFileAtomically(file, bytesOf("new")); }),
                 testing::ExitedWithCode(0), "create .*/file: Permission denied");
-    EXPECT_EQ(readTestFile(folder / "file"), "old");
-    EXPECT_THAT(namesInFolder(folder.path()), ElementsAre("file"));
+    EXPECT_EQ(readTestFile(file), "old");
+    EXPECT_THAT(names(), ElementsAre("file"));
     ::chmod(folder.path().c_str(), 0755);
 }
 

@@ -12,25 +12,39 @@
 
 namespace qelmo {
 
+/// Until the end of the scope this process has a lower limit of one kind (RLIMIT_...).
+class ResourceLimit {
+public:
+    using Kind = decltype(RLIMIT_NOFILE);
+
+    ResourceLimit(Kind kind, rlim_t value) : kind_(kind) {
+        ::getrlimit(kind_, &before_);
+        const rlimit lower{value, before_.rlim_max};
+        if (::setrlimit(kind_, &lower) != 0) throw std::runtime_error("The test cannot set a limit");
+    }
+    ResourceLimit(const ResourceLimit&) = delete;
+    ResourceLimit& operator=(const ResourceLimit&) = delete;
+    ~ResourceLimit() { ::setrlimit(kind_, &before_); }
+
+private:
+    const Kind kind_;
+    rlimit before_{};
+};
+
 /// Until the end of the scope this process can open exactly `left` descriptors more.
 class DescriptorLimit {
 public:
-    explicit DescriptorLimit(std::size_t left) {
+    explicit DescriptorLimit(std::size_t left) : limit_(RLIMIT_NOFILE, firstNumberTooHigh(left)) {}
+
+private:
+    static rlim_t firstNumberTooHigh(std::size_t left) {
         // The lowest free numbers are the ones that would be given out next.
         std::vector<FileDescriptor> free(left + 1);
         for (FileDescriptor& one : free) one = FileDescriptor(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
-        if (!free.back().isOpen() || ::getrlimit(RLIMIT_NOFILE, &before_) != 0)
-            throw std::runtime_error("The test has too few descriptors");
-        const rlimit lower{static_cast<rlim_t>(free.back().get()), before_.rlim_max};
-        if (::setrlimit(RLIMIT_NOFILE, &lower) != 0)
-            throw std::runtime_error("The test cannot limit its descriptors");
+        return static_cast<rlim_t>(free.back().get());
     }
-    DescriptorLimit(const DescriptorLimit&) = delete;
-    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-    ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before_); }
 
-private:
-    rlimit before_{};
+    const ResourceLimit limit_;
 };
 
 }  // namespace qelmo

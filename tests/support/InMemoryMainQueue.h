@@ -1,11 +1,10 @@
 #pragma once
 
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <utility>
 
 #include "platform/MainQueue.h"
+#include "platform/ThreadSafety.h"
 #include "tests/support/Waiting.h"
 
 namespace qelmo {
@@ -14,42 +13,40 @@ namespace qelmo {
 class InMemoryMainQueue : public MainQueue {
 public:
     void post(Task task) override {
-        const std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         tasks_.push_back(std::move(task));
-        posted_.notify_all();
     }
 
     /// The delay is left out: the test decides when the task runs.
     void postAfter(std::chrono::milliseconds /*delay*/, Task task) override { post(std::move(task)); }
 
-    /// Runs tasks, waiting for those still to come, until `condition` holds; false when none came in time.
+    /// Runs tasks, waiting for later ones, until `condition` holds; false when none came in time.
     template <typename Condition>
     [[nodiscard]] bool runUntil(Condition condition) {
         while (!condition()) {
-            std::unique_lock lock(mutex_);
-            if (!posted_.wait_for(lock, waitingLimit, [this] { return !tasks_.empty(); })) return false;
-            const Task task = std::exchange(tasks_.front(), nullptr);
-            tasks_.pop_front();
-            lock.unlock();
+            Task task;
+            if (!eventually([&] { return takeNext(task); })) return false;
             task();
         }
         return true;
     }
 
-    /// Runs what waits now and what these tasks post.
+    /// Runs the queued tasks and what they post.
     void runAll() {
-        (void)runUntil([this] { return isEmpty(); });
-    }
-
-    [[nodiscard]] bool isEmpty() {
-        const std::lock_guard lock(mutex_);
-        return tasks_.empty();
+        for (Task task; takeNext(task);) task();
     }
 
 private:
-    std::mutex mutex_;
-    std::condition_variable posted_;
-    std::deque<Task> tasks_;
+    [[nodiscard]] bool takeNext(Task& task) {
+        const MutexLock lock(mutex_);
+        if (tasks_.empty()) return false;
+        task = std::move(tasks_.front());
+        tasks_.pop_front();
+        return true;
+    }
+
+    Mutex mutex_;
+    std::deque<Task> tasks_ GUARDED_BY(mutex_);
 };
 
 }  // namespace qelmo

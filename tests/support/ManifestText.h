@@ -18,27 +18,10 @@ public:
         return *this;
     }
 
-    ManifestText& remove(std::string_view path) {
-        fields_.erase(at(path));
-        return *this;
-    }
-
-    /// Adds a field at the end of its object.
-    ManifestText& add(std::string path, std::string json) {
-        fields_.emplace_back(std::move(path), std::move(json));
-        return *this;
-    }
-
     /// Writes the keys in the opposite order.
     ManifestText& reverse() {
         std::reverse(fields_.begin(), fields_.end());
         return *this;
-    }
-
-    [[nodiscard]] std::vector<std::string> paths() const {
-        std::vector<std::string> paths;
-        for (const auto& field : fields_) paths.push_back(field.first);
-        return paths;
     }
 
     [[nodiscard]] std::string text() const { return object(""); }

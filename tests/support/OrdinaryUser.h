@@ -5,7 +5,8 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
+
+#include "tests/support/ErrorOf.h"
 
 namespace qelmo {
 
@@ -17,14 +18,10 @@ template <typename Action>
     constexpr uid_t nobody = 65534;
     if (::geteuid() == 0 && (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0))
         std::_Exit(2);
-    try {
-        action();
-    } catch (const std::exception& error) {
-        std::fputs(error.what(), stderr);
-        std::fflush(stderr);
-        std::_Exit(0);
-    }
-    std::_Exit(1);
+    const std::string error = errorOf(action);
+    std::fputs(error.c_str(), stderr);
+    std::fflush(stderr);
+    std::_Exit(error.empty() ? 1 : 0);
 }
 
 }  // namespace qelmo

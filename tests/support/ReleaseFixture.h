@@ -5,15 +5,15 @@
 #include <string_view>
 
 #include "release/FlasherResources.h"
+#include "tests/support/ErrorOf.h"
 #include "tests/support/ManifestText.h"
-#include "tests/support/ScopedEnvironment.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestFiles.h"
 
 namespace qelmo {
 
-/// A bundle with a valid release, and a home folder with a flashing tool, in a temporary folder. HOME points
-/// there as long as the fixture lives. A test changes what it is about and then calls `load`.
+/// A bundle with a valid release, and a home folder with a flashing tool, in a temporary folder. A test
+/// changes what it is about and then calls `load` or `failure`.
 class ReleaseFixture {
 public:
     ReleaseFixture() {
@@ -41,20 +41,21 @@ public:
 
     void writeManifest(std::string_view text) const { writeTestFile(manifestFile(), text); }
 
+    [[nodiscard]] FlasherResources loadFiles() const { return FlasherResources::load(bundle(), home()); }
+
     /// Writes the manifest as it is now and loads the release.
     [[nodiscard]] FlasherResources load() const {
         writeManifest(manifest.text());
-        return FlasherResources::load(bundle());
+        return loadFiles();
     }
 
-    /// The text of the error with which `load` fails, "" when it does not.
+    [[nodiscard]] std::string failureOfFiles() const {
+        return errorOf([this] { (void)loadFiles(); });
+    }
+
+    /// Writes the manifest as it is now and loads the release.
     [[nodiscard]] std::string failure() const {
-        try {
-            (void)load();
-        } catch (const std::exception& error) {
-            return error.what();
-        }
-        return "";
+        return errorOf([this] { (void)load(); });
     }
 
     [[nodiscard]] std::string home() const { return folder_ / "home"; }
@@ -72,7 +73,6 @@ public:
 
 private:
     TemporaryFolder folder_;
-    ScopedEnvironment home_{"HOME", home()};
 };
 
 }  // namespace qelmo

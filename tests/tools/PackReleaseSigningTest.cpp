@@ -19,9 +19,10 @@ protected:
         ASSERT_EQ(::chmod(tool.c_str(), 0755), 0);
     }
 
-    std::string errorOfSigning() {
+    std::string errorOfSigning(const std::string& bundle = "Some Flasher.app") {
         try {
-            signBundle(tool, "Some Flasher.app");
+            requireSigningTool(tool);
+            signBundle(tool, bundle);
         } catch (const FlasherFailure& failure) {
             return failure.what();
         }
@@ -33,57 +34,29 @@ protected:
     const std::string calls = folder / "calls";
 };
 
-constexpr auto signCall = "[--force][--deep][--sign][-][Some Flasher.app]\n";
-constexpr auto verifyCall = "[--verify][--deep][--strict][Some Flasher.app]\n";
-
+// The tool prints more than a pipe holds.
 TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
-    standInDoes("exit 0");
-    EXPECT_EQ(errorOfSigning(), "no error");
-    EXPECT_EQ(readTestFile(calls), std::string(signCall) + verifyCall);
-}
-
-// fault: the signing tool fails
-// seen: "the new release is in place, but signing the bundle failed: … ended with 3: …"
-TEST_F(PackReleaseSigning, SaysThatTheReleaseIsInPlaceWhenTheToolFailsAndDoesNotVerify) {
-    standInDoes("echo 'Some Flasher.app: bundle format unrecognized' >&2; exit 3");
-    EXPECT_EQ(errorOfSigning(), "the new release is in place, but signing the bundle failed: " + tool +
-                                    " ended with 3: Some Flasher.app: bundle format unrecognized");
-    EXPECT_EQ(readTestFile(calls), signCall);
-}
-
-// fault: the signature does not verify
-// seen: "the new release is in place, but verifying its signature failed: … ended with 1: …"
-TEST_F(PackReleaseSigning, PassesTheFindingOfTheVerification) {
-    standInDoes("[ \"$1\" != --verify ] || { echo 'a sealed resource is missing or invalid'; exit 1; }");
-    EXPECT_EQ(errorOfSigning(), "the new release is in place, but verifying its signature failed: " + tool +
-                                    " ended with 1: a sealed resource is missing or invalid");
-}
-
-// fault: the signing tool prints very much
-TEST_F(PackReleaseSigning, ReadsAToolThatPrintsMoreThanAPipeHolds) {
     standInDoes("head -c 300000 /dev/zero | tr '\\0' x");
-    EXPECT_EQ(errorOfSigning(), "no error");
-}
-
-TEST_F(PackReleaseSigning, KeepsABundleWhoseNameStartsWithADashFromBeingAnOption) {
-    standInDoes("exit 0");
-    signBundle(tool, "-v.app");
+    EXPECT_EQ(errorOfSigning("-v.app"), "no error");
     EXPECT_EQ(readTestFile(calls),
               "[--force][--deep][--sign][-][./-v.app]\n[--verify][--deep][--strict][./-v.app]\n");
 }
 
-// fault: the bundle shall be signed where nothing can sign
-// seen: "--sign: there is no … here; bundles are signed on macOS"
-TEST_F(PackReleaseSigning, NeedsAToolThatCanBeRun) {
-    standInDoes("exit 0");
-    EXPECT_NO_THROW(requireSigningTool(tool));
-    try {
-        requireSigningTool(folder / "nowhere");
-        ADD_FAILURE() << "a missing tool was accepted";
-    } catch (const FlasherFailure& failure) {
-        EXPECT_EQ(failure.what(),
-                  "--sign: there is no " + (folder / "nowhere") + " here; bundles are signed on macOS");
-    }
+// fault: the signing tool fails, the signature does not verify, or there is nothing that can sign
+// seen: "the new release is in place, but signing the bundle failed: … ended with 3: …",
+//     "the new release is in place, but verifying its signature failed: … ended with 1: …",
+//     "--sign: there is no … here; bundles are signed on macOS"
+TEST_F(PackReleaseSigning, SaysWhatFailedInTheToolsOwnWordsAndThatTheReleaseIsInPlace) {
+    EXPECT_EQ(errorOfSigning(), "--sign: there is no " + tool + " here; bundles are signed on macOS");
+
+    standInDoes("echo 'Some Flasher.app: bundle format unrecognized' >&2; exit 3");
+    EXPECT_EQ(errorOfSigning(), "the new release is in place, but signing the bundle failed: " + tool +
+                                    " ended with 3: Some Flasher.app: bundle format unrecognized");
+    EXPECT_EQ(readTestFile(calls), "[--force][--deep][--sign][-][Some Flasher.app]\n");
+
+    standInDoes("[ \"$1\" != --verify ] || { echo 'a sealed resource is missing or invalid'; exit 1; }");
+    EXPECT_EQ(errorOfSigning(), "the new release is in place, but verifying its signature failed: " + tool +
+                                    " ended with 1: a sealed resource is missing or invalid");
 }
 
 TEST_F(PackReleaseSigning, IsAskedForByACommandThatAShellTakesAsItIs) {

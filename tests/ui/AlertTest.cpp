@@ -6,6 +6,7 @@
 #include <QTest>
 #include <QWindow>
 
+#include "tests/ui/AlertAnswer.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 
@@ -13,12 +14,17 @@ namespace qelmo {
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+constexpr auto labelNames = {"qt_msgbox_label", "qt_msgbox_informativelabel"};
 
-class ErrorAlert : public WindowTest {
+std::string repeated(const std::string& text, int times) {
+    std::string all;
+    for (int count = 0; count < times; ++count) all += text;
+    return all;
+}
+
+class AlertTest : public WindowTest {
 protected:
-    ErrorAlert() { launch(); }
+    AlertTest() { launch(); }
 
     const Alert question_{Alert::Style::critical, "Go on?", "More about it.", {"ERASE + FLASH", "Cancel"}};
 
@@ -28,75 +34,48 @@ protected:
     }
 };
 
-TEST_F(ErrorAlert, ShowsTheMessageAndReturnsWhenItIsDismissed) {
-    const AlertAnswer answer(click("OK"));
-    delegate->showError("x");
-    EXPECT_TRUE(answer.hasEnded());
-    EXPECT_EQ(answer.alert().messageText, "QELMO Flasher stopped");
-    EXPECT_EQ(answer.alert().informativeText, "x");
-    EXPECT_EQ(answer.alert().icon, QMessageBox::Critical);
-    EXPECT_THAT(answer.alert().buttons, ElementsAre("OK"));
-    EXPECT_EQ(answer.alert().defaultButton, "OK");
-}
-
-TEST_F(ErrorAlert, AnswersReturnAndEscapeWithItsOneButton) {
+TEST_F(AlertTest, AnswersClicksKeysAndClosing) {
     const Alert notice{Alert::Style::informational, "Done", "", {"Done"}};
-    EXPECT_EQ(response(notice, pressKey(Qt::Key_Return)), 1000);
-    EXPECT_EQ(response(notice, pressKey(Qt::Key_Escape)), 1000);
-    EXPECT_EQ(response(notice, click("Done")), 1000);
+    for (const AlertAction& action :
+         {click("Done"), pressKey(Qt::Key_Return), pressKey(Qt::Key_Escape), closeAlert()})
+        EXPECT_EQ(response(notice, action), 1000);
+    for (const AlertAction& action :
+         {click("ERASE + FLASH"), pressKey(Qt::Key_Return), pressKey(Qt::Key_Enter)})
+        EXPECT_EQ(response(question_, action), 1000);
+    for (const AlertAction& action : {click("Cancel"), pressKey(Qt::Key_Escape), closeAlert()})
+        EXPECT_EQ(response(question_, action), 1001);
+    EXPECT_EQ(response(question_, endWithoutAnswer()), 0);
 }
 
-using TwoButtons = ErrorAlert;
-
-TEST_F(TwoButtons, StandInTheirOrderWithTheFirstAsDefault) {
+TEST_F(AlertTest, ShowsItsButtonsInTheirOrderWithTheFirstAsDefault) {
     const AlertAnswer answer(click("Cancel"));
     EXPECT_EQ(question_.runModal(delegate->window.get()), 1001);
-    EXPECT_THAT(answer.alert().buttons, ElementsAre("ERASE + FLASH", "Cancel"));
+    EXPECT_THAT(answer.alert().buttons, testing::ElementsAre("ERASE + FLASH", "Cancel"));
     EXPECT_EQ(answer.alert().defaultButton, "ERASE + FLASH");
     EXPECT_EQ(answer.alert().focusedButton, "ERASE + FLASH");
 }
 
-TEST_F(TwoButtons, AnswerTheirKeys) {
-    EXPECT_EQ(response(question_, pressKey(Qt::Key_Return)), 1000);
-    EXPECT_EQ(response(question_, pressKey(Qt::Key_Enter)), 1000);
-    EXPECT_EQ(response(question_, pressKey(Qt::Key_Escape)), 1001);
-}
-
-TEST_F(TwoButtons, AnswerTheirClicks) {
-    EXPECT_EQ(response(question_, click("ERASE + FLASH")), 1000);
-    EXPECT_EQ(response(question_, click("Cancel")), 1001);
-}
-
-TEST_F(TwoButtons, TakeClosingAsTheLastButton) {
-    EXPECT_EQ(response(question_, closeAlert()), 1001);
-}
-
-TEST_F(TwoButtons, AreNotPressedWhenTheAlertEndsWithoutAnAnswer) {
-    EXPECT_EQ(response(question_, endWithoutAnswer()), 0);
-}
-
-using AlertTexts = ErrorAlert;
-
-TEST_F(AlertTexts, AreShownAsTheyStand) {
+TEST_F(AlertTest, ShowsItsTextsAsTheyStandInMonospacedTypeOnADarkGround) {
     const std::string text = "  <b>a</b> & <i>b</i>\nR&D &amp;";
     const AlertAction look = [&text](QMessageBox& box) {
-        for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"}) {
+        for (const char* name : labelNames) {
             const auto* label = box.findChild<QLabel*>(QLatin1String(name));
             ASSERT_NE(label, nullptr) << name;
             EXPECT_EQ(label->textFormat(), Qt::PlainText) << name;
             EXPECT_EQ(textOf(label), text) << name;
             EXPECT_EQ(label->buddy(), nullptr) << name;
+            EXPECT_TRUE(QFontInfo(label->font()).fixedPitch()) << name;
+            const bool isMessage = label == box.findChild<QLabel*>(QLatin1String("qt_msgbox_label"));
+            EXPECT_EQ(label->font().weight(), isMessage ? QFont::Bold : QFont::Normal);
+            EXPECT_EQ(label->font().pixelSize(), isMessage ? 13 : 12);
         }
+        EXPECT_EQ(box.windowModality(), Qt::ApplicationModal);
+        EXPECT_LT(box.palette().color(QPalette::Window).lightness(), 60);
+        EXPECT_GT(box.palette().color(QPalette::WindowText).lightness(), 200);
+        const QImage icon = box.iconPixmap().toImage();
+        EXPECT_EQ(hex(icon.pixelColor(icon.width() / 6, icon.height() / 2)), "#ff4d4a");
     };
     EXPECT_EQ(response({Alert::Style::critical, text, text, {"OK"}}, inOrder(look, click("OK"))), 1000);
-}
-
-TEST_F(AlertTexts, AreSetInMonospacedType) {
-    const AlertAction look = [](QMessageBox& box) {
-        for (const char* name : {"qt_msgbox_label", "qt_msgbox_informativelabel"})
-            EXPECT_TRUE(QFontInfo(box.findChild<QLabel*>(QLatin1String(name))->font()).fixedPitch()) << name;
-    };
-    EXPECT_EQ(response(question_, inOrder(look, click("Cancel"))), 1001);
 }
 
 /// Fails unless the whole alert is on the screen, with its buttons.
@@ -108,13 +87,7 @@ AlertAction expectOnScreen() {
     };
 }
 
-std::string repeated(const std::string& text, int times) {
-    std::string all;
-    for (int count = 0; count < times; ++count) all += text;
-    return all;
-}
-
-TEST_F(AlertTexts, LeaveTheButtonsOnTheScreenWhateverTheirLength) {
+TEST_F(AlertTest, LeavesItsButtonsOnTheScreenWhateverTheLengthOfItsTexts) {
     for (const std::string& text : {repeated("line\n", 300), std::string(2'000'000, 'x'),
                                     repeated("word ", 400'000), repeated("\u0301", 300'000)}) {
         const AlertAnswer answer(inOrder(expectOnScreen(), click("Cancel")));
@@ -126,45 +99,52 @@ TEST_F(AlertTexts, LeaveTheButtonsOnTheScreenWhateverTheirLength) {
     }
 }
 
-TEST_F(AlertTexts, AreBrokenInsideAWordThatIsTooWide) {
+TEST_F(AlertTest, BreaksAWordThatIsTooWideAndNoOther) {
     const std::string path = "/" + std::string(200, 'x') + ".bin";
-    const AlertAnswer answer(click("OK"));
+    const AlertAction look = [](QMessageBox& box) {
+        const auto* const label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"));
+        EXPECT_EQ(label->contentsRect().width(), 440);
+    };
+    const AlertAnswer answer(inOrder(look, click("OK")));
     delegate->showError("open " + path + ": No such file or directory");
     std::string shown = answer.alert().informativeText;
     EXPECT_THAT(shown, testing::HasSubstr("xx\nxx"));
     std::erase(shown, '\n');
-    EXPECT_THAT(shown, HasSubstr(path));
+    EXPECT_THAT(shown, testing::HasSubstr(path));
     EXPECT_THAT(shown, testing::EndsWith("No such file or directory"));
-}
 
-TEST_F(AlertTexts, AreLeftToTheLabelWhereItShowsThemWhole) {
     const std::string text = "Device: /dev/x\n\n" + repeated("some words ", 30) + "end.";
-    const AlertAnswer answer(click("OK"));
+    const AlertAnswer whole(click("OK"));
     delegate->showError(text);
-    EXPECT_EQ(answer.alert().informativeText, text);
+    EXPECT_EQ(whole.alert().informativeText, text);
 }
 
-using OpenAlert = ErrorAlert;
-
-TEST_F(OpenAlert, HoldsClicksOnTheWindowBack) {
+TEST_F(AlertTest, HoldsClicksOnTheWindowBackWhileTheLogGoesOn) {
     takeLog();
-    const AlertAction clickBehind = [this](QMessageBox&) {
+    std::string log;
+    const AlertAction clickBehind = [&](QMessageBox&) {
         QTest::mouseClick(delegate->window->windowHandle(), Qt::LeftButton, {},
                           delegate->refreshButton->mapTo(delegate->window.get(), QPoint(10, 10)));
+        delegate->appendLog("a line", true);
+        log = takeLog();
     };
     EXPECT_EQ(response(question_, inOrder(clickBehind, click("Cancel"))), 1001);
-    EXPECT_EQ(takeLog(), "");
+    EXPECT_EQ(log, "a line\n");
 }
 
-TEST_F(OpenAlert, IsDarkLikeTheWindow) {
-    const AlertAction look = [](QMessageBox& box) {
-        EXPECT_EQ(box.windowModality(), Qt::ApplicationModal);
-        EXPECT_LT(box.palette().color(QPalette::Window).lightness(), 60);
-        EXPECT_GT(box.palette().color(QPalette::WindowText).lightness(), 200);
-        const QImage icon = box.iconPixmap().toImage();
-        EXPECT_EQ(hex(icon.pixelColor(icon.width() / 6, icon.height() / 2)), "#ff4d4a");
+using ActionButtonTitle = AlertTest;
+
+TEST_F(ActionButtonTitle, IsCutWhereItIsFarWiderThanTheWindowAndWholeForWhoeverAsks) {
+    const auto shown = [this](const std::string& title) {
+        delegate->flashButton->setTitle(QString::fromStdString(title));
+        EXPECT_EQ(delegate->flashButton->title().toStdString(), title);
+        EXPECT_EQ(delegate->flashButton->accessibleName().toStdString(), title);
+        return delegate->flashButton->text().toStdString();
     };
-    EXPECT_EQ(response(question_, inOrder(look, click("Cancel"))), 1001);
+    EXPECT_EQ(shown(std::string(400, 'x')), std::string(400, 'x'));
+    EXPECT_EQ(shown(std::string(1'000'000, 'x')), std::string(400, 'x') + "…");
+    EXPECT_EQ(shown("FLASH VERIFIED R&D"), "FLASH VERIFIED R&&D");
+    EXPECT_EQ(shown(std::string(399, 'x') + "&&"), std::string(399, 'x') + "&&…");
 }
 
 }  // namespace

@@ -1,8 +1,14 @@
+#ifdef __linux__
+#include <sys/inotify.h>
+#include <unistd.h>
+#endif
+
+#include <QApplication>
 #include <QComboBox>
-#include <QTest>
+#include <QWheelEvent>
 #include <filesystem>
 
-#include "tests/support/Fifo.h"
+#include "platform/FileDescriptor.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 #include "ui/TextLabel.h"
@@ -12,38 +18,24 @@ namespace qelmo {
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::StartsWith;
 
-std::string anotherImage() {
-    std::string image = ReleaseFixture::smallestImage();
-    image[100] = 'x';
-    return image;
-}
+const std::string noPortLine =
+    "No boot port found. Put the Cardputer ADV into G0 boot mode, connect USB, then press REFRESH BUILD.\n";
 
 class ReleaseStatus : public WindowTest {
 protected:
-    ReleaseStatus() { release.manifest.set("version", R"("1.2.0")"); }
-
-    void installVersion(const std::string& version) {
-        release.manifest.set("version", '"' + version + '"');
-        writeRelease();
-    }
-
-    /// What a successful validation writes, over a window without ports.
-    std::string reportBelow(const std::string& verdict) const {
+    /// What a successful validation writes.
+    std::string report(const std::string& verdict, const std::string& ports = noPortLine) const {
         return verdict + "\nSHA-256  " + ReleaseFixture::digestOf(readTestFile(release.image())) +
-               "\nAddress   0x0\nSD card   not accessed by this application\n"
-               "No boot port found. Put the Cardputer ADV into G0 boot mode, connect USB, then press REFRESH "
-               "BUILD.\n";
+               "\nAddress   0x0\nSD card   not accessed by this application\n" + ports;
     }
 
-    void expectFailureShown(const std::string& reason) {
+    void expectRefusal(const std::string& reason) {
         EXPECT_FALSE(delegate->resources.has_value());
+        expectShown("NOT READY");
         EXPECT_EQ(textOf(delegate->releaseLabel), "RELEASE VALIDATION FAILED\n" + reason);
-        EXPECT_EQ(hex(delegate->releaseLabel->colour()), hex(delegate->foreground));
-        EXPECT_EQ(textOf(delegate->statusLabel), "NOT READY");
-        EXPECT_EQ(hex(delegate->statusLabel->colour()), hex(delegate->danger));
-        EXPECT_FALSE(delegate->flashButton->isEnabled());
         EXPECT_EQ(takeLog(), "STOP: " + reason + "\n");
     }
 };
@@ -52,174 +44,136 @@ TEST_F(ReleaseStatus, ShowsAValidReleaseAtTheStart) {
     std::string image(8388608, '\0');
     image[0] = image[0x10000] = '\xE9';
     release.setImage(image);
-    release.manifest.set("name", R"("Example")");
-    writeRelease();
+    change("name", R"("<b>Example</b> & co")");
     launch();
-    EXPECT_EQ(textOf(delegate->releaseLabel), "Example  //  1.2.0\n8388608 bytes  •  SHA-256 " +
+    EXPECT_EQ(textOf(delegate->releaseLabel), "<b>Example</b> & co  //  1.0.0\n8388608 bytes  •  SHA-256 " +
                                                   ReleaseFixture::digestOf(image).substr(0, 16) +
                                                   "…  •  ESP32-S3 / 8 MB / DIO / 80 MHz");
-    EXPECT_EQ(delegate->flashButton->title().toStdString(), "FLASH VERIFIED VARNOX");
-    EXPECT_EQ(takeLog(), reportBelow("Embedded full image verified."));
+    EXPECT_EQ(delegate->releaseLabel->textFormat(), Qt::PlainText);
+    expectShown("WAITING FOR G0 BOOT PORT");
+    EXPECT_EQ(takeLog(), report("Embedded full image verified."));
 }
 
-TEST_F(ReleaseStatus, CallsAnUnchangedBuildCurrent) {
-    writeRelease();
+TEST_F(ReleaseStatus, TellsWithEveryRefreshWhetherTheBuildIsANewOne) {
     launch();
     takeLog();
-    pressRefresh();
-    EXPECT_EQ(takeLog(), reportBelow("Build already current: 1.2.0."));
-}
-
-TEST_F(ReleaseStatus, ShowsTheNamesOfABuildThatIsCurrentAnew) {
-    writeRelease();
-    launch();
+    const auto expectVerdict = [this](const std::string& verdict) {
+        writeRelease();
+        pressRefresh();
+        EXPECT_EQ(takeLog(), report(verdict));
+        EXPECT_THAT(textOf(delegate->releaseLabel),
+                    testing::HasSubstr("  //  " + delegate->resources->manifest.version + "\n"));
+        expectShown("WAITING FOR G0 BOOT PORT");
+    };
+    expectVerdict("Build already current: 1.0.0.");
     release.manifest.set("name", R"("Renamed")");
     release.manifest.set("flash.confirmationText", R"("FLASH RENAMED")");
-    writeRelease();
-    pressRefresh();
-    EXPECT_THAT(textOf(delegate->releaseLabel), StartsWith("Renamed  //  1.2.0\n"));
+    expectVerdict("Build already current: 1.0.0.");
     EXPECT_EQ(delegate->flashButton->title().toStdString(), "FLASH VERIFIED RENAMED");
+    release.manifest.set("version", R"("1.0.1")");
+    expectVerdict("NEW BUILD LOADED: 1.0.0 → 1.0.1.");
+    std::string image = ReleaseFixture::smallestImage();
+    image[100] = 'x';
+    release.setImage(image);
+    expectVerdict("NEW BUILD LOADED: 1.0.1 → 1.0.1.");
 }
 
-TEST_F(ReleaseStatus, TellsTheVersionsOfANewBuild) {
-    writeRelease();
-    launch();
-    takeLog();
-    release.setImage(anotherImage());
-    installVersion("1.3.0");
-    pressRefresh();
-    EXPECT_EQ(takeLog(), reportBelow("NEW BUILD LOADED: 1.2.0 → 1.3.0."));
-    EXPECT_THAT(textOf(delegate->releaseLabel), StartsWith("Varnox  //  1.3.0\n"));
-}
-
-TEST_F(ReleaseStatus, CallsOtherBytesOfTheSameVersionANewBuild) {
-    writeRelease();
-    launch();
-    takeLog();
-    release.setImage(anotherImage());
-    writeRelease();
-    pressRefresh();
-    EXPECT_EQ(takeLog(), reportBelow("NEW BUILD LOADED: 1.2.0 → 1.2.0."));
-}
-
-TEST_F(ReleaseStatus, CallsTheSameBytesWithAnotherVersionANewBuild) {
-    writeRelease();
-    launch();
-    takeLog();
-    installVersion("1.2.1");
-    pressRefresh();
-    EXPECT_EQ(takeLog(), reportBelow("NEW BUILD LOADED: 1.2.0 → 1.2.1."));
-}
-
-TEST_F(ReleaseStatus, ReportsAFirstSuccessAsVerifiedEvenWhenTheUserAskedForIt) {
+// fault: the release is damaged at the start, and mended later
+// seen: "NOT READY", "RELEASE VALIDATION FAILED", "The embedded flash manifest is missing."
+TEST_F(ReleaseStatus, IsRefusedInThePanelTheStatusAndTheLogUntilItIsMended) {
     std::filesystem::remove(release.manifestFile());
     launch();
-    expectFailureShown("The embedded flash manifest is missing.");
+    expectRefusal("The embedded flash manifest is missing.");
     EXPECT_EQ(delegate->flashButton->title().toStdString(), "VALIDATING RELEASE");
-    installVersion("1.2.0");
+    writeRelease();
     pressRefresh();
-    EXPECT_EQ(takeLog(), reportBelow("Embedded full image verified."));
-    EXPECT_EQ(textOf(delegate->statusLabel), "WAITING FOR G0 BOOT PORT");
+    EXPECT_EQ(takeLog(), report("Embedded full image verified."));
+    expectShown("WAITING FOR G0 BOOT PORT");
 }
 
 // fault: a refresh finds a fault
-// seen: "NOT READY"
+// seen: "NOT READY", "STOP:"
 TEST_F(ReleaseStatus, KeepsTheTitleAndThePortsWhenARefreshFails) {
-    const BootPort port("cu.usbmodem101");
-    release.manifest.set("flash.confirmationText", R"("FLASH VARNOX & MORE")");
-    writeRelease();
+    const std::string port = plugIn("cu.usbmodem101");
+    change("flash.confirmationText", R"("FLASH VARNOX & MORE")");
     launch();
-    EXPECT_TRUE(delegate->flashButton->isEnabled());
     takeLog();
     std::filesystem::remove(release.tool());
-    const BootPort later("cu.usbmodem102");
+    plugIn("cu.usbmodem102");
     pressRefresh();
-    expectFailureShown("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
+    expectRefusal("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
     EXPECT_EQ(delegate->flashButton->title().toStdString(), "FLASH VERIFIED VARNOX & MORE");
-    EXPECT_THAT(delegate->ports, ElementsAre(port.path()));
-    EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre(port.path()));
-    EXPECT_TRUE(delegate->portPopup->isEnabled());
+    EXPECT_THAT(delegate->ports, ElementsAre(port));
+    EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre(port));
 }
 
-TEST_F(ReleaseStatus, DoesNotRefreshWhileAFlashJobRuns) {
-    const BootPort port("cu.usbmodem101");
-    const Fifo gate;
-    setTool("open('" + gate.path() + "').read()");
-    writeRelease();
+class BootPortMenu : public ReleaseStatus {};
+
+// fault: the device is unplugged, or plugged in, before the refresh
+// seen: "WAITING FOR G0 BOOT PORT", "No ESP32-S3 boot port found"
+TEST_F(BootPortMenu, ShowsThePortsOfEachRefreshInTheOrderOfTheirNames) {
+    for (const char* const other : {"tty.usbmodem101", "cu.Bluetooth-Incoming-Port", "cu.USBMODEM1"})
+        plugIn(other);
     launch();
-    startJob();
-    takeLog();
-    const std::string panel = textOf(delegate->releaseLabel);
-
-    const BootPort later("cu.usbmodem102");
-    installVersion("2.0.0");
-    delegate->refreshBuildAndPorts();
-    EXPECT_EQ(takeLog(), "");
-    EXPECT_EQ(textOf(delegate->releaseLabel), panel);
-    EXPECT_EQ(delegate->resources->manifest.version, "1.2.0");
-    EXPECT_THAT(delegate->ports, ElementsAre(port.path()));
-
-    const AlertAnswer done(click("Done"));
-    gate.open();
-    EXPECT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
+    EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre("No ESP32-S3 boot port found"));
+    EXPECT_TRUE(delegate->ports.empty());
+    expectShown("WAITING FOR G0 BOOT PORT");
+    const std::string nine = plugIn("cu.usbmodem9");
+    pressRefresh();
+    EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre(nine));
+    expectShown("READY");
+    EXPECT_THAT(takeLog(), EndsWith("Found 1 candidate boot port.\n"));
+    const std::string ten = plugIn("cu.usbmodem10");
+    const std::string slab = plugIn("cu.SLAB_USBtoUART");
+    pressRefresh();
+    EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre(slab, ten, nine));
+    EXPECT_EQ(delegate->ports, itemsOf(delegate->portPopup));
+    expectShown("CHOOSE CARDPUTER PORT");
+    EXPECT_THAT(takeLog(), EndsWith("Found 3 candidate boot ports.\n"));
+    delegate->portPopup->setCurrentIndex(2);
+    pressRefresh();
+    EXPECT_EQ(delegate->portPopup->currentIndex(), 0);
+    std::filesystem::remove_all(context.deviceFolder);
+    pressRefresh();
+    EXPECT_TRUE(delegate->ports.empty());
+    expectShown("WAITING FOR G0 BOOT PORT");
 }
 
-struct Damage {
-    std::string name;
-    std::function<void(ReleaseFixture&)> make;
-    std::string reason;
-};
-
-Damage wrongValue(const std::string& name, const std::string& path, const std::string& json,
-                  const std::string& reason) {
-    return {name, [path, json](ReleaseFixture& release) { release.manifest.set(path, json); }, reason};
-}
-
-class DamagedRelease : public ReleaseStatus, public testing::WithParamInterface<Damage> {};
-
-// fault: the release is damaged at the start
-// seen: "NOT READY", "STOP:"
-TEST_P(DamagedRelease, IsRefusedInThePanelTheStatusAndTheLog) {
-    GetParam().make(release);
-    writeRelease();
+#ifdef __linux__
+TEST_F(BootPortMenu, OpensNoPortToListIt) {
+    const std::string port = plugIn("cu.usbmodem101");
+    const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watch.get(), port.c_str(), IN_OPEN), 0);
     launch();
-    expectFailureShown(GetParam().reason);
+    EXPECT_THAT(delegate->ports, ElementsAre(port));
+    inotify_event opened{};
+    EXPECT_EQ(::read(watch.get(), &opened, sizeof opened), -1);
+}
+#endif
+
+TEST_F(BootPortMenu, OffersPortsButNoFlashWithoutARelease) {
+    launch();
+    delegate->resources.reset();
+    plugIn("cu.usbmodem101");
+    delegate->refreshPorts();
+    expectShown("READY");
+    EXPECT_FALSE(delegate->flashButton->isEnabled());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    ReleaseStatus, DamagedRelease,
-    testing::Values(
-        wrongValue("Schema", "schemaVersion", "2", "The embedded flash manifest version is unsupported."),
-        wrongValue("Chip", "chipFamily", R"("ESP32")", "This release is not locked to ESP32-S3."),
-        wrongValue("Offset", "binary.offset", "4096", "The complete firmware must flash at address 0x0."),
-        wrongValue("Geometry", "flash.flashSize", R"("4MB")",
-                   "The embedded flash geometry is not Cardputer ADV safe."),
-        wrongValue("Length", "binary.size", "65538",
-                   "The embedded firmware size does not match its manifest."),
-        wrongValue("Digest", "binary.sha256", R"("00")", "The embedded firmware checksum is not trusted."),
-        wrongValue("WrongType", "name", "7", "name: expected a string, found an integer"),
-        Damage{"NoMagic", [](ReleaseFixture& one) { one.setImage(std::string(65537, '\0')); },
-               "The embedded file is not a complete QELMO firmware image."},
-        Damage{"NoTool", [](ReleaseFixture& one) { std::filesystem::remove(one.tool()); },
-               "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."}),
-    [](const auto& test) { return test.param.name; });
-
-// fault: the image is missing at the start
-// seen: "RELEASE VALIDATION FAILED", "No such file or directory"
-TEST_F(ReleaseStatus, NamesTheImageThatIsMissing) {
-    std::filesystem::remove(release.image());
+TEST_F(BootPortMenu, KeepsItsDeviceWhenTheWheelTurnsOverIt) {
+    plugIn("cu.usbmodem101");
+    plugIn("cu.wchusbserial110");
     launch();
-    EXPECT_THAT(textOf(delegate->releaseLabel),
-                testing::AllOf(StartsWith("RELEASE VALIDATION FAILED\n"),
-                               testing::EndsWith("release-complete.bin: No such file or directory")));
-}
-
-TEST_F(ReleaseStatus, ShowsMarkupInTheManifestAsItStands) {
-    release.manifest.set("name", R"("<b>Varnox</b> & co")");
-    writeRelease();
-    launch();
-    EXPECT_THAT(textOf(delegate->releaseLabel), StartsWith("<b>Varnox</b> & co  //  1.2.0\n"));
-    EXPECT_EQ(delegate->releaseLabel->textFormat(), Qt::PlainText);
+    for (const bool hasFocus : {false, true}) {
+        if (hasFocus) delegate->portPopup->setFocus();
+        for (const int turn : {-120, 120}) {
+            const QPointF place(20, 10);
+            QWheelEvent wheel(place, delegate->portPopup->mapToGlobal(place), {}, {0, turn}, Qt::NoButton,
+                              Qt::NoModifier, Qt::NoScrollPhase, false);
+            QApplication::sendEvent(delegate->portPopup, &wheel);
+            EXPECT_EQ(delegate->portPopup->currentIndex(), 0) << turn;
+        }
+    }
 }
 
 }  // namespace

@@ -1,15 +1,13 @@
 #include <QApplication>
 #include <QIcon>
-#include <QScreen>
-#include <QTest>
 #include <QWindow>
 #include <filesystem>
 
 #include "tests/support/Fifo.h"
-#include "tests/ui/WindowRows.h"
+#include "tests/ui/AlertAnswer.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
-#include "ui/ApplicationIcon.h"
+#include "ui/DesktopLook.h"
 #include "ui/TextLabel.h"
 
 namespace qelmo {
@@ -47,13 +45,6 @@ TEST_F(StartUp, BeginsWithItsPaletteAndNothingElse) {
     EXPECT_TRUE(delegate->ports.empty());
 }
 
-TEST_F(StartUp, ShowsTheWindowAndTheValidatedRelease) {
-    launch();
-    EXPECT_TRUE(delegate->window->isVisible());
-    EXPECT_TRUE(delegate->resources.has_value());
-    EXPECT_THAT(takeLog(), StartsWith("Embedded full image verified.\n"));
-}
-
 /// Notes the panel's text at the moment in which the window comes up.
 class TextWhenShown : public QObject {
 public:
@@ -79,54 +70,20 @@ TEST_F(StartUp, ShowsTheWindowBeforeItValidates) {
     EXPECT_EQ(shown.text, "Validating embedded release…");
 }
 
-/// Another window that comes up in front of the delegate's, with the keyboard, as soon as that is shown.
-class WindowInFront : public QWidget {
-public:
-    explicit WindowInFront(const AppDelegate& delegate) : delegate_(delegate) {
-        qApp->installEventFilter(this);
-    }
-
-    bool eventFilter(QObject* object, QEvent* event) override {
-        if (event->type() == QEvent::Show && object == delegate_.window.get()) {
-            setGeometry(delegate_.window->geometry());
-            show();
-            activateWindow();
-        }
-        return false;
-    }
-
-private:
-    const AppDelegate& delegate_;
-};
-
-TEST_F(StartUp, BringsTheWindowToTheFrontWithTheKeyboard) {
-    const WindowInFront other(*delegate);
-    launch();
-    EXPECT_TRUE(waitUntil([this] { return delegate->window->isActiveWindow(); }));
-    EXPECT_TRUE(waitUntil([this] { return colourOnScreen(*delegate->window, {5, 5}) == "#090909"; }));
-}
-
-TEST_F(StartUp, TakesTheBundlesIcon) {
+// fault: the bundle has no icon, or a damaged one
+TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
     launch();
     EXPECT_EQ(colourOfIcon(), "#ff0000");
-}
-
-// fault: the bundle has no icon
-TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundleHasNone) {
-    std::filesystem::remove(release.resources() + "/AppIcon.icns");
-    launch();
-    EXPECT_FALSE(QApplication::windowIcon().availableSizes().isEmpty());
-    EXPECT_NE(colourOfIcon(), "#ff0000");
-    EXPECT_THAT(takeLog(), StartsWith("Embedded full image verified.\n"));
-}
-
-// fault: the bundle's icon is damaged
-TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
-    writeTestFile(release.resources() + "/AppIcon.icns", redIcon().substr(0, 40));
-    launch();
-    EXPECT_FALSE(QApplication::windowIcon().availableSizes().isEmpty());
-    EXPECT_NE(colourOfIcon(), "#ff0000");
-    EXPECT_THAT(takeLog(), StartsWith("Embedded full image verified.\n"));
+    const std::string icon = release.resources() + "/AppIcon.icns";
+    for (const bool isDamaged : {true, false}) {
+        std::filesystem::remove(icon);
+        if (isDamaged) writeTestFile(icon, redIcon().substr(0, 40));
+        replaceDelegate();
+        launch();
+        EXPECT_FALSE(QApplication::windowIcon().availableSizes().isEmpty());
+        EXPECT_NE(colourOfIcon(), "#ff0000");
+        EXPECT_THAT(takeLog(), StartsWith("Embedded full image verified.\n"));
+    }
 }
 
 /// The application's own rule about its last window, for one test.
@@ -139,19 +96,10 @@ public:
     ~QuitRule() { QApplication::setQuitOnLastWindowClosed(false); }
 };
 
-TEST_F(StartUp, QuitsWhenTheWindowIsClosed) {
-    const QuitRule rule;
-    mainQueue->post([this] {
-        launch();
-        delegate->window->windowHandle()->close();
-    });
-    EXPECT_EQ(QApplication::exec(), 0);
-}
-
 // fault: the window is closed while a job runs
 TEST_F(StartUp, QuitsWhenTheWindowIsClosedDuringAFlashJobAndLeavesTheToolRunning) {
     const QuitRule rule;
-    const BootPort port("cu.usbmodem101");
+    plugIn("cu.usbmodem101");
     const Fifo gate;
     const std::string trace = release.home() + "/tool-went-on";
     setTool("open('" + gate.path() + "').read()\nprint('x' * 1_000_000)\nopen('" + trace + "', 'w')");

@@ -10,9 +10,9 @@
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 #include "ui/ActivityBar.h"
-#include "ui/ColouredBox.h"
 #include "ui/LogTextView.h"
 #include "ui/TextLabel.h"
+#include "ui/WindowLayout.h"
 
 namespace qelmo {
 

@@ -1,16 +1,21 @@
 #include "tests/ui/WindowTest.h"
 
+#include <QApplication>
 #include <QBuffer>
 #include <QComboBox>
 #include <QImage>
 #include <QLabel>
 #include <QTest>
 #include <QWindow>
+#include <cstdlib>
 #include <filesystem>
 
-#include "platform/MainBundle.h"
+#include "app/WindowCheck.h"
+#include "tests/ui/AlertAnswer.h"
 #include "ui/ActionButton.h"
+#include "ui/ActivityBar.h"
 #include "ui/LogTextView.h"
+#include "ui/TextLabel.h"
 
 namespace qelmo {
 
@@ -20,11 +25,6 @@ std::string bigEndian(std::size_t number) {
     std::string bytes;
     for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>((number >> shift) & 0xFF);
     return bytes;
-}
-
-/// The main bundle's resource folder is a link to the fixture's.
-std::filesystem::path resourceLink() {
-    return resourceFolder(MainBundle::bundleURL());
 }
 
 }  // namespace
@@ -55,19 +55,30 @@ std::string hex(const QColor& colour) {
 }
 
 WindowTest::WindowTest() {
-    std::filesystem::remove(resourceLink());
-    std::filesystem::create_directory_symlink(release.resources(), resourceLink());
+    context.bundleURL = release.bundle();
+    context.homeFolder = release.home();
+    // The pictures show the real folder's name; those tests have a /dev of their own.
+    const char* const devices = std::getenv("QELMO_DEVICES");
+    context.deviceFolder = devices == nullptr ? release.home() + "/devices" : devices;
+    context.windowReportFile = release.home() + "/window-report";
+    std::filesystem::create_directories(context.deviceFolder);
     writeTestFile(release.resources() + "/AppIcon.icns", redIcon());
     writeRelease();
+    replaceDelegate();
     QObject::connect(&unexpectedAlerts_, &QTimer::timeout, &unexpectedAlerts_,
                      [this] { endUnexpectedAlert(); });
     unexpectedAlerts_.start(20);
 }
 
 WindowTest::~WindowTest() {
+    for (const std::string& name : pluggedIn_) unplug(name);
     delegate.reset();
     mainQueue->close();
-    std::filesystem::remove(resourceLink());
+}
+
+void WindowTest::replaceDelegate() {
+    delegate = std::make_shared<AppDelegate>(mainQueue, context, checkWindow);
+    logTaken_ = 0;
 }
 
 void WindowTest::launch() {
@@ -76,14 +87,24 @@ void WindowTest::launch() {
     settle();
 }
 
-void WindowTest::setTool(const std::string& python) const {
-    writeTestFile(release.tool(), "import os, signal, sys, time\n" + python + "\n");
+void WindowTest::change(const std::string& field, const std::string& json) {
+    release.manifest.set(field, json);
+    writeRelease();
 }
 
-void WindowTest::runSuccessfulJob() {
-    startJob();
-    const AlertAnswer done(click("Done"));
-    ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
+std::string WindowTest::plugIn(const std::string& name) {
+    pluggedIn_.push_back(name);
+    std::string path = context.deviceFolder + "/" + name;
+    writeTestFile(path, "");
+    return path;
+}
+
+void WindowTest::unplug(const std::string& name) const {
+    std::filesystem::remove(context.deviceFolder + "/" + name);
+}
+
+void WindowTest::setTool(const std::string& python) const {
+    writeTestFile(release.tool(), "import os, signal, sys, time\n" + python + "\n");
 }
 
 void WindowTest::startJob() {
@@ -93,6 +114,12 @@ void WindowTest::startJob() {
 
 bool WindowTest::waitForEndOfJob() const {
     return waitUntil([this] { return delegate->flashProcess == nullptr; });
+}
+
+void WindowTest::runSuccessfulJob() {
+    startJob();
+    const AlertAnswer done(click("Done"));
+    ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
 }
 
 void WindowTest::settle() const {
@@ -116,6 +143,23 @@ void WindowTest::pressFlash() const {
 
 void WindowTest::pressRefresh() const {
     QTest::mouseClick(delegate->refreshButton, Qt::LeftButton);
+}
+
+void WindowTest::expectShown(const std::string& status) const {
+    const WindowState& state = delegate->state();
+    const std::vector<QColor> colours{delegate->accent, delegate->warning, delegate->danger};
+    EXPECT_EQ(textOf(delegate->statusLabel), status);
+    EXPECT_EQ(status, state.status);
+    EXPECT_EQ(hex(delegate->statusLabel->colour()),
+              hex(colours.at(static_cast<std::size_t>(state.statusColour))));
+    EXPECT_EQ(textOf(delegate->releaseLabel), state.release);
+    EXPECT_EQ(hex(delegate->releaseLabel->colour()), hex(delegate->foreground));
+    EXPECT_EQ(delegate->flashButton->title().toStdString(), state.flashTitle);
+    EXPECT_EQ(delegate->flashButton->isEnabled(), state.canFlash);
+    EXPECT_EQ(delegate->refreshButton->isEnabled(), state.canRefresh);
+    EXPECT_EQ(delegate->portPopup->isEnabled(), state.canChoosePort);
+    EXPECT_EQ(delegate->progress->isAnimating(), state.isBusy);
+    EXPECT_EQ(delegate->flashProcess != nullptr, state.isBusy);
 }
 
 void WindowTest::endUnexpectedAlert() const {

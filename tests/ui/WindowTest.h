@@ -2,16 +2,18 @@
 
 #include <gmock/gmock.h>
 
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QMessageBox>
 #include <QTimer>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/ThisProcess.h"
+#include "platform/LaunchContext.h"
 #include "tests/support/ReleaseFixture.h"
-#include "tests/ui/AlertAnswer.h"
-#include "tests/ui/BootPort.h"
-#include "tests/ui/EventLoop.h"
+#include "tests/support/Waiting.h"
 #include "ui/AppDelegate.h"
 #include "ui/QtMainQueue.h"
 
@@ -19,33 +21,57 @@ class QLabel;
 
 namespace qelmo {
 
-/// The red icon that a test's bundle holds, as the bytes of an ICNS file.
-[[nodiscard]] std::string redIcon();
+/// Runs the event loop until `condition` holds; false when it did not within the limit.
+template <typename Condition>
+[[nodiscard]] bool waitUntil(Condition condition) {
+    if (condition()) return true;
+    QEventLoop loop;
+    QTimer look;
+    const QDeadlineTimer limit(waitingLimit);
+    bool holds = false;
+    QObject::connect(&look, &QTimer::timeout, &loop, [&] {
+        holds = condition();
+        if (holds || limit.hasExpired()) loop.quit();
+    });
+    look.start(2);
+    loop.exec();
+    return holds;
+}
 
-/// What one control shows.
+// What one control shows.
 [[nodiscard]] std::string textOf(const QLabel* label);
 [[nodiscard]] std::vector<std::string> itemsOf(const QComboBox* menu);
 [[nodiscard]] std::string hex(const QColor& colour);
 
-/// One real window with its delegate, over a release of its own: this program's main bundle holds the
-/// fixture's release and an icon, and HOME the flashing tool that `setTool` describes.
+/// A red icon, as the bytes of an ICNS file.
+[[nodiscard]] std::string redIcon();
+
+/// One real window with its delegate, over a bundle, a home folder and a device folder of its own.
 class WindowTest : public ::testing::Test {
 protected:
     WindowTest();
     ~WindowTest() override;
 
+    /// A delegate for `context` in place of the one before.
+    void replaceDelegate();
     /// Starts up like the application and waits until the window is on the screen and its log is written.
     void launch();
     void writeRelease() const { release.writeManifest(release.manifest.text()); }
+    /// Changes one field of the manifest in the bundle.
+    void change(const std::string& field, const std::string& json);
+
+    /// A boot port appears; returns its path.
+    std::string plugIn(const std::string& name);
+    void unplug(const std::string& name) const;
 
     /// The tool is this Python text from now on; it is run by the real interpreter.
     void setTool(const std::string& python) const;
 
-    /// Runs a valid release's flash job from the press to its end, answering its alerts.
-    void runSuccessfulJob();
     /// Presses the flash button and confirms.
     void startJob();
     [[nodiscard]] bool waitForEndOfJob() const;
+    /// Runs a job to its good end, answering its alerts.
+    void runSuccessfulJob();
     /// Waits until everything that was posted until now has run.
     void settle() const;
 
@@ -55,13 +81,18 @@ protected:
     void pressFlash() const;
     void pressRefresh() const;
 
+    /// Every control shows the delegate's state, and this is its status.
+    void expectShown(const std::string& status) const;
+
     ReleaseFixture release;
+    LaunchContext context;
     std::shared_ptr<QtMainQueue> mainQueue = std::make_shared<QtMainQueue>();
-    std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(mainQueue, processEnvironment());
+    std::shared_ptr<AppDelegate> delegate;
 
 private:
     void endUnexpectedAlert() const;
 
+    std::vector<std::string> pluggedIn_;
     QTimer unexpectedAlerts_;
     qsizetype logTaken_ = 0;
 };
@@ -71,7 +102,7 @@ class ReadyWindowTest : public WindowTest {
 protected:
     ReadyWindowTest() { launch(); }
 
-    const BootPort port{"cu.usbmodem101"};
+    const std::string port = plugIn("cu.usbmodem101");
 };
 
 }  // namespace qelmo

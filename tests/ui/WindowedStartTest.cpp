@@ -5,18 +5,14 @@
 #include <QApplication>
 #include <QPalette>
 #include <QTimer>
-#include <functional>
-#include <string>
-#include <vector>
 
-extern "C" int qelmoWindowedStart(const std::vector<std::string>& environment);
+#include "platform/LaunchContext.h"
+
+extern "C" int qelmoWindowedStart(const qelmo::LaunchContext& context);
 
 namespace qelmo {
 
 namespace {
-
-/// What the next start is looked at for, once its window is there.
-std::function<void()> look;
 
 void lookAtTheWindow() {
     qWarning("a word of the toolkit while it starts");
@@ -24,24 +20,17 @@ void lookAtTheWindow() {
     QObject::connect(timer, &QTimer::timeout, timer, [timer] {
         if (QApplication::activeWindow() == nullptr) return;
         timer->stop();
-        look();
+        EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 60);
+        EXPECT_GT(QApplication::palette().color(QPalette::ButtonText).lightness(), 200);
+        EXPECT_TRUE(QApplication::testAttribute(Qt::AA_DontUseNativeDialogs));
+        qWarning("a word of the toolkit about the desktop");
         QApplication::quit();
     });
     timer->start(2);
 }
 Q_COREAPP_STARTUP_FUNCTION(lookAtTheWindow)
 
-TEST(WindowedStart, MakesTheControlsDarkAndTheAlertsItsOwn) {
-    look = [] {
-        EXPECT_LT(QApplication::palette().color(QPalette::Window).lightness(), 60);
-        EXPECT_GT(QApplication::palette().color(QPalette::ButtonText).lightness(), 200);
-        EXPECT_TRUE(QApplication::testAttribute(Qt::AA_DontUseNativeDialogs));
-    };
-    EXPECT_EQ(qelmoWindowedStart({}), 0);
-}
-
-TEST(WindowedStart, KeepsTheToolkitsWarningsToItself) {
-    look = [] { qWarning("a word of the toolkit about the desktop"); };
+TEST(WindowedStart, MakesTheControlsDarkAndTheAlertsItsOwnAndKeepsTheToolkitsWordsToItself) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(qelmoWindowedStart({}), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

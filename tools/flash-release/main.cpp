@@ -13,7 +13,8 @@
 #include "flashing/BootPorts.h"
 #include "flashing/FlashCommand.h"
 #include "flashing/FlashTexts.h"
-#include "flashing/ToolProcess.h"
+#include "platform/FilePath.h"
+#include "platform/LaunchContext.h"
 #include "platform/SystemError.h"
 #include "platform/ThisProcess.h"
 #include "platform/Utf8.h"
@@ -30,18 +31,17 @@ constexpr const char* usage =
     "Flashes the release of BUNDLE to the device at PORT without asking; --check only says what it would "
     "use.\n";
 
-void requireBootPort(const std::string& port) {
-    const std::string name = port.substr(port.rfind('/') + 1);
-    if (candidateBootPorts({name}) != std::vector{port})
+void requireBootPort(const LaunchContext& context, const std::string& port) {
+    if (parentFolder(port) != context.deviceFolder || !isBootPortName(port.substr(port.rfind('/') + 1)))
         throw FlasherFailure(port + " is not the name of a Cardputer's port");
-    const std::vector<std::string> ports = listBootPorts();
+    const std::vector<std::string> ports = listBootPorts(context.deviceFolder);
     if (std::find(ports.begin(), ports.end(), port) == ports.end())
         throw FlasherFailure("there is no " + port);
 }
 
-std::string factsOf(const FlasherResources& release) {
+std::string factsOf(const LaunchContext& context, const FlasherResources& release) {
     const FlashManifest& manifest = release.manifest;
-    return "release=" + manifest.name + " " + manifest.version + "\npython=" + pythonPath +
+    return "release=" + manifest.name + " " + manifest.version + "\npython=" + context.interpreter +
            "\nesptool=" + release.esptoolURL + "\nimage=" + release.firmwareURL +
            "\nsha256=" + release.checksum +
            "\nerase=" + (manifest.flash.eraseAllInternalFlash ? "yes" : "no") + "\n";
@@ -57,19 +57,21 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 /// Becomes the tool, as the window would run it. The tool ends when its caller ends it: unlike a job of the
 /// window, this one is followed by somebody who puts the device's old content back.
-[[noreturn]] void becomeTool(const FlasherResources& release, const std::string& port) {
+[[noreturn]] void becomeTool(const LaunchContext& context, const FlasherResources& release,
+                             const std::string& port) {
     writeToStandardOutput(FlashTexts::startLine(port) + "\n");
-    std::vector<std::string> command = flashArguments(release, port);
-    command.insert(command.begin(), pythonPath);
-    std::vector<std::string> environment = toolEnvironment(processEnvironment());
-    ::execve(pythonPath, pointersTo(command).data(), pointersTo(environment).data());
-    throwSystemError(errno, "start", pythonPath);
+    ToolCommand command = flashCommand(context, release, port);
+    command.arguments.insert(command.arguments.begin(), command.executable);
+    ::execve(command.executable.c_str(), pointersTo(command.arguments).data(),
+             pointersTo(command.environment).data());
+    throwSystemError(errno, "start", command.executable);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
+        const LaunchContext context = LaunchContext::ofThisProcess(argc, argv);
         std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
         const bool checksOnly = !arguments.empty() && arguments.front() == "--check";
         if (checksOnly) arguments.erase(arguments.begin());
@@ -77,13 +79,13 @@ int main(int argc, char** argv) {
             writeToStandardError(usage);
             return misuse;
         }
-        requireBootPort(arguments[1]);
-        const auto release = FlasherResources::load(arguments[0]);
+        requireBootPort(context, arguments[1]);
+        const auto release = FlasherResources::load(arguments[0], context.homeFolder);
         if (checksOnly) {
-            writeToStandardOutput(factsOf(release));
+            writeToStandardOutput(factsOf(context, release));
             return EXIT_SUCCESS;
         }
-        becomeTool(release, arguments[1]);
+        becomeTool(context, release, arguments[1]);
     } catch (const std::exception& error) {
         writeToStandardError("flash-release: " + shownOnOneLine(errorDescription(error)) + "\n");
         return EXIT_FAILURE;

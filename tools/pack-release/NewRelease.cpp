@@ -29,20 +29,22 @@ std::string composedManifest(const PackRequest& request, std::span<const std::by
     using Key = FlashManifest::CodingKeys;
     using BinaryKey = FlashManifest::Binary::CodingKeys;
     using FlashKey = FlashManifest::Flash::CodingKeys;
-    const auto key = [](auto codingKey) { return std::string(keyText(codingKey)); };
+    const auto key = [](Key one) { return std::string(keyText<FlashManifest>(one)); };
+    const auto binaryKey = [](BinaryKey one) { return std::string(keyText<FlashManifest::Binary>(one)); };
+    const auto flashKey = [](FlashKey one) { return std::string(keyText<FlashManifest::Flash>(one)); };
     const std::string digest = imageDigest(image);
 
-    const nlohmann::ordered_json binary{{key(BinaryKey::path), packedImageName(digest)},
-                                        {key(BinaryKey::offset), wholeFlashAddress},
-                                        {key(BinaryKey::size), image.size()},
-                                        {key(BinaryKey::sha256), digest}};
-    const nlohmann::ordered_json flash{{key(FlashKey::baud), request.baud},
-                                       {key(FlashKey::flashSize), supportedFlashSize},
-                                       {key(FlashKey::flashMode), supportedFlashMode},
-                                       {key(FlashKey::flashFrequency), request.frequency},
-                                       {key(FlashKey::eraseAllInternalFlash), request.erase},
-                                       {key(FlashKey::after), request.after},
-                                       {key(FlashKey::confirmationText), request.confirmation}};
+    const nlohmann::ordered_json binary{{binaryKey(BinaryKey::path), packedImageName(digest)},
+                                        {binaryKey(BinaryKey::offset), wholeFlashAddress},
+                                        {binaryKey(BinaryKey::size), image.size()},
+                                        {binaryKey(BinaryKey::sha256), digest}};
+    const nlohmann::ordered_json flash{{flashKey(FlashKey::baud), request.baud},
+                                       {flashKey(FlashKey::flashSize), supportedFlashSize},
+                                       {flashKey(FlashKey::flashMode), supportedFlashMode},
+                                       {flashKey(FlashKey::flashFrequency), request.frequency},
+                                       {flashKey(FlashKey::eraseAllInternalFlash), request.erase},
+                                       {flashKey(FlashKey::after), request.after},
+                                       {flashKey(FlashKey::confirmationText), request.confirmation}};
     const nlohmann::ordered_json document{{key(Key::schemaVersion), supportedSchemaVersion},
                                           {key(Key::name), request.name},
                                           {key(Key::version), request.version},

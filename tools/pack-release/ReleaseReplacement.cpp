@@ -13,18 +13,19 @@
 #include "platform/FileDescriptor.h"
 #include "platform/FilePath.h"
 #include "platform/FileReading.h"
-#include "platform/MainBundle.h"
 #include "platform/SystemError.h"
 #include "release/FlasherFailure.h"
 #include "release/FlasherResources.h"
 
 namespace qelmo {
 
+namespace fs = std::filesystem;
+
 namespace {
 
 std::string madeResourceFolder(const std::string& bundle) {
     std::string folder = resourceFolder(bundle);
-    if (!isFolder(parentFolder(folder)))
+    if (!fs::is_directory(parentFolder(folder)))
         throw FlasherFailure("not an application bundle, it has no Contents folder: " + bundle);
     if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) throwSystemError(errno, "create", folder);
     return folder;
@@ -40,7 +41,7 @@ FileDescriptor lockedFolder(const std::string& folder) {
 }
 
 std::optional<FlashManifest> presentManifest(const std::string& path) {
-    if (!exists(path)) return std::nullopt;
+    if (!fs::exists(path)) return std::nullopt;
     try {
         return FlashManifest::decode(RegularFile(path).readAll(manifestLimitBytes).span());
     } catch (const ManifestDecodingError&) {
@@ -79,7 +80,6 @@ bool isPackedImage(const std::string& path, std::string_view name) {
 /// Removes what earlier runs have left, except the images of the new and the replaced release.
 void removeLeftovers(const std::string& folder, const std::string& newImage,
                      const std::optional<FlashManifest>& replaced) {
-    namespace fs = std::filesystem;
     // By identity, because a manifest that was written by hand may spell the image's path in another way.
     const auto isKept = [&](const std::string& path) {
         std::error_code none;
@@ -103,7 +103,7 @@ std::optional<FlashManifest> replaceRelease(const std::string& bundle, const New
     const std::string imagePath = joinedPath(folder, release.manifest.binary.path);
     const auto manifestBytes = std::as_bytes(std::span(release.manifestText));
     auto replaced = presentManifest(manifestPath);
-    const bool imageWasThere = exists(imagePath);
+    const bool imageWasThere = fs::exists(imagePath);
     try {
         writeFileAtomically(imagePath, release.image.span(), Durability::flushedToDisk);
         writeFileAtomically(manifestPath, manifestBytes, Durability::flushedToDisk);

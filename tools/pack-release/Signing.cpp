@@ -2,10 +2,9 @@
 
 #include <unistd.h>
 
-#include <utility>
 #include <vector>
 
-#include "platform/ChildProcess.h"
+#include "platform/Spawn.h"
 #include "release/FlasherFailure.h"
 
 namespace qelmo {
@@ -33,16 +32,13 @@ std::string withoutTrailingNewlines(std::string text) {
     return text;
 }
 
-void run(const std::string& tool, std::vector<std::string> arguments, const std::string& purpose) {
-    const auto process = ChildProcess::create(tool, std::move(arguments));
-    process->launch();
-    // In this order because the tool may print more than the pipe holds.
-    const std::string output = process->readToEndOfOutput();
-    process->waitUntilExit();
-    const int status = process->terminationStatus();
-    if (status == 0) return;
+void run(const std::string& tool, const std::vector<std::string>& arguments, const std::string& purpose) {
+    // The tool may print more than a pipe holds.
+    const FinishedProcess process = runToEnd(tool, arguments, ReadOutput::whileRunning);
+    if (process.terminationStatus == 0) return;
     throw FlasherFailure("the new release is in place, but " + purpose + " failed: " + tool + " ended with " +
-                         std::to_string(status) + ": " + withoutTrailingNewlines(output));
+                         std::to_string(process.terminationStatus) + ": " +
+                         withoutTrailingNewlines(process.output));
 }
 
 }  // namespace

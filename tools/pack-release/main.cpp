@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <system_error>
 #include <vector>
 
 #include "platform/ThisProcess.h"
 #include "platform/Utf8.h"
-#include "release/FlashButtonTitle.h"
 #include "release/FlasherFailure.h"
+#include "release/ReleaseTexts.h"
 #include "tools/pack-release/NewRelease.h"
 #include "tools/pack-release/Options.h"
 #include "tools/pack-release/ReleaseReplacement.h"
@@ -58,7 +59,7 @@ void pack(const PackRequest& request) {
 
 int main(int argc, char** argv) {
     try {
-        normalizeProcess();
+        undoInheritedRestrictions();
         const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
         const auto request = packRequest(arguments);
         if (request) {

@@ -1,0 +1,383 @@
+#include "tests/model/Player.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QMessageBox>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+#include <utility>
+
+#include "tests/ui/AlertAnswer.h"
+#include "tests/ui/WindowTest.h"
+#include "ui/ActionButton.h"
+#include "ui/ActivityBar.h"
+#include "ui/LogTextView.h"
+#include "ui/TextLabel.h"
+
+namespace qelmo {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::vector<std::string> bundleStates{"first-release", "other-release", "other-bytes", "other-version",
+                                            "other-options", "no-manifest",   "wrong-chip",  "wrong-digest"};
+const std::vector<std::string> devices{"cu.usbmodem9", "cu.usbmodem10", "cu.SLAB_USBtoUART", "tty.usbmodem9"};
+const std::vector<std::string> answers{"first-button", "last-button", "return-key", "escape-key", "closing"};
+
+std::string anotherImage() {
+    std::string image = ReleaseFixture::smallestImage();
+    image[100] = 'x';
+    return image;
+}
+
+/// Line feeds can be seen.
+std::string onOneLine(const std::string& text) {
+    std::string line;
+    for (const char unit : text) line += unit == '\n' ? "\\n" : std::string(1, unit);
+    return line;
+}
+
+std::string listOf(const std::vector<std::string>& texts) {
+    std::string list;
+    for (const std::string& text : texts) list += "[" + onOneLine(text) + "]";
+    return list;
+}
+
+std::string alertText(bool isCritical, const std::string& message, const std::string& details,
+                      const std::vector<std::string>& buttons) {
+    return (isCritical ? "critical: " : "informational: ") + listOf({message, details}) + listOf(buttons);
+}
+
+std::string stateText(const WindowState& state) {
+    return listOf({state.release, state.status, std::to_string(static_cast<int>(state.statusColour)),
+                   state.flashTitle}) +
+           (state.canFlash ? " flash" : "") + (state.canRefresh ? " refresh" : "") +
+           (state.canChoosePort ? " choose" : "") + (state.isBusy ? " busy" : "");
+}
+
+/// The state as the controls show it.
+WindowState shownState(const AppDelegate& delegate) {
+    const QColor colour = delegate.statusLabel->colour();
+    return {textOf(delegate.releaseLabel),
+            textOf(delegate.statusLabel),
+            colour == delegate.accent    ? WindowState::Colour::accent
+            : colour == delegate.warning ? WindowState::Colour::warning
+                                         : WindowState::Colour::danger,
+            delegate.flashButton->title().toStdString(),
+            delegate.flashButton->isEnabled(),
+            delegate.refreshButton->isEnabled(),
+            delegate.portPopup->isEnabled(),
+            delegate.progress->isAnimating()};
+}
+
+}  // namespace
+
+Player::Player() : model_(context_) {
+    context_.bundleURL = release_.bundle();
+    context_.homeFolder = release_.home();
+    context_.deviceFolder = release_.home() + "/devices";
+    context_.interpreter = release_.home() + "/python3";
+    fs::create_directory(context_.deviceFolder);
+    fs::create_symlink("/usr/bin/python3", context_.interpreter);
+    setBundle("first-release");
+    writeTestFile(release_.tool(), "import os, sys\nopen('" + release_.home() +
+                                       "/arguments', 'w').write('\\n'.join(sys.argv))\n"
+                                       "for command in open('" +
+                                       gate_.path() + "'): exec(command)\n");
+    QApplication::instance()->installEventFilter(this);
+}
+
+Player::Player(std::vector<std::string> steps) : Player() {
+    steps_ = std::move(steps);
+}
+
+Player::Player(std::uint64_t seed) : Player() {
+    dice_.emplace(seed);
+}
+
+Player::~Player() {
+    mainQueue_->close();
+}
+
+void Player::play() {
+    playInside(nullptr);
+    std::printf("\n");
+}
+
+bool Player::eventFilter(QObject* object, QEvent* event) {
+    if (event->type() == QEvent::Show) {
+        if (auto* const alert = qobject_cast<QMessageBox*>(object))
+            QTimer::singleShot(0, alert, [this, alert] { playInside(alert); });
+    }
+    return false;
+}
+
+void Player::playInside(QMessageBox* alert) {
+    if (alert != nullptr) {
+        // It can be clicked and typed into only once it is on the screen.
+        if (!waitUntil([] { return AlertAnswer::unanswered() != nullptr; }))
+            fail("the alert is not on the screen");
+        check(true);
+    }
+    while (const std::optional<std::string> step = nextStep()) {
+        std::printf("%s ", step->c_str());
+        std::fflush(stdout);
+        const bool isHurried = step->ends_with('+');
+        if (playStep(isHurried ? step->substr(0, step->size() - 1) : *step, alert)) return;
+        check(!isHurried);
+    }
+}
+
+std::optional<std::string> Player::nextStep() {
+    constexpr std::size_t randomLength = 24;
+    if (dice_ && steps_.size() < randomLength) {
+        steps_.push_back(randomStep());
+    } else if (played_ == steps_.size()) {
+        // The end of what is left open.
+        if (model_.alert)
+            steps_.emplace_back("escape-key");
+        else if (model_.alive)
+            steps_.emplace_back("let-go");
+        else if (!model_.command.empty())
+            steps_.emplace_back("end-well");
+        else
+            return std::nullopt;
+    }
+    return steps_[played_++];
+}
+
+std::string Player::randomStep() {
+    // std::uniform_int_distribution is not the same everywhere.
+    const auto below = [this](std::size_t limit) { return static_cast<std::size_t>((*dice_)() % limit); };
+    const auto oneOf = [&](const std::vector<std::string>& words) { return words[below(words.size())]; };
+    if (steps_.size() < 3) return oneOf({"plug:" + oneOf(devices), "start"});
+    if (model_.alert && below(3) > 0) return oneOf({"first-button", oneOf(answers)});
+    if (!model_.command.empty() && below(3) > 0)
+        return oneOf({"say", "say-half", "end-well", "end-badly", "end-killed", "press", "refresh"});
+    const std::string step =
+        oneOf({"bundle:" + oneOf(bundleStates), "bundle:" + oneOf({"first-release", "other-options"}),
+               "plug:" + oneOf(devices), "unplug:" + oneOf(devices), oneOf({"no-launch", "launch", "start"}),
+               "refresh", "call-refresh", "refresh", "press", "press", "press", "call-flash",
+               oneOf({"choose:0", "choose:1", "choose:2"}), oneOf({"append", "append-line"}),
+               oneOf({"close", "let-go", "append", "press", "refresh"})});
+    const bool mayOpenAnAlert = step == "press" || step == "call-flash";
+    return step + (!mayOpenAnAlert && below(4) == 0 ? "+" : "");
+}
+
+bool Player::playStep(const std::string& step, QMessageBox* alert) {
+    if (alert != nullptr && answer(step, alert)) return true;
+    if (changeWorld(step)) return false;
+    if (!model_.command.empty()) useTool(step);
+    useWindow(step);
+    return false;
+}
+
+bool Player::answer(const std::string& step, QMessageBox* alert) {
+    const std::vector<std::string> buttons = shownAlert(*alert).buttons;
+    const auto act = step == "first-button"  ? click(buttons.front())
+                     : step == "last-button" ? click(buttons.back())
+                     : step == "return-key"  ? pressKey(Qt::Key_Return)
+                     : step == "escape-key"  ? pressKey(Qt::Key_Escape)
+                     : step == "closing"     ? closeAlert()
+                                             : AlertAction();
+    if (!act) return false;
+    beforeJob_ = ProcessResources::now();
+    // The model goes first: what follows may open an alert, inside which the next steps are played.
+    model_.answer(step == "first-button" || step == "return-key" || buttons.size() == 1);
+    act(*alert);
+    return true;
+}
+
+bool Player::changeWorld(const std::string& step) {
+    const std::string value = step.substr(step.find(':') + 1);
+    if (step.starts_with("bundle:")) {
+        setBundle(value);
+    } else if (step.starts_with("plug:")) {
+        writeTestFile(context_.deviceFolder + "/" + value, "");
+    } else if (step.starts_with("unplug:")) {
+        fs::remove(context_.deviceFolder + "/" + value);
+    } else if (step == "launch" || step == "no-launch") {
+        model_.canLaunch = step == "launch";
+        fs::remove(context_.interpreter);
+        if (model_.canLaunch) fs::create_symlink("/usr/bin/python3", context_.interpreter);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void Player::useWindow(const std::string& step) {
+    if (step == "start" && owner_ == nullptr && delegate_.expired() && !model_.visible) {
+        model_.start();
+        owner_ = std::make_shared<AppDelegate>(mainQueue_, context_, nullptr);
+        delegate_ = owner_;
+        return owner_->applicationDidFinishLaunching();
+    }
+    AppDelegate* const delegate = delegate_.lock().get();
+    if (delegate == nullptr) return;
+    if (step == "refresh") {
+        if (model_.state.canRefresh) model_.refresh();
+        delegate->refreshButton->click();
+    } else if (step == "call-refresh") {
+        model_.refresh();
+        delegate->refreshBuildAndPorts();
+    } else if (step == "press") {
+        if (model_.state.canFlash) model_.pressFlash();
+        delegate->flashButton->click();
+    } else if (step == "call-flash") {
+        model_.pressFlash();
+        delegate->flashDevice();
+    } else if (step.starts_with("choose:")) {
+        const int index = step.back() - '0';
+        model_.choosePort(index);
+        if (delegate->portPopup->isEnabled() && index < delegate->portPopup->count())
+            delegate->portPopup->setCurrentIndex(index);
+    } else if (step == "append" || step == "append-line") {
+        const bool addNewline = step == "append-line";
+        model_.append("from a thread", addNewline);
+        std::thread([&] { delegate->appendLog("from a thread", addNewline); }).join();
+    } else if (step == "close") {
+        model_.close();
+        delegate->window->close();
+    } else if (step == "let-go") {
+        model_.letGo();
+        owner_.reset();
+    }
+}
+
+void Player::useTool(const std::string& step) {
+    if (step == "say") {
+        model_.toolWrites("Writing at 0x00010000... (12 %)\n");
+        commands_ << "os.write(1, b'Writing at 0x00010000... (12 %)\\r')" << std::endl;
+    } else if (step == "say-half") {
+        model_.toolWrites("\uFFFD");
+        commands_ << "os.write(1, b'\\xC3')" << std::endl;
+    } else if (step.starts_with("end-")) {
+        endTool(step);
+    }
+}
+
+void Player::setBundle(const std::string& state) {
+    release_.manifest = {};
+    release_.setImage(state == "other-release" || state == "other-bytes" ? anotherImage()
+                                                                         : ReleaseFixture::smallestImage());
+    if (state == "other-release") release_.manifest.set("version", R"("2.0.0")");
+    if (state == "other-version") release_.manifest.set("version", R"("1.0.1")");
+    if (state == "wrong-chip") release_.manifest.set("chipFamily", R"("ESP32")");
+    if (state == "other-options") {
+        release_.manifest.set("flash.baud", "115200");
+        release_.manifest.set("flash.eraseAllInternalFlash", "false");
+        release_.manifest.set("flash.confirmationText", R"("FLASH R&D")");
+    }
+    release_.writeManifest(release_.manifest.text());
+    if (state == "wrong-digest") writeTestFile(release_.image(), anotherImage());
+    if (state == "no-manifest") fs::remove(release_.manifestFile());
+}
+
+void Player::meetTool() {
+    commands_.open(gate_.path());
+    command_ = readTestFile(release_.home() + "/arguments");
+}
+
+void Player::endTool(const std::string& how) {
+    command_.clear();
+    model_.toolEnds(how == "end-well");
+    commands_ << (how == "end-well"    ? "os._exit(0)"
+                  : how == "end-badly" ? "os._exit(2)"
+                                       : "os.kill(os.getpid(), 9)")
+              << std::endl;
+    commands_.close();
+    commands_.clear();
+    // The alert of a success has been answered inside this waiting.
+    const auto hasEnded = [this] {
+        const auto delegate = delegate_.lock();
+        return delegate == nullptr || delegate->flashProcess == nullptr;
+    };
+    if (!waitUntil(hasEnded)) fail("the job has not ended");
+    // Its threads have posted all they had to, and that has been run.
+    if (!waitUntil([this] {
+            const ProcessResources used = ProcessResources::now();
+            return used.threads <= beforeJob_->threads && used.descriptors <= beforeJob_->descriptors;
+        }))
+        fail("threads or descriptors of the job are left");
+}
+
+void Player::check(bool runPosted) {
+    if (!model_.command.empty() && !commands_.is_open()) meetTool();
+    if (runPosted) {
+        const auto reached = std::make_shared<bool>(false);
+        mainQueue_->post([reached] { *reached = true; });
+        if (!waitUntil([&reached] { return *reached; })) fail("the main queue does not run");
+        // What the tool writes takes its way first.
+        if (!model_.command.empty() && model_.alive)
+            (void)waitUntil([this] {
+                const auto delegate = delegate_.lock();
+                return delegate->logTextView->toPlainText().toStdString().size() >= model_.logLength();
+            });
+        model_.runPosted();
+    }
+    if (seen() != expected()) fail("the window is not what the model says");
+}
+
+std::vector<std::string> Player::seen() const {
+    std::vector<std::string> lines{"command: " + onOneLine(command_)};
+    const auto delegate = delegate_.lock();
+    if (delegate == nullptr) return lines;
+    const auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    const ShownAlert alert = box == nullptr ? ShownAlert() : shownAlert(*box);
+    for (const std::string& line :
+         {"state: " + stateText(shownState(*delegate)),
+          std::string(delegate->window->isVisible() ? "visible" : "hidden"),
+          "release: " + (delegate->resources
+                             ? delegate->resources->manifest.version + delegate->resources->checksum
+                             : ""),
+          "menu: " + listOf(itemsOf(delegate->portPopup)) +
+              std::to_string(delegate->portPopup->currentIndex()),
+          "ports: " + listOf(delegate->ports),
+          std::string("process: ") + (delegate->flashProcess ? "runs" : "none"),
+          "log: " + onOneLine(delegate->logTextView->toPlainText().toStdString()),
+          "alert: " + (box == nullptr ? ""
+                                      : alertText(alert.icon == QMessageBox::Critical, alert.messageText,
+                                                  alert.informativeText, alert.buttons))})
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> Player::expected() const {
+    std::vector<std::string> lines{"command: " + onOneLine(model_.command)};
+    if (!model_.alive) return lines;
+    const bool isListed = model_.chosenPort >= 0;
+    const std::vector<std::string> menu = !model_.ports.empty() ? model_.ports
+                                          : isListed ? std::vector<std::string>{"No ESP32-S3 boot port found"}
+                                                     : std::vector<std::string>{};
+    for (const std::string& line :
+         {"state: " + stateText(model_.state), std::string(model_.visible ? "visible" : "hidden"),
+          "release: " +
+              (model_.resources ? model_.resources->manifest.version + model_.resources->checksum : ""),
+          "menu: " + listOf(menu) + std::to_string(model_.chosenPort), "ports: " + listOf(model_.ports),
+          std::string("process: ") + (model_.running ? "runs" : "none"), "log: " + onOneLine(model_.log),
+          "alert: " + (model_.alert ? alertText(model_.alert->style == Alert::Style::critical,
+                                                model_.alert->messageText, model_.alert->informativeText,
+                                                model_.alert->buttons)
+                                    : "")})
+        lines.push_back(line);
+    return lines;
+}
+
+void Player::fail(const std::string& why) const {
+    std::printf("\n%s\n", why.c_str());
+    const auto print = [](const char* side, const std::vector<std::string>& lines) {
+        std::printf("%s\n", side);
+        for (const std::string& line : lines) std::printf("    %s\n", line.c_str());
+    };
+    print("The model says:", expected());
+    print("The window shows:", seen());
+    std::fflush(stdout);
+    std::_Exit(1);
+}
+
+}  // namespace qelmo

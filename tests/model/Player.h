@@ -1,0 +1,86 @@
+#pragma once
+
+#include <QObject>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "platform/LaunchContext.h"
+#include "tests/model/WindowModel.h"
+#include "tests/support/Fifo.h"
+#include "tests/support/ProcessResources.h"
+#include "tests/support/ReleaseFixture.h"
+#include "ui/AppDelegate.h"
+#include "ui/QtMainQueue.h"
+
+class QMessageBox;
+
+namespace qelmo {
+
+/// Plays one sequence of steps on a real window, with real files and a real tool, and on the model, and
+/// compares the two after every step.
+///
+/// A step is a word; one that makes no sense at its place does nothing, so that any step can be left out of a
+/// sequence. After a word with "+" the next step comes before anything that this one has posted.
+/// An alert runs an event loop of its own inside the step that opened it. The steps after it are played from
+/// inside that loop, until one of them answers the alert.
+class Player : public QObject {
+public:
+    /// Plays the given steps.
+    explicit Player(std::vector<std::string> steps);
+    /// Plays random steps. The same seed gives the same steps on every machine.
+    explicit Player(std::uint64_t seed);
+    ~Player() override;
+
+    /// Plays the steps, then ends what they left open. Each step is printed before it is played. At the first
+    /// difference both sides are printed and the process ends with status 1.
+    void play();
+
+    bool eventFilter(QObject* object, QEvent* event) override;
+
+private:
+    Player();
+
+    void playInside(QMessageBox* alert);
+    [[nodiscard]] std::optional<std::string> nextStep();
+    [[nodiscard]] std::string randomStep();
+    /// Returns whether the step answers `alert`, which has ended then.
+    [[nodiscard]] bool playStep(const std::string& step, QMessageBox* alert);
+    [[nodiscard]] bool answer(const std::string& step, QMessageBox* alert);
+    [[nodiscard]] bool changeWorld(const std::string& step);
+    void useWindow(const std::string& step);
+    void useTool(const std::string& step);
+
+    void setBundle(const std::string& state);
+    void endTool(const std::string& how);
+    void meetTool();
+
+    void check(bool runPosted);
+    [[nodiscard]] std::vector<std::string> seen() const;
+    [[nodiscard]] std::vector<std::string> expected() const;
+    [[noreturn]] void fail(const std::string& why) const;
+
+    std::vector<std::string> steps_;
+    std::size_t played_ = 0;
+    std::optional<std::mt19937_64> dice_;
+
+    ReleaseFixture release_;
+    LaunchContext context_;
+    const Fifo gate_;
+    std::ofstream commands_;
+    WindowModel model_;
+    std::string command_;
+
+    const std::shared_ptr<QtMainQueue> mainQueue_ = std::make_shared<QtMainQueue>();
+    std::shared_ptr<AppDelegate> owner_;
+    /// The player must not keep it alive.
+    std::weak_ptr<AppDelegate> delegate_;
+    /// What is in use before the answer that starts a job.
+    std::optional<ProcessResources> beforeJob_;
+};
+
+}  // namespace qelmo

@@ -1,0 +1,146 @@
+#include "app/WindowCheck.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <filesystem>
+
+#include "tests/support/InMemoryMainQueue.h"
+#include "tests/ui/WindowTest.h"
+#include "ui/ActionButton.h"
+#include "ui/DesktopLook.h"
+
+namespace qelmo {
+
+namespace {
+
+/// The report of a window in order, and what a fault changes in it.
+std::string reportWith(const std::string& key = "", const std::string& value = "") {
+    std::string report;
+    for (const auto& [name, right] :
+         std::vector<std::pair<std::string, std::string>>{{"window_self_test", "OK"},
+                                                          {"window_visible", "true"},
+                                                          {"window_title", "QELMO Varnox Flasher"},
+                                                          {"icon_resource", "OK"},
+                                                          {"refresh_button_title", "REFRESH BUILD"},
+                                                          {"flash_button_title", "FLASH VERIFIED VARNOX"}}) {
+        const bool isVerdictOfAFault = name == "window_self_test" && !key.empty();
+        report += name + "=" + (isVerdictOfAFault ? "FAILED" : name == key ? value : right) + "\n";
+    }
+    return report;
+}
+
+class WindowCheck : public WindowTest {
+protected:
+    WindowCheck() { launch(); }
+
+    std::string report() const { return windowSelfTestReport(*delegate, passesWindowSelfTest(*delegate)); }
+};
+
+TEST_F(WindowCheck, PassesWithAValidReleaseAndAnIcon) {
+    EXPECT_EQ(report(), reportWith());
+}
+
+// fault: the window is not visible
+// seen: "window_self_test", "window_visible", "FAILED"
+TEST_F(WindowCheck, FailsWhileTheWindowIsHidden) {
+    delegate->window->hide();
+    EXPECT_EQ(report(), reportWith("window_visible", "false"));
+}
+
+TEST_F(WindowCheck, FailsWithAnotherTitleOfTheWindowOrAButton) {
+    delegate->window->setWindowTitle(QStringLiteral("Other"));
+    EXPECT_EQ(report(), reportWith("window_title", "Other"));
+    delegate->window->setWindowTitle(QStringLiteral("QELMO Varnox Flasher"));
+    delegate->refreshButton->setTitle(QStringLiteral("REFRESH"));
+    EXPECT_EQ(report(), reportWith("refresh_button_title", "REFRESH"));
+    delegate->refreshButton->setTitle(QStringLiteral("REFRESH BUILD"));
+    delegate->flashButton->setTitle(QStringLiteral("FLASH R&D"));
+    EXPECT_EQ(report(), reportWith("flash_button_title", "FLASH R&D"));
+}
+
+// fault: the bundle has no icon
+TEST_F(WindowCheck, FailsWithoutTheIconOfTheBundleOrOfTheApplication) {
+    std::filesystem::remove(release.resources() + "/AppIcon.icns");
+    EXPECT_EQ(report(), reportWith("icon_resource", "MISSING"));
+    writeTestFile(release.resources() + "/AppIcon.icns", redIcon());
+    QApplication::setWindowIcon(QIcon());
+    EXPECT_EQ(report(), reportWith("none of the values"));
+}
+
+TEST_F(WindowCheck, FailsWithoutAValidatedRelease) {
+    change("chipFamily", R"("ESP32")");
+    pressRefresh();
+    EXPECT_EQ(report(), reportWith("none of the values"));
+}
+
+TEST_F(WindowCheck, FailsWhenTheWindowIsNoneOfTheApplications) {
+    QWidget other;
+    delegate->window->setParent(&other);
+    other.show();
+    delegate->window->show();
+    EXPECT_EQ(report(), reportWith("none of the values"));
+    delegate->window->setParent(nullptr);
+}
+
+TEST_F(WindowCheck, FailsWhenTheRefreshButtonDoesSomethingElse) {
+    ActionButton other(*delegate, &AppDelegate::refreshPorts, nullptr);
+    other.setTitle(delegate->refreshButton->title());
+    delegate->refreshButton = &other;
+    EXPECT_EQ(report(), reportWith("none of the values"));
+}
+
+/// Notes for how long the last task is put off.
+class DelayNotingQueue : public InMemoryMainQueue {
+public:
+    void postAfter(std::chrono::milliseconds delay, Task /*task*/) override { noted = delay; }
+
+    std::optional<std::chrono::milliseconds> noted;
+};
+
+TEST_F(WindowCheck, ComesAQuarterOfASecondAfterTheStartAndOnlyWithItsArgument) {
+    for (const char* const argument : {"--window-self-test=1", "--window-self-test"}) {
+        context.arguments = {"QelmoFlasher", argument};
+        const auto queue = std::make_shared<DelayNotingQueue>();
+        std::make_shared<AppDelegate>(queue, context, checkWindow)->runWindowSelfTestIfRequested();
+        EXPECT_EQ(queue->noted.has_value(), argument == std::string("--window-self-test"));
+        EXPECT_EQ(queue->noted.value_or(std::chrono::milliseconds(250)), std::chrono::milliseconds(250));
+    }
+}
+
+class RequestedWindowCheck : public WindowTest {
+protected:
+    RequestedWindowCheck() {
+        context.arguments = {"QelmoFlasher", "--window-self-test"};
+        replaceDelegate();
+    }
+};
+
+TEST_F(RequestedWindowCheck, RefreshesBeforeItLooksAndReportsToFileAndOutput) {
+    delegate->buildWindow();
+    delegate->window->show();
+    setApplicationIcon(release.resources() + "/AppIcon.icns");
+    delegate->runWindowSelfTestIfRequested();
+    testing::internal::CaptureStdout();
+    const int status = QApplication::exec();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), reportWith());
+    EXPECT_EQ(readTestFile(context.windowReportFile), reportWith());
+    EXPECT_EQ(status, 0);
+}
+
+// fault: the window is gone before the window self-test looks at it
+// seen: "window_self_test=FAILED delegate released"
+TEST_F(RequestedWindowCheck, SaysThatTheDelegateIsGoneAndWritesNoReport) {
+    delegate->runWindowSelfTestIfRequested();
+    delegate.reset();
+    testing::internal::CaptureStderr();
+    testing::internal::CaptureStdout();
+    const int status = QApplication::exec();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "window_self_test=FAILED delegate released\n");
+    EXPECT_EQ(status, 1);
+    EXPECT_FALSE(std::filesystem::exists(context.windowReportFile));
+}
+
+}  // namespace
+
+}  // namespace qelmo
