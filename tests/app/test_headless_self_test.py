@@ -13,13 +13,12 @@ import unittest
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
-from support.built import BUILD  # noqa: E402
-from support.child import CANNOT_RUN_HERE, run  # noqa: E402
+from support.child import run  # noqa: E402
 from support.release import Installation  # noqa: E402
 from support.release_cases import RIGHT  # noqa: E402
 
 DIGEST = RIGHT["binary"]["sha256"]
-NAMES = ["my  app.app", "übung €.app", os.fsdecode(b"bytes \xff\xfe.app"), "line\nbreak.app", "plain"]
+NAMES = [os.fsdecode(b"my  \xc3\xbc \xff.app"), "line\nbreak.app", "plain"]
 
 
 def report(release="1.0.0", button="FLASH VERIFIED VARNOX", esptool="4.7.0") -> str:
@@ -66,14 +65,6 @@ class Report(HeadlessTest):
         self.app.tool.write_text("pass")
         self.assert_passes(self.self_test(), report(release="", button="FLASH VERIFIED ", esptool="unknown"))
 
-    @unittest.skipUnless(sys.platform == "linux", "the language is made for Linux")
-    def test_shows_its_numbers_the_same_in_a_language_that_groups_digits(self):
-        german = {"LOCPATH": f"{BUILD}/tests/locale", "LC_ALL": "de_DE.UTF-8"}
-        self.assertEqual(run("/usr/bin/printf", "%'d", "65537", env=german).stdout, "65.537",
-                         "the package locales is missing")
-        self.app.environment |= german
-        self.assert_passes(self.self_test())
-
 
 class Selection(HeadlessTest):
     def test_takes_the_argument_in_any_position_and_before_the_windows_one(self):
@@ -107,27 +98,13 @@ class Failure(HeadlessTest):
         self.assert_fails("This release is not locked to ESP32-S3.", self.self_test())
         self.assertFalse((self.folder / "ran").exists())
 
-    # fault: the tool fails, and prints bytes that are no text
+    # fault: the tool fails and prints bytes that are no text; the parent ignores the end of its children
     # seen: "Espressif tool check failed:"
     def test_of_the_tool_shows_its_raw_output(self):
-        self.app.tool.write_text("import os; os.write(1, b'a\\0b\\xff'); os._exit(1)")
-        self.assert_fails("Espressif tool check failed: a\0b\ufffd", self.self_test())
-
-    # fault: the interpreter may not be executed
-    # seen: "start /usr/bin/python3: Permission denied"
-    def test_of_an_interpreter_that_cannot_be_started(self):
-        hidden = 'mount --bind /dev/null "$(readlink -f /usr/bin/python3)" || exit 77; exec "$0" "$@"'
-        result = self.self_test(prefix=("unshare", "-Urm", "sh", "-c", hidden))
-        if result.returncode == CANNOT_RUN_HERE or result.stderr.startswith("unshare"):
-            self.skipTest(result.stderr)
-        self.assert_fails("start /usr/bin/python3: Permission denied", result)
-
-    # fault: the parent ignores the end of its children
-    def test_of_the_tool_is_noticed_even_when_the_parent_ignored_the_end_of_its_children(self):
         ignored = {"preexec_fn": lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN)}
         self.assert_passes(self.self_test(**ignored))
-        self.app.tool.write_text("raise SystemExit('broken')")
-        self.assert_fails("Espressif tool check failed: broken\n", self.self_test(**ignored))
+        self.app.tool.write_text("import os; os.write(1, b'a\\0b\\xff'); os._exit(1)")
+        self.assert_fails("Espressif tool check failed: a\0b\ufffd", self.self_test(**ignored))
 
 
 class Place(HeadlessTest):

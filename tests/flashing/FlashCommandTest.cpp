@@ -2,11 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <clocale>
-
-#include "flashing/BootPorts.h"
 #include "tests/support/ReleaseFixture.h"
-#include "tests/support/ScopedEnvironment.h"
 
 namespace qelmo {
 namespace {
@@ -46,22 +42,6 @@ TEST(FlashCommand, ReplacesTheVariableThatBuffersOutputWhateverItsValueAndNoSimi
         EXPECT_THAT(unbufferedEnvironment({before, "PYTHONUNBUFFERED2=x", "XPYTHONUNBUFFERED=y", before}),
                     ElementsAre("PYTHONUNBUFFERED2=x", "XPYTHONUNBUFFERED=y", "PYTHONUNBUFFERED=1"));
 }
-
-#ifdef __linux__
-TEST(Numbers, AreDigitsAloneInALanguageThatGroupsThem) {
-    const ScopedEnvironment locales("LOCPATH", QELMO_LOCALES);
-    const ScopedEnvironment german("LC_ALL", "de_DE.UTF-8");
-    ASSERT_NE(std::setlocale(LC_ALL, ""), nullptr);
-    EXPECT_STRNE(std::localeconv()->grouping, "");
-    EXPECT_EQ(bootPortReport(1000), "Found 1000 candidate boot ports.");
-    for (const char* baud : {"9223372036854775807", "-1"}) {
-        ReleaseFixture fixture;
-        fixture.manifest.set("flash.baud", baud);
-        EXPECT_EQ(flashArguments(fixture.load(), port).at(6), baud);
-    }
-    std::setlocale(LC_ALL, "C");
-}
-#endif
 
 }  // namespace
 }  // namespace qelmo

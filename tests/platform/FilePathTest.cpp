@@ -44,8 +44,6 @@ TEST(FilePath, TakesTheFolderAroundContentsForTheBundleElseTheExecutablesOwn) {
                         {"/A.app/Contents/MacOS/tools/A", "/A.app/Contents/MacOS/tools"},
                         {"/usr/local/bin/A", "/usr/local/bin"},
                         {"/A", "/"},
-                        {"/A.app/Contents/Helpers/A", "/A.app/Contents/Helpers"},
-                        {"/A.app/Contents/macos/A", "/A.app/Contents/macos"},
                         {"/A.app/myContents/MacOS/A", "/A.app/myContents/MacOS"}};
     for (const auto& [executable, bundle] : bundles) EXPECT_EQ(bundleOfExecutable(executable), bundle);
 }

@@ -1,14 +1,12 @@
 #include "platform/FileReading.h"
 
 #include <gmock/gmock.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <filesystem>
 #include <functional>
 
-#include "tests/support/OrdinaryUser.h"
+#include "tests/support/ErrorOf.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestFiles.h"
 
@@ -25,9 +23,9 @@ std::string textOf(const FileBytes& bytes) {
 class FileReading : public testing::Test {
 protected:
     /// What is read at `path`, or why it cannot be read.
-    static std::string readingOf(const std::string& path, std::uint64_t limitBytes = 1ULL << 40) {
+    static std::string readingOf(const std::string& path) {
         std::string text;
-        const std::string error = errorOf([&] { text = textOf(RegularFile(path).readAll(limitBytes)); });
+        const std::string error = errorOf([&] { text = textOf(RegularFile(path).readAll(1ULL << 40)); });
         return error + text;
     }
 
@@ -35,7 +33,6 @@ protected:
     const std::string file = folder / "a b\xFF\n";
     const std::string shownFile = folder / "a b\uFFFD?";
 };
-using FileReadingDeathTest = FileReading;
 
 TEST_F(FileReading, ReadsEveryByteWhateverTheLength) {
     const std::string bytes = "a\0b\n\xFF"s + std::string(5 << 20, 'x');
@@ -46,51 +43,16 @@ TEST_F(FileReading, ReadsEveryByteWhateverTheLength) {
     EXPECT_EQ(RegularFile(file).sizeBytes(), bytes.size());
 }
 
-TEST_F(FileReading, ReadsAFileOfExactlyTheLimitAndRefusesOneByteMore) {
-    writeTestFile(file, "");
-    EXPECT_EQ(readingOf(file, 0), "");
-    writeTestFile(file, "12345");
-    EXPECT_EQ(readingOf(file, 5), "12345");
-    EXPECT_EQ(readingOf(file, 4), "read " + shownFile + ": File too large");
-}
-
-// fault: a file is missing, or a folder, a FIFO, a socket or a device is in its place
+// fault: a file is missing, or a folder, a FIFO or a device is in its place
 // seen: "open …: No such file or directory", "read …: Is a directory",
 //     "read (not a regular file) …: Invalid argument"
 TEST_F(FileReading, RefusesWhatIsNoFileWithoutOpeningIt) {
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
-    const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (folder / "socket").copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     EXPECT_EQ(readingOf(folder / "none"), "open " + folder.path() + "/none: No such file or directory");
     EXPECT_EQ(readingOf(folder.path()), "read " + folder.path() + ": Is a directory");
     EXPECT_EQ(readingOf(folder / "fifo"),
               "read (not a regular file) " + folder.path() + "/fifo: Invalid argument");
-    // To open a socket would fail in another way.
-    EXPECT_EQ(readingOf(folder / "socket"),
-              "read (not a regular file) " + folder.path() + "/socket: Invalid argument");
     EXPECT_EQ(readingOf("/dev/null"), "read (not a regular file) /dev/null: Invalid argument");
-}
-
-TEST_F(FileReading, TakesNoPathWithANulForItsBeginning) {
-    writeTestFile(file, "text");
-    EXPECT_EQ(readingOf(file + "\0x"s), "open " + shownFile + "?x: Invalid argument");
-    EXPECT_FALSE(isReadable(file + "\0x"s));
-    EXPECT_TRUE(isReadable(file));
-    EXPECT_FALSE(isReadable(folder / "none"));
-}
-
-// fault: a file may not be read
-// seen: "open …: Permission denied"
-TEST_F(FileReadingDeathTest, RefusesAFileThatTheUserMayNotRead) {
-    writeTestFile(folder / "secret", "text");
-    ASSERT_EQ(::chmod((folder / "secret").c_str(), 0), 0);
-    const auto read = [this] {
-        if (!isReadable(folder / "secret")) (void)RegularFile(folder / "secret");
-    };
-    EXPECT_EXIT(failAsOrdinaryUser(read), testing::ExitedWithCode(0), "open .*/secret: Permission denied");
 }
 
 // fault: a file becomes shorter or longer, or another file takes its name, while it is read
@@ -109,12 +71,6 @@ TEST_F(FileReading, KeepsToTheFileThatItOpenedAndRefusesIfThatBecameLonger) {
                 testing::StartsWith("read (the file is being changed) " + shownFile + ": "));
     writeTestFile(folder / "new", "a longer one");
     EXPECT_EQ(readingAfter([&] { fs::rename(folder / "new", file); }), "12345");
-}
-
-TEST_F(FileReading, ListsEveryNameOfAFolderTheHiddenOnesToo) {
-    for (const char* name : {"b", ".hidden", "a b", "\xFF"}) writeTestFile(folder / name, "");
-    EXPECT_THAT(namesInFolder(folder.path()), testing::UnorderedElementsAre("b", ".hidden", "a b", "\xFF"));
-    EXPECT_THAT(errorOf([&] { (void)namesInFolder(folder / "none"); }), testing::HasSubstr(folder / "none"));
 }
 
 }  // namespace

@@ -13,10 +13,6 @@ namespace {
 
 // Records are copied freely and never changed.
 static_assert(std::is_copy_constructible_v<FlashManifest> && !std::is_copy_assignable_v<FlashManifest>);
-static_assert(std::is_copy_constructible_v<FlashManifest::Binary> &&
-              !std::is_copy_assignable_v<FlashManifest::Binary>);
-static_assert(std::is_copy_constructible_v<FlashManifest::Flash> &&
-              !std::is_copy_assignable_v<FlashManifest::Flash>);
 static_assert(std::same_as<decltype(FlashManifest::Binary::size), const std::int64_t>);
 
 // A key has no number: looking one up by number does not even compile.

@@ -16,7 +16,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* wrongSize = "The embedded firmware size does not match its manifest.";
 constexpr std::size_t longestManifest = 2U << 20;
-constexpr const char* wrongDigest = "The embedded firmware checksum is not trusted.";
 
 long peakKiB() {
     rusage used{};
@@ -84,40 +83,15 @@ TEST(HostileReleaseDeathTest, OfAHugeLengthIsRefusedWithoutBeingRead) {
     expectRefusalWithin(16, release, "read .*/qelmo-varnox-flash-manifest.json: File too large$");
 }
 
-TEST(HostileReleaseDeathTest, WithTheLargestImageIsReadWithinBoundedMemory) {
-    ReleaseFixture release;
-    constexpr std::uint64_t size = 256ULL << 20;
-    fs::resize_file(release.image(), size);
-    release.writeManifest(release.manifest.set("binary.size", std::to_string(size)).text());
-    expectRefusalWithin(272, release, wrongDigest);
-}
-
-// fault: the image becomes longer or shorter while it is read
+// fault: the image becomes shorter while it is read
 // seen: "The embedded firmware size does not match its manifest."
-TEST(HostileImage, ThatHoldsMoreOrLessThanItsLengthSaysIsRefused) {
-    // Files of the system: one of no length that has content, and one that is shorter than its length.
+TEST(HostileImage, ThatHoldsLessThanItsLengthSaysIsRefused) {
     ReleaseFixture release;
-    const std::pair<const char*, std::string> files[] = {
-        {"/proc/self/maps",
-         "read (the file is being changed) " + release.image() + ": Resource temporarily unavailable"},
-        {"/sys/devices/system/cpu/online", wrongSize}};
-    for (const auto& [target, refusal] : files) {
-        fs::remove(release.image());
-        fs::create_symlink(target, release.image());
-        release.manifest.set("binary.size", std::to_string(fs::file_size(target)));
-        EXPECT_EQ(release.failure(), refusal) << target;
-    }
-}
-
-// fault: binary.path is longer than the system takes
-// seen: "open …: File name too long"
-TEST(HostilePath, OfAMillionCharactersIsRefusedInOneLine) {
-    ReleaseFixture release;
-    release.manifest.set("binary.path", '"' + std::string(1'000'000, 'x') + '"');
-    const std::string refusal = release.failure();
-    EXPECT_THAT(refusal, testing::AllOf(testing::StartsWith("open " + release.resources() + "/xxx"),
-                                        testing::EndsWith("xxx...: File name too long")));
-    EXPECT_LT(refusal.size(), 5000);
+    fs::remove(release.image());
+    const std::string shorterThanItsLength = "/sys/devices/system/cpu/online";
+    fs::create_symlink(shorterThanItsLength, release.image());
+    release.manifest.set("binary.size", std::to_string(fs::file_size(shorterThanItsLength)));
+    EXPECT_EQ(release.failure(), wrongSize);
 }
 
 }  // namespace
