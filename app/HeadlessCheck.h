@@ -1,25 +1,12 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "platform/LaunchContext.h"
 
 namespace qelmo {
 
 /// Checks the bundle's icon and release and probes the flashing tool, without any window and without touching
-/// a serial port. Writes the report to standard output and returns 0, or writes one failure text to standard
-/// error and returns 1. The report is all or nothing, unless standard output itself fails. Waits for the tool
-/// without a time-out.
+/// a serial port. Writes the whole report to standard output and returns 0, or writes one failure text to
+/// standard error and returns 1. Waits for the tool without a time-out.
 [[nodiscard]] int runHeadlessSelfTest(const LaunchContext& context);
-
-/// Runs the flashing tool once with its version command and returns the version that it prints. Touches no
-/// device. Blocks the calling thread until the tool has ended; there is no time-out.
-/// Errors: std::system_error when the interpreter cannot be started; FlasherFailure with the tool's whole
-///         output when it ends with a status other than 0.
-[[nodiscard]] std::string esptoolVersion(const std::string& interpreter, const std::string& esptoolURL);
-
-/// The last line of the tool's output that is not empty, as it stands, or "unknown".
-[[nodiscard]] std::string versionFromOutput(std::string_view output);
 
 }  // namespace qelmo

@@ -1,4 +1,4 @@
-#include "app/HeadlessCheck.h"
+#include "app/EsptoolProbe.h"
 
 #include <gtest/gtest.h>
 
