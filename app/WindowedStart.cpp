@@ -59,10 +59,6 @@ void handleToolkitsWords(QtMsgType type, const QMessageLogContext& /*context*/, 
     if (type == QtFatalMsg) endBecauseOfLastWords();
 }
 
-void handleExit() {
-    if (theWindow == Window::isThere) endBecauseOfLastWords();
-}
-
 /// While it starts, the toolkit waits forever for a thread that it does not get, and aborts when descriptors
 /// run out. Here either is an error that can be shown.
 void requireThreadAndDescriptors() {
@@ -93,7 +89,9 @@ int windowedStart(const LaunchContext& context) {
     // alert waits for it forever. The flashing tool gets the environment of the start.
     qputenv("QT_XCB_NO_MITSHM", "1");
     QApplication application(argumentCount, arguments);
-    (void)std::atexit(handleExit);
+    (void)std::atexit([] {
+        if (theWindow == Window::isThere) endBecauseOfLastWords();
+    });
     theWindow = Window::isThere;
     const auto goneInAnyCase = qScopeGuard([] { theWindow = Window::isGone; });
     applyDarkControls(application);

@@ -14,9 +14,8 @@ namespace qelmo {
 
 namespace {
 
-/// Runs the window, which is a library of the bundle, until the user quits. Returns the process's exit
-/// status. Without the library, its toolkit or a display, one sentence goes to standard error and the status
-/// is 1.
+/// Runs the window, which is a library of the bundle, until the user quits. Returns the exit status: without
+/// the library, its toolkit or a display it is 1, after one sentence on standard error.
 int runWindowedStart(const LaunchContext& context) {
     // By name, found through the program's own run path. In a full path the loader would expand "$ORIGIN" and
     // the like, and a bundle's folder may have such a name.

@@ -6,7 +6,11 @@ namespace qelmo {
 
 ToolCommand flashCommand(const LaunchContext& context, const FlasherResources& release,
                          const std::string& port) {
-    return {context.interpreter, flashArguments(release, port), unbufferedEnvironment(context.environment)};
+    constexpr std::string_view unbuffered = "PYTHONUNBUFFERED=";
+    std::vector<std::string> environment = context.environment;
+    std::erase_if(environment, [](const std::string& entry) { return entry.starts_with(unbuffered); });
+    environment.push_back(std::string(unbuffered) + "1");
+    return {context.interpreter, flashArguments(release, port), environment};
 }
 
 std::vector<std::string> flashArguments(const FlasherResources& release, const std::string& port) {
@@ -19,13 +23,6 @@ std::vector<std::string> flashArguments(const FlasherResources& release, const s
                      {"--flash_mode", flash.flashMode, "--flash_freq", flash.flashFrequency, "--flash_size",
                       flash.flashSize, "--verify", "0x0", release.firmwareURL});
     return arguments;
-}
-
-std::vector<std::string> unbufferedEnvironment(std::vector<std::string> inherited) {
-    constexpr std::string_view name = "PYTHONUNBUFFERED=";
-    std::erase_if(inherited, [name](const std::string& entry) { return entry.starts_with(name); });
-    inherited.push_back(std::string(name) + "1");
-    return inherited;
 }
 
 }  // namespace qelmo

@@ -16,15 +16,13 @@ struct ToolCommand {
 };
 
 /// The command that writes the release whole at 0x0 to the device at `port`, erased before if the manifest
-/// says so, verifies it and resets the chip. The tool's output is not buffered.
+/// says so, verifies it and resets the chip. PYTHONUNBUFFERED is 1, so that the tool's output is not
+/// buffered.
 [[nodiscard]] ToolCommand flashCommand(const LaunchContext& context, const FlasherResources& release,
                                        const std::string& port);
 
 /// The arguments of that command. The spelling is that of esptool 4.x.
 [[nodiscard]] std::vector<std::string> flashArguments(const FlasherResources& release,
                                                       const std::string& port);
-
-/// `inherited` ("NAME=value" entries) with PYTHONUNBUFFERED set to 1.
-[[nodiscard]] std::vector<std::string> unbufferedEnvironment(std::vector<std::string> inherited);
 
 }  // namespace qelmo

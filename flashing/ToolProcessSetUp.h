@@ -18,10 +18,9 @@ struct ToolProcessHandlers {
     std::function<void(const std::shared_ptr<ChildProcess>& process)> completionStep;
 };
 
-/// Sets up one supervised run of the flashing tool; `launch` on the result starts it.
-///
-/// When the tool has exited, what is still in the pipe is not read any more, and the completion step is
-/// posted. Nothing stops the child: there is no time-out and no cancelling.
+/// Sets up one supervised run of the flashing tool; `launch` on the result starts it. When the tool has
+/// exited, what is still in the pipe is not read any more, and the completion step is posted. Nothing stops
+/// the child: there is no time-out and no cancelling.
 [[nodiscard]] std::shared_ptr<ChildProcess> setUpToolProcess(ToolCommand command,
                                                              std::shared_ptr<MainQueue> mainQueue,
                                                              ToolProcessHandlers handlers);

@@ -28,7 +28,7 @@ void flushToDisk(int descriptor, const std::string& name) {
 
 }  // namespace
 
-void writeFileAtomically(const std::string& path, std::span<const std::byte> bytes, Durability durability) {
+void writeFileAtomically(const std::string& path, std::span<const std::byte> bytes) {
     if (holdsNul(path)) throwSystemError(EINVAL, "create", path);
     std::string temporary = path + std::string(temporaryMark) + "XXXXXX";
     const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
@@ -37,19 +37,17 @@ void writeFileAtomically(const std::string& path, std::span<const std::byte> byt
         // mkostemp makes the file private to its owner; what it replaces is meant to be read by everyone.
         if (::fchmod(file.get(), 0644) != 0) throwSystemError(errno, "create", path);
         if (const int error = writeAll(file.get(), bytes); error != 0) throwSystemError(error, "write", path);
-        if (durability == Durability::flushedToDisk) flushToDisk(file.get(), path);
+        flushToDisk(file.get(), path);
         if (::rename(temporary.c_str(), path.c_str()) != 0) throwSystemError(errno, "replace", path);
     } catch (...) {
         ::unlink(temporary.c_str());
         throw;
     }
 
-    if (durability == Durability::flushedToDisk) {
-        const std::string folder = parentFolder(path);
-        const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!opened.isOpen()) throwSystemError(errno, "flush", folder);
-        flushToDisk(opened.get(), folder);
-    }
+    const std::string folder = parentFolder(path);
+    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.isOpen()) throwSystemError(errno, "flush", folder);
+    flushToDisk(opened.get(), folder);
 }
 
 }  // namespace qelmo

@@ -39,10 +39,6 @@ struct ChildProcess::OutputReader {
     Pipe wanted;
     std::atomic<bool> cleared = false;
 
-    void clear() noexcept {
-        if (!cleared.exchange(true)) wanted.writing.close();
-    }
-
     void deliver(const OutputHandler& handler) const {
         std::vector<char> buffer(pipeCapacityBytes);
         for (;;) {
@@ -91,12 +87,11 @@ void ChildProcess::launch() {
 }
 
 void ChildProcess::clearOutputHandler() noexcept {
-    reader_->clear();
+    if (!reader_->cleared.exchange(true)) reader_->wanted.writing.close();
 }
 
 void ChildProcess::startReader() {
     reader_->wanted = Pipe::open(executable_);
-    if (!outputHandler_) return;
     startThread(executable_, [reader = reader_, handler = std::exchange(outputHandler_, nullptr)] {
         reader->deliver(handler);
     });
@@ -109,7 +104,7 @@ void ChildProcess::startWaiter(std::future<pid_t> started) {
         if (processId < 0) return;
         self->terminationStatus_ = reap(processId);
         self->endKeeper();
-        if (handler) handler(self);
+        handler(self);
     });
 }
 

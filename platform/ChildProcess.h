@@ -42,8 +42,7 @@ public:
     void setOutputHandler(OutputHandler handler) { outputHandler_ = std::move(handler); }
     void setTerminationHandler(TerminationHandler handler) { terminationHandler_ = std::move(handler); }
 
-    /// Keeps `held` open until the child has ended, whatever becomes of this process. The
-    /// child does not get it.
+    /// Keeps `held` open until the child has ended, even if this process ends. The child does not get it.
     void holdUntilExit(FileDescriptor held) { held_ = std::move(held); }
 
     void launch();

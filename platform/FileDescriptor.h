@@ -32,8 +32,7 @@ private:
     int descriptor_ = -1;
 };
 
-/// Writes all of `bytes`, however often a signal interrupts it. Returns 0, or the errno value of the write
-/// that failed.
+/// Writes all of `bytes`, whatever interrupts it. Returns 0, or the errno value of the write that failed.
 [[nodiscard]] inline int writeAll(int descriptor, std::span<const std::byte> bytes) noexcept {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());

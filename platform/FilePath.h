@@ -15,8 +15,7 @@ namespace qelmo {
 /// True when the system would cut `path` short, so that it cannot be used.
 [[nodiscard]] bool holdsNul(std::string_view path) noexcept;
 
-/// The current user's home folder: HOME when it is an absolute path, else the user database's entry,
-/// else the empty text.
+/// The user's home folder: HOME when it is an absolute path, else the user database's entry, else "".
 [[nodiscard]] std::string currentHomeFolder();
 
 /// The bundle to which the executable at `executablePath` belongs: inside X/Contents/MacOS/ it is X, anywhere

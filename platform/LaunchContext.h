@@ -6,8 +6,7 @@
 
 namespace qelmo {
 
-/// What the program takes from outside. It is read once, at the start, and handed on as one value.
-/// Paths are bytes.
+/// What the program takes from outside, read once, at the start. Paths are bytes.
 struct LaunchContext {
     std::vector<std::string> arguments;    ///< the program's name comes first
     std::vector<std::string> environment;  ///< "NAME=value" entries, as at the start

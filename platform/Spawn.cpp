@@ -44,7 +44,6 @@ public:
     }
 
 private:
-    /// The child gets these three descriptors and no other.
     void connectStreams(int input, int output, int errors) {
         check(::posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO));
         check(::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));

@@ -8,8 +8,7 @@
 
 namespace qelmo {
 
-/// The release that was loaded before, as far as there was one. The same digest and the same version are the
-/// same build.
+/// What is known of the release that was loaded before.
 struct PreviousRelease {
     std::optional<std::string> version;
     std::optional<std::string> checksum;

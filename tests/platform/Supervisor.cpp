@@ -8,6 +8,7 @@
 int main(int count, char** arguments) {
     const auto process = qelmo::ChildProcess::create(arguments[1], {arguments + 2, arguments + count});
     process->setOutputHandler([](std::string_view) {});
+    process->setTerminationHandler([](const auto&) {});
     process->launch();
     qelmo::writeToStandardOutput("launched\n");
     for (;;) ::pause();

@@ -105,8 +105,8 @@ std::optional<FlashManifest> replaceRelease(const std::string& bundle, const New
     auto replaced = presentManifest(manifestPath);
     const bool imageWasThere = fs::exists(imagePath);
     try {
-        writeFileAtomically(imagePath, release.image.span(), Durability::flushedToDisk);
-        writeFileAtomically(manifestPath, manifestBytes, Durability::flushedToDisk);
+        writeFileAtomically(imagePath, release.image.span());
+        writeFileAtomically(manifestPath, manifestBytes);
         removeLeftovers(folder, imagePath, replaced);
     } catch (const std::exception& error) {
         // A write that failed may still have given the file its name: only a look tells which release counts.
