@@ -1,33 +1,33 @@
-// Measures the real window from inside. Its own bundle holds the release, HOME the tool. Prints "name value"
-// lines.
-//   window_benchmark refresh ROUNDS    a round: nanoseconds that the refresh button blocks, and of one load
-//   window_benchmark job LINES         the job of HOME's tool, which prints so many lines
-//   window_benchmark jobs COUNT        so many jobs in one window
+// Measures the real window from inside. Its own bundle holds the release, HOME the tool.
+//   window_benchmark bare              the reference for the start: the window, nothing validated, no icon
+// Print a line of two numbers a round, the nanoseconds of what is measured and of its reference:
+//   window_benchmark load ROUNDS       a load of the release, and its digest alone, bytes in memory
+//   window_benchmark refresh ROUNDS    how long the refresh button blocks, and one load
+// Print "name value" lines:
+//   window_benchmark jobs COUNT LINES  so many jobs of HOME's tool, which prints so many lines
 //   window_benchmark pieces COUNT BYTES [lines]    text posted in pieces, with or without line feeds
-//   window_benchmark direct LINES      the reference for the job: a text view fed without a queue and a tool
-
-#include <sys/resource.h>
+//   window_benchmark direct LINES      the reference for a job: a text view fed without a queue and a tool
 
 #include <QApplication>
-#include <QComboBox>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QPointer>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QTextCursor>
 #include <QTimer>
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <string_view>
 
+#include "platform/FileReading.h"
 #include "platform/LaunchContext.h"
+#include "platform/Sha256.h"
 #include "release/FlasherResources.h"
-#include "tests/benchmarks/Stopwatch.h"
 #include "ui/ActionButton.h"
 #include "ui/AppDelegate.h"
 #include "ui/DesktopLook.h"
@@ -41,6 +41,26 @@ using namespace qelmo;
 /// quit() would close the window, too.
 void leaveLoop() {
     QApplication::exit();
+}
+
+/// The time since its creation.
+class Stopwatch {
+public:
+    [[nodiscard]] long long nanoseconds() const {
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - start_)
+            .count();
+    }
+    [[nodiscard]] double seconds() const { return static_cast<double>(nanoseconds()) * 1e-9; }
+
+private:
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+template <typename Action>
+long long nanosecondsOf(Action action) {
+    const Stopwatch watch;
+    action();
+    return watch.nanoseconds();
 }
 
 double threadSeconds() {
@@ -59,6 +79,7 @@ public:
     }
 
     void report() const {
+        std::printf("seconds %.6f\n", all_.seconds());
         std::printf("longest_gap_ms %.3f\n", longest_ * 1e3);
         std::printf("paints_per_second %.2f\n", paints_ / all_.seconds());
     }
@@ -101,24 +122,33 @@ struct Window {
     std::shared_ptr<AppDelegate> delegate;
 };
 
-int measureRefresh(const LaunchContext& context, int rounds) {
-    const Window window(context);
+int showBareWindow() {
+    const auto delegate =
+        std::make_shared<AppDelegate>(std::make_shared<QtMainQueue>(), LaunchContext(), nullptr);
+    delegate->buildWindow();
+    delegate->window->show();
+    return QApplication::exec();
+}
+
+int measureLoad(const LaunchContext& context, int rounds) {
+    const auto load = [&] { return FlasherResources::load(context.bundleURL, context.homeFolder); };
+    const FileBytes image = RegularFile(load().firmwareURL).readAll(std::uint64_t{1} << 30);
     for (; rounds > 0; --rounds) {
-        const Stopwatch refresh;
-        window.delegate->refreshButton->click();
-        const auto refreshTime = refresh.nanoseconds();
-        const Stopwatch load;
-        const FlasherResources release = FlasherResources::load(context.bundleURL, context.homeFolder);
-        std::printf("round %lld %lld\n", refreshTime, load.nanoseconds());
-        if (!window.delegate->resources || release.checksum != window.delegate->resources->checksum) return 1;
+        const auto loadTime = nanosecondsOf([&] { (void)load(); });
+        std::printf("%lld %lld\n", loadTime, nanosecondsOf([&] { (void)sha256(image.span()); }));
     }
     return 0;
 }
 
-/// Presses the first button of whatever alert is open.
-void answerAlerts() {
-    if (auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
-        box->defaultButton()->click();
+int measureRefresh(const LaunchContext& context, int rounds) {
+    const Window window(context);
+    for (; rounds > 0; --rounds) {
+        const auto refreshTime = nanosecondsOf([&] { window.delegate->refreshButton->click(); });
+        const auto loadTime =
+            nanosecondsOf([&] { (void)FlasherResources::load(context.bundleURL, context.homeFolder); });
+        std::printf("%lld %lld\n", refreshTime, loadTime);
+    }
+    return window.delegate->resources ? 0 : 1;
 }
 
 /// The main thread's own time for each tenth of what is counted.
@@ -130,7 +160,7 @@ public:
         while (next_ <= 10 && count >= all_ / 10 * static_cast<int>(next_)) at_[next_++] = threadSeconds();
     }
     void report() const {
-        if (all_ == 0 || next_ <= 10) return;
+        if (next_ <= 10) return;
         std::printf("first_tenth_s %.4f\nlast_tenth_s %.4f\n", at_[1] - at_[0], at_[10] - at_[9]);
     }
 
@@ -140,62 +170,44 @@ private:
     std::size_t next_ = 1;
 };
 
-/// Runs the tool of HOME once, from the press to its end, while `look` is called again and again.
-double runJob(
-    AppDelegate& delegate, const std::function<void()>& look = [] {}) {
+/// Runs the tool of HOME once, from the press to its end, while `look` is called again and again. Presses the
+/// default button of each alert.
+void runJob(AppDelegate& delegate, const std::function<void()>& look) {
     QTimer answering;
-    QObject::connect(&answering, &QTimer::timeout, answerAlerts);
-    answering.start(1);
-    const Stopwatch job;
-    delegate.flashButton->click();
-    QTimer ended;
-    double seconds = 0;
-    QObject::connect(&ended, &QTimer::timeout, [&] {
-        look();
-        if (delegate.flashProcess) return;
-        seconds = job.seconds();
-        leaveLoop();
+    QObject::connect(&answering, &QTimer::timeout, [] {
+        if (auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
+            box->defaultButton()->click();
     });
-    ended.start(1);
+    answering.start(1);
+    delegate.flashButton->click();
+    QTimer looking;
+    QObject::connect(&looking, &QTimer::timeout, [&] {
+        look();
+        if (!delegate.flashProcess) leaveLoop();
+    });
+    looking.start(1);
     QApplication::exec();
-    return seconds;
 }
 
-/// `lines`: how many the tool prints, or 0.
-int measureJob(const LaunchContext& context, int lines) {
+int measureJobs(const LaunchContext& context, int jobs, int lines) {
     const Window window(context);
-    AppDelegate& delegate = *window.delegate;
-    const LoopWatch watch(*delegate.logTextView->viewport());
-    Tenths tenths(lines);
-    const double seconds = runJob(delegate, [&] { tenths.look(delegate.logTextView->blockCount()); });
-    std::printf("seconds %.6f\nlines %d\n", seconds, delegate.logTextView->blockCount());
+    const QPlainTextEdit& log = *window.delegate->logTextView;
+    const LoopWatch watch(*log.viewport());
+    Tenths tenths(jobs * lines);
+    for (int job = 0; job < jobs; ++job) runJob(*window.delegate, [&] { tenths.look(log.blockCount()); });
     watch.report();
     tenths.report();
-    return 0;
-}
-
-/// Many jobs in one window: the main thread's own time for the first tenth of them, and for the last.
-int measureJobs(const LaunchContext& context, int jobs) {
-    const Window window(context);
-    Tenths tenths(jobs);
-    for (int job = 1; job <= jobs; ++job) {
-        (void)runJob(*window.delegate);
-        tenths.look(job);
-    }
-    std::printf("lines %d\n", window.delegate->logTextView->blockCount());
-    tenths.report();
+    std::printf("lines %d\n", log.blockCount());
     return 0;
 }
 
 int measurePieces(const LaunchContext& context, int count, int bytes, bool lineFeeds) {
     const Window window(context);
     const std::string piece(static_cast<std::size_t>(bytes), 'x');
-    LoopWatch watch(*window.delegate->logTextView->viewport());
-    const Stopwatch all;
+    const LoopWatch watch(*window.delegate->logTextView->viewport());
     for (int n = 0; n < count; ++n) window.delegate->appendLog(piece, lineFeeds);
     window.mainQueue->post([] { leaveLoop(); });
     QApplication::exec();
-    std::printf("seconds %.6f\n", all.seconds());
     watch.report();
     return 0;
 }
@@ -210,14 +222,14 @@ int measureDirect(int lines) {
     QApplication::exec();
 
     const QString line = QString(60, QLatin1Char('x')) + QLatin1Char('\n');
-    const Stopwatch all;
+    const LoopWatch watch(view);
     for (int n = 0; n < lines; ++n) {
         QTextCursor end(view.document());
         end.movePosition(QTextCursor::End);
         end.insertText(line);
         view.verticalScrollBar()->setValue(view.verticalScrollBar()->maximum());
     }
-    std::printf("seconds %.6f\n", all.seconds());
+    watch.report();
     return 0;
 }
 
@@ -229,11 +241,11 @@ int main(int argumentCount, char** arguments) {
     const auto number = [&](int index) { return index < argumentCount ? std::atoi(arguments[index]) : 0; };
     const LaunchContext context = LaunchContext::ofThisProcess(argumentCount, arguments);
     const std::string_view mode = argumentCount > 1 ? arguments[1] : "";
+    if (mode == "bare") return showBareWindow();
+    if (mode == "load") return measureLoad(context, number(2));
     if (mode == "refresh") return measureRefresh(context, number(2));
-    if (mode == "job") return measureJob(context, number(2));
-    if (mode == "jobs") return measureJobs(context, number(2));
+    if (mode == "jobs") return measureJobs(context, number(2), number(3));
     if (mode == "pieces") return measurePieces(context, number(2), number(3), argumentCount > 4);
     if (mode == "direct") return measureDirect(number(2));
-    std::fputs("usage: window_benchmark refresh|job|jobs|pieces|direct ...\n", stderr);
     return 2;
 }
