@@ -5,7 +5,7 @@ import struct
 import zlib
 from typing import Callable, Iterator, Optional
 
-import flash_chip
+import fault
 import slip
 
 MAGIC_REGISTER = 0x40001000
@@ -36,7 +36,7 @@ SPI_FLASH_MD5, GET_SECURITY_INFO, ERASE_FLASH, READ_FLASH = 0x13, 0x14, 0xD0, 0x
 
 SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
-REFUSED = 0x05
+REFUSED = b"\1\5"
 
 # Fewer blocks than hosts allow: they fit into the pseudo-terminal, so that writing them never waits for a host that
 # waits for its own bytes to be read.
@@ -59,15 +59,11 @@ class Hung(Exception):
     """The chip has stopped in the middle of a request and gives no answer."""
 
 
-class Refused(Exception):
-    """The request is one that this device is not flashed with."""
-
-
 class Esp32S3:
-    def __init__(self, flash: flash_chip.Flash, fault: flash_chip.Fault,
-                 log: Callable[[str], None], save: Callable[[], None], wait_for_erase: Callable[[], None]) -> None:
-        self._flash, self._fault, self._log = flash, fault, log
-        self._save, self._wait_for_erase = save, wait_for_erase
+    def __init__(self, cells: bytearray, wrong: fault.Fault, log: Callable[[str], None],
+                 save: Callable[[], None]) -> None:
+        """`cells` are the content of the flash."""
+        self._cells, self._fault, self._log, self._save = cells, wrong, log, save
         self._in_reset = False
         self._commands = {
             SYNC: self._sync, READ_REG: self._read_register, WRITE_REG: self._write_register,
@@ -75,7 +71,7 @@ class Esp32S3:
             MEM_BEGIN: self._accept, MEM_DATA: self._accept, MEM_END: self._start_stub,
             SPI_SET_PARAMS: self._accept, ERASE_FLASH: self._erase_flash, FLASH_BEGIN: self._accept,
             FLASH_DEFL_BEGIN: self._begin_write, FLASH_DEFL_DATA: self._write_block, FLASH_DEFL_END: self._end_write,
-            SPI_FLASH_MD5: self._md5, READ_FLASH: self._begin_read, FLASH_END: self._leave_stub,
+            SPI_FLASH_MD5: self._md5, READ_FLASH: self._begin_read, FLASH_END: self._accept,
         }
         self.reset()
 
@@ -85,7 +81,7 @@ class Esp32S3:
         self._synced = self._stub_runs = self._hung = False
         self._inflater = zlib.decompressobj()
         self._address = self._size = self._written = 0
-        self._content: Optional[bytes] = None  # what is read, while it is
+        self._content: Optional[bytearray] = None  # what is read, while it is
 
     def answer(self, packet: bytes) -> Iterator[bytes]:
         """Gives what answers one packet of the host, framed for the line.  Noise is met with silence, as by the ROM."""
@@ -98,32 +94,27 @@ class Esp32S3:
         if len(packet) < 8:
             return
         direction, command, length, _checksum = struct.unpack_from("<BBHI", packet)
-        if direction != 0 or length != len(packet) - 8 or self._fault.strikes(flash_chip.NEVER_ANSWERS):
+        if direction != 0 or length != len(packet) - 8 or self._fault.strikes(fault.NEVER_ANSWERS):
             return
-        if self._fault.strikes(flash_chip.GARBAGE):
+        if self._fault.strikes(fault.GARBAGE):
             yield GARBAGE
         elif not self._hung:
             yield from map(slip.encode, self._execute(command, packet[8:]))
 
     def _execute(self, command: int, body: bytes) -> Iterator[bytes]:
         stub_ran = self._stub_runs
-        value, data, error = 0, b"", 0
         try:
-            if command not in self._commands:
-                raise Refused
-            result = self._commands[command](body)
-            value, data = (result, b"") if isinstance(result, int) else (0, result)
-        except Refused:
-            error = REFUSED
+            result = self._commands[command](body) if command in self._commands else None
         except Hung:
             self._hung = True
             return
-        status = bytes([bool(error), error]) + (b"" if stub_ran and command != SYNC else b"\0\0")
+        value, data = (result, b"") if isinstance(result, int) else (0, result or b"")
+        status = (REFUSED if result is None else b"\0\0") + (b"" if stub_ran and command != SYNC else b"\0\0")
         answer = struct.pack("<BBHI", 1, command, len(data) + len(status), value) + data + status
         yield from [answer] * (SYNC_ANSWERS if command == SYNC else 1)
         if self._stub_runs and not stub_ran:
             yield STUB_GREETING
-        if command == READ_FLASH and not error:
+        if command == READ_FLASH:
             yield from self._send_read(0)
 
     def _follow_modem_lines(self, lines: int) -> None:
@@ -152,7 +143,7 @@ class Esp32S3:
 
     def _read_register(self, body: bytes) -> int:
         (address,) = struct.unpack("<I", body)
-        if address == MAGIC_REGISTER and self._fault.strikes(flash_chip.OTHER_CHIP):
+        if address == MAGIC_REGISTER and self._fault.strikes(fault.OTHER_CHIP):
             return MAGIC_ESP32C3
         return self._registers.get(address, 0)
 
@@ -166,7 +157,7 @@ class Esp32S3:
         return b""
 
     def _security_info(self, _body: bytes) -> bytes:
-        chip = ID_ESP32C3 if self._fault.strikes(flash_chip.OTHER_CHIP) else ID_ESP32S3
+        chip = ID_ESP32C3 if self._fault.strikes(fault.OTHER_CHIP) else ID_ESP32S3
         return struct.pack("<I8xII", 0, chip, 0)
 
     def _change_baud_rate(self, body: bytes) -> bytes:
@@ -184,8 +175,9 @@ class Esp32S3:
 
     def _erase_flash(self, _body: bytes) -> bytes:
         self._log("erase")
-        self._wait_for_erase()
-        self._flash.erase()
+        if self._fault.strikes(fault.UNPLUGGED_ERASING):
+            raise Unplugged
+        self._cells[:] = b"\xff" * len(self._cells)
         return b""
 
     def _begin_write(self, body: bytes) -> bytes:
@@ -201,42 +193,44 @@ class Esp32S3:
         return b""
 
     def _store(self, data: bytes) -> None:
-        due = self._fault.due_after(flash_chip.DURING_A_WRITE, self._size)
+        due = self._fault.due_after(fault.DURING_A_WRITE, self._size)
         if due is not None and due <= self._written + len(data):
             before = due - self._written
             self._append(data[:before])
             data = data[before:]
-            if self._fault.strikes(flash_chip.UNPLUGGED):
+            if self._fault.strikes(fault.UNPLUGGED):
                 raise Unplugged
-            if self._fault.strikes(flash_chip.STOPS_ANSWERING):
+            if self._fault.strikes(fault.STOPS_ANSWERING):
                 raise Hung
-            self._fault.strikes(flash_chip.BIT_ERROR)
-            self._flash.cells[self._address + due - 1] ^= 1
+            self._fault.strikes(fault.BIT_ERROR)
+            self._cells[self._address + due - 1] ^= 1
         self._append(data)
 
     def _append(self, data: bytes) -> None:
         start = self._address + self._written
-        self._flash.cells[start:start + len(data)] = data
+        self._cells[start:start + len(data)] = data
         tenths = self._written * 10 // self._size
         self._written += len(data)
         for tenth in range(tenths + 1, self._written * 10 // self._size + 1):
             self._log(f"write {tenth * 10}%")
 
     def _end_write(self, _body: bytes) -> bytes:
-        if self._written != self._size:
-            raise Refused
         self._save()
         return b""
 
     def _md5(self, body: bytes) -> bytes:
-        digest = self._flash.md5(*struct.unpack_from("<II", body))
+        address, size = struct.unpack_from("<II", body)
+        digest = hashlib.md5(memoryview(self._cells)[address:address + size]).digest()
         self._log(f"md5 {digest.hex()}")
         return digest
 
     def _begin_read(self, body: bytes) -> bytes:
         address, size, self._block_size, _most_under_way = struct.unpack("<IIII", body)
-        self._content, self._sent = bytes(self._flash.cells[address:address + size]), 0
-        self._unplugged_after = self._fault.due_after((flash_chip.UNPLUGGED_READING,), size)
+        self._content, self._sent = self._cells[address:address + size], 0
+        wrong = self._fault.due_after((fault.WRONG_READING,), size)
+        if wrong is not None and self._fault.strikes(fault.WRONG_READING):
+            self._content[wrong] ^= 1
+        self._unplugged_after = self._fault.due_after((fault.UNPLUGGED_READING,), size)
         return b""
 
     def _send_read(self, received: int) -> Iterator[bytes]:
@@ -244,7 +238,7 @@ class Esp32S3:
         content = self._content
         while self._sent < len(content) and self._sent - received < MOST_BLOCKS_UNDER_WAY * self._block_size:
             self._stay_plugged_in()
-            block = content[self._sent:self._sent + self._block_size]
+            block = bytes(content[self._sent:self._sent + self._block_size])
             self._sent += len(block)
             yield block
         if received == len(content):
@@ -254,11 +248,5 @@ class Esp32S3:
 
     def _stay_plugged_in(self) -> None:
         if self._unplugged_after is not None and self._sent >= self._unplugged_after:
-            self._fault.strikes(flash_chip.UNPLUGGED_READING)
+            self._fault.strikes(fault.UNPLUGGED_READING)
             raise Unplugged
-
-    def _leave_stub(self, body: bytes) -> bytes:
-        (stay,) = struct.unpack("<I", body)
-        if not stay:
-            self.reset()
-        return b""

@@ -1,36 +1,14 @@
-"""The handheld's flash chip, and the one thing that can be wrong with the device."""
+"""The one thing that can be wrong with the device."""
 
-import hashlib
-from pathlib import Path
 from typing import Callable, Optional
 
-SIZE = 8 * 1024 * 1024
-
-NEVER_ANSWERS, OTHER_CHIP, GARBAGE = "never-answers", "other-chip", "garbage"
+NEVER_ANSWERS, OTHER_CHIP, GARBAGE, UNPLUGGED_ERASING = "never-answers", "other-chip", "garbage", "unplugged-erasing"
 UNPLUGGED, BIT_ERROR, STOPS_ANSWERING = "unplugged", "bit-error", "stops-answering"
-UNPLUGGED_READING = "unplugged-reading"
+UNPLUGGED_READING, WRONG_READING = "unplugged-reading", "wrong-reading"
 
-AT_ONCE = (NEVER_ANSWERS, OTHER_CHIP, GARBAGE)
+AT_ONCE = (NEVER_ANSWERS, OTHER_CHIP, GARBAGE, UNPLUGGED_ERASING)
 DURING_A_WRITE = (UNPLUGGED, BIT_ERROR, STOPS_ANSWERING)
-AT_A_PERCENTAGE = (*DURING_A_WRITE, UNPLUGGED_READING)
-
-
-class Flash:
-    """8 MiB that can be erased, written, digested and saved."""
-
-    def __init__(self, initial: bytes = b"") -> None:
-        self.cells = bytearray(initial.ljust(SIZE, b"\0"))
-
-    def erase(self) -> None:
-        self.cells[:] = b"\xff" * SIZE
-
-    def md5(self, address: int, size: int) -> bytes:
-        return hashlib.md5(memoryview(self.cells)[address:address + size]).digest()
-
-    def save(self, path: str) -> None:
-        beside = Path(f"{path}.part")
-        beside.write_bytes(self.cells)
-        beside.replace(path)
+AT_A_PERCENTAGE = (*DURING_A_WRITE, UNPLUGGED_READING, WRONG_READING)
 
 
 class Fault:

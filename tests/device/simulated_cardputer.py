@@ -10,20 +10,20 @@ from typing import Callable, NoReturn
 
 import device_port
 import esp32s3
-import flash_chip
+import fault
 import slip
+
+FLASH_SIZE = 8 * 1024 * 1024
 
 
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=__doc__, allow_abbrev=False)
     parser.add_argument("--port", required=True, metavar="PATH", help="link to make, e.g. /dev/cu.usbmodem101")
     parser.add_argument("--flash-dump", required=True, metavar="FILE", help="the flash after every session")
-    parser.add_argument("--ready-file", metavar="FILE", help="written when the device can be opened")
-    parser.add_argument("--fault", type=flash_chip.Fault, default="", metavar="KIND[@PERCENT]",
-                        help=", ".join(flash_chip.AT_ONCE + flash_chip.AT_A_PERCENTAGE)
+    parser.add_argument("--fault", type=fault.Fault, default="", metavar="KIND[@PERCENT]",
+                        help=", ".join(fault.AT_ONCE + fault.AT_A_PERCENTAGE)
                         + "; from unplugged on at a percentage of what is written or read (50)")
     parser.add_argument("--bytes-per-second", type=float, metavar="N", help="speed of the line from the host")
-    parser.add_argument("--erase-seconds", type=float, default=0, metavar="S", help="time of a whole erase")
     parser.add_argument("--event-log", default="/dev/stdout", metavar="FILE", help="one line for each event")
     parser.add_argument("--initial-flash", type=argparse.FileType("rb"), metavar="FILE",
                         help="what the flash holds at first (zeros)")
@@ -33,16 +33,17 @@ def parse_arguments() -> argparse.Namespace:
 class SimulatedCardputer:
     def __init__(self, arguments: argparse.Namespace, log: Callable[[str], None]) -> None:
         initial = arguments.initial_flash
-        self._flash = flash_chip.Flash(initial.read() if initial else b"")
+        self._cells = bytearray((initial.read() if initial else b"").ljust(FLASH_SIZE, b"\0"))
         self._arguments, self._log = arguments, log
         self._line_is_free_at = 0.0
         self.port = device_port.DevicePort(arguments.port)
         arguments.fault.log = log
-        self._chip = esp32s3.Esp32S3(self._flash, arguments.fault, log, self.save_flash,
-                                     lambda: self.port.pause(arguments.erase_seconds))
+        self._chip = esp32s3.Esp32S3(self._cells, arguments.fault, log, self.save_flash)
 
     def save_flash(self) -> None:
-        self._flash.save(self._arguments.flash_dump)
+        beside = Path(f"{self._arguments.flash_dump}.part")
+        beside.write_bytes(self._cells)
+        beside.replace(self._arguments.flash_dump)
 
     def serve(self) -> None:
         """Serves one host after the other.  Returns only when the device has been unplugged."""
@@ -92,8 +93,6 @@ def main() -> NoReturn:
     with open(arguments.event_log, "w", encoding="utf-8", buffering=1) as events:
         device = SimulatedCardputer(arguments, lambda event: print(event, file=events))
         try:
-            if arguments.ready_file:
-                Path(arguments.ready_file).touch()
             device.serve()
         finally:
             device.port.unplug()

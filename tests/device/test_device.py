@@ -15,9 +15,9 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from support import device, help_page  # noqa: E402
 from support.built import SAMPLE_IMAGE, TOOL  # noqa: E402
-from support.child import CANNOT_RUN_HERE, PYTHON, run  # noqa: E402
-from support.device import FLASH_SIZE, PORT, PRIVATE_DEV, UNPLUGGED_WORDS, DeviceTest  # noqa: E402
-from support.real_tool import (INSTALL, LOCKS_THE_PORT, MODULES, OTHER_CHIP, VERIFIES_TWICE,  # noqa: E402, F401
+from support.child import PYTHON, run  # noqa: E402
+from support.device import FLASH_SIZE, PORT, UNPLUGGED_WORDS, DeviceTest  # noqa: E402
+from support.real_tool import (LOCKS_THE_PORT, MODULES, OTHER_CHIP, VERIFIES_TWICE,  # noqa: E402, F401
                                home_with_the_tool, installed_version, load_tests, of_the_tool)
 
 IMAGE = b"\0" + random.Random(20).randbytes(1024 * 1024 + 99)
@@ -84,33 +84,13 @@ class Flashing(ToolTest):
 
 
 class Faults(ToolTest):
-    # fault: the device is unplugged during the erase
-    # seen: "A serial exception error occurred"
-    def test_a_device_unplugged_during_the_erase(self):
-        with device.SimulatedDevice(self.folder, "--erase-seconds", 600) as plugged_in:
-            host = subprocess.Popen(list(map(str, self.job())), stdout=subprocess.PIPE, text=True, **self.surroundings)
-            plugged_in.wait_for("erase")
-        output = host.communicate()[0]
-        self.assertEqual(host.returncode, 1, output)
-        self.assertIn(UNPLUGGED_WORDS, output)
-        self.assertEqual(plugged_in.dump.read_bytes(), UNTOUCHED)
-        self.assert_flashed(self.device())
-
-    # fault: the device is unplugged at 0, 1, 50 or 99 % of a read
-    def test_a_device_unplugged_during_a_read(self):
-        for percent in PERCENTAGES:
-            file = self.folder / "read"
-            with device.SimulatedDevice(self.folder, "--fault", f"unplugged-reading@{percent}") as plugged_in:
-                result = run(*self.esptool("read_flash", "0", "0x20000", file), **self.surroundings)
-                self.assertEqual((result.returncode, file.exists()), (1, False), result.stdout)
-                self.assertIn(f"fault unplugged-reading@{percent}", plugged_in.event_lines())
-
     def rows(self):
         """A fault, the tool's status, words that it says, and the flash that is left."""
         noise = "Possible serial noise or corruption."
         yield "never-answers", 2, "Failed to connect to ESP32-S3: No serial data received.", UNTOUCHED
         yield "garbage", 2, f"Failed to connect to ESP32-S3: Invalid head of packet (0x49): {noise}", UNTOUCHED
         yield "other-chip", 2, of_the_tool(OTHER_CHIP), UNTOUCHED
+        yield "unplugged-erasing", 1, UNPLUGGED_WORDS, UNTOUCHED
         for percent in PERCENTAGES:
             silent = "The chip stopped responding." if percent else f"Serial data stream stopped: {noise}"
             written = IMAGE[:-(-len(IMAGE) * percent // 100)]
@@ -121,10 +101,10 @@ class Faults(ToolTest):
             yield f"stops-answering@{percent}", 2, f"A fatal error occurred: {silent}", left
             yield f"bit-error@{percent}", 2, "MD5 of file does not match data in flash!", bytes(wrong)
 
-    # fault: the device never answers, answers with garbage because it is not in its boot mode, or is another chip; at
-    #     0, 1, 50 or 99 % of the write it is unplugged, stops answering or keeps a wrong bit; the port is missing,
-    #     denied, busy or no serial port; the tool lacks a module; the device's firmware runs; the image is for another
-    #     chip
+    # fault: the device never answers, answers with garbage because it is not in its boot mode, or is another chip; it
+    #     is unplugged during the erase; at 0, 1, 50 or 99 % of the write it is unplugged, stops answering or keeps a
+    #     wrong bit; the port is missing, denied, busy or no serial port; the tool lacks a module; the device's firmware
+    #     runs; the image is for another chip
     # seen: "No serial data received.", "Possible serial noise or corruption.", "This chip is ESP32-C3 not ESP32-S3.
     #     Wrong --chip argument?", "A serial exception error occurred", "The chip stopped responding.", "MD5 of file
     #     does not match data in flash!"
@@ -222,31 +202,6 @@ class Faults(ToolTest):
             self.configure("connect_attempts = 1")
             output.seek(0)
             return output.read()
-
-
-class PrivateDev(DeviceTest):
-    def test_shows_no_serial_device_and_is_not_private_with_one(self):
-        os.symlink("null", PORT)
-        self.addCleanup(os.unlink, PORT)
-        self.assertEqual(run(PRIVATE_DEV, "--check").stderr, "private-dev: this /dev is not private\n")
-        result = run(PRIVATE_DEV, "--", "sh", "-c", "ls /dev; exit 42")
-        if result.returncode == CANNOT_RUN_HERE:
-            self.skipTest("none can be made in another")
-        self.assertEqual(result.returncode, 42)
-        self.assertEqual(set(result.stdout.split()) - {"core", "tty"},
-                         set("fd full null ptmx pts random shm stderr stdin stdout urandom zero".split()))
-
-
-class InstallEsptool(DeviceTest):
-    # fault: there is a tool of somebody else's in the home folder
-    # seen: "install-esptool: … is a tool of somebody else's and is left alone"
-    def test_leaves_somebody_elses_tool_alone(self):
-        theirs = self.folder / Path(TOOL).parent
-        theirs.mkdir(parents=True)
-        result = run(*INSTALL, self.folder)
-        self.assertEqual((result.returncode, result.stderr), (
-            1, f"install-esptool: {theirs} is a tool of somebody else's and is left alone\n"))
-        self.assertEqual(os.listdir(theirs), [])
 
 
 if __name__ == "__main__":

@@ -26,30 +26,22 @@ FAILED_LINE = "\nFLASH FAILED — keep USB connected, return to G0 boot mode, an
 CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo box", None))
 
 
-def pack(bundle: Path, image: Path, *options: str) -> None:
-    """Replaces the release of a bundle as a release maker does."""
-    subprocess.run([BUILD / "tools/pack-release", "--bundle", bundle, "--image", image, *options], check=True,
-                   stdout=subprocess.DEVNULL)
-
-
 class SessionTest(unittest.TestCase):
-    """Tests of flash jobs, each with a bundle of its own, whose release may be changed: the steps that they share."""
+    """Tests of flash jobs: the steps that they share."""
 
     def setUp(self) -> None:
         require_private_dev()
         self.home = home_with_the_tool()
-        # What the device and the program said stays there after the run; the bundle does not.
+        # What the device and the program said stays there after the run.
         self.folder = BUILD / "end-to-end" / self._testMethodName
         shutil.rmtree(self.folder, ignore_errors=True)
-        self.bundle = self.folder / BUNDLE.name
-        shutil.copytree(BUNDLE, self.bundle, symlinks=True)
-        self.addCleanup(shutil.rmtree, self.bundle)
+        self.folder.mkdir(parents=True)
 
-    def plugged_in(self, *options: str) -> SimulatedDevice:
-        return SimulatedDevice(self.folder, *options)
+    def plugged_in(self, *options: str, port: Path = PORT) -> SimulatedDevice:
+        return SimulatedDevice(self.folder, *options, port=port)
 
     def window(self, prefix: Sequence[str | Path] = ()) -> FlasherWindow:
-        return FlasherWindow(self.bundle / PROGRAM, self.home, self.folder / "streams.txt", prefix)
+        return FlasherWindow(BUNDLE / PROGRAM, self.home, self.folder / "streams.txt", prefix)
 
     def start_flash(self, window, start: str = START, press: Callable[[str], None] | None = None) -> None:
         jobs = window.log().count(start)

@@ -14,7 +14,7 @@ from typing import Callable, Iterator, Sequence
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from flashing_session import CONFIRM, FLASH, IMAGE, START, SessionTest  # noqa: E402
-from support.device import OTHER_PORT, PORT, SimulatedDevice  # noqa: E402
+from support.device import PORT  # noqa: E402
 from support.flasher_window import FlasherWindow  # noqa: E402
 from support.real_tool import load_tests  # noqa: E402, F401
 from support.waiting import wait_until  # noqa: E402
@@ -138,38 +138,6 @@ class WindowEndsTest(SessionTest):
             self.expect_stopped(window, "start /bin/sh: Permission denied", "FLASHER COULD NOT START")
             self.assertEqual(device.event_lines(), [])
             self.assertEqual(children_of(window.process.pid), [])
-
-    def test_two_windows_flash_at_two_ports_at_the_same_time(self) -> None:
-        second_folder = self.folder / "second"
-        second_folder.mkdir()
-        with self.plugged_in(*SLOW, "--port", str(OTHER_PORT)) as other:
-            with self.window() as window:
-                self.begin(window, start=START.replace(str(PORT), str(OTHER_PORT)))
-            # The first port is the one that is chosen when a window opens.
-            with SimulatedDevice(second_folder) as device, self.window() as window:
-                self.assertEqual(window.selected_port(), str(PORT))
-                self.start_flash(window)
-                self.expect_complete(window, device)
-            self.expect_finished_flash(other)
-
-    def test_the_tool_gets_what_the_program_was_started_with_and_nothing_else(self) -> None:
-        os.environ["DESKTOP_STARTUP_ID"] = "launcher-1_TIME2"
-        self.addCleanup(os.environ.pop, "DESKTOP_STARTUP_ID")
-        with self.plugged_in(*SLOW) as device, self.window() as window:
-            self.begin(window)
-            tool, program = Path(f"/proc/{self.tool}"), Path(f"/proc/{window.process.pid}")
-            given = dict(os.environ, HOME=str(self.home), PYTHONUNBUFFERED="1")
-            self.assertEqual(sorted((tool / "environ").read_bytes().rstrip(b"\0").split(b"\0")),
-                             sorted(os.fsencode(f"{name}={value}") for name, value in given.items()))
-            open_files = {entry.name: os.readlink(entry) for entry in (tool / "fd").iterdir()}
-            self.assertEqual(open_files["0"], os.readlink(program / "fd/0"))
-            self.assertEqual(open_files["1"], open_files["2"])
-            programs_own = {os.readlink(entry) for entry in (program / "fd").iterdir()}
-            self.assertEqual({file for number, file in open_files.items() if number not in "012"} & programs_own, set())
-            self.assertEqual(os.readlink(tool / "cwd"), os.readlink(program / "cwd"))
-            window.process.kill()
-            window.process.wait()
-            self.expect_finished_flash(device)
 
 
 if __name__ == "__main__":

@@ -25,7 +25,7 @@ static_assert(!std::convertible_to<FlashManifest::CodingKeys, int>);
 
 TEST(FlashManifest, DecodesEveryField) {
     ManifestText text;
-    text.set("binary.offset", "4096").set("binary.sha256", R"("00FF")").reverse();
+    text.set("binary.offset", "4096").set("binary.sha256", R"("00FF")");
     const std::string json = text.text();
     const FlashManifest manifest = FlashManifest::decode(bytesOf(json));
     EXPECT_EQ(manifest.schemaVersion, 1);

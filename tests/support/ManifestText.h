@@ -1,74 +1,54 @@
 #pragma once
 
-#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace qelmo {
 
-/// A manifest's JSON text, field by field. A value is raw JSON, so that every wrong one can be written too.
+/// A right manifest's JSON text, in which values can be replaced, by wrong ones too.
 class ManifestText {
 public:
-    /// Replaces the value of "name" or "binary.name"; `json` is put in as it stands.
-    ManifestText& set(std::string_view path, std::string json) {
-        at(path)->second = std::move(json);
+    /// Replaces the value of "name" or "binary.name"; `json` is put in as it is.
+    ManifestText& set(std::string_view path, std::string_view json) {
+        // No key is there twice, and each value ends with its line.
+        const std::string key = '"' + std::string(path.substr(path.rfind('.') + 1)) + "\": ";
+        const std::size_t found = text_.find(key);
+        if (found == std::string::npos)
+            throw std::logic_error("no such manifest field: " + std::string(path));
+        const std::size_t value = found + key.size();
+        std::size_t end = text_.find('\n', value);
+        if (text_[end - 1] == ',') --end;
+        text_.replace(value, end - value, json);
         return *this;
     }
 
-    /// Writes the keys in the opposite order.
-    ManifestText& reverse() {
-        std::reverse(fields_.begin(), fields_.end());
-        return *this;
-    }
-
-    [[nodiscard]] std::string text() const { return object(""); }
+    [[nodiscard]] const std::string& text() const { return text_; }
 
 private:
-    using Field = std::pair<std::string, std::string>;
-
-    std::vector<Field>::iterator at(std::string_view path) {
-        const auto field = std::find_if(fields_.begin(), fields_.end(),
-                                        [path](const Field& one) { return one.first == path; });
-        if (field == fields_.end()) throw std::logic_error("no such manifest field: " + std::string(path));
-        return field;
-    }
-
-    /// The object whose fields begin with `prefix`; an inner object stands where its own field stands.
-    [[nodiscard]] std::string object(const std::string& prefix) const {
-        std::string json;
-        for (const auto& [path, value] : fields_) {
-            if (!path.starts_with(prefix)) continue;
-            const std::string key = path.substr(prefix.size());
-            if (key.find('.') != std::string::npos) continue;
-            json += json.empty() ? "" : ", ";
-            json += '"' + key + "\": " + (value == inner ? object(path + ".") : value);
-        }
-        return "{" + json + "}";
-    }
-
-    static constexpr const char* inner = "(its own fields)";
-
-    std::vector<Field> fields_{{"schemaVersion", "1"},
-                               {"name", R"("Varnox")"},
-                               {"version", R"("1.0.0")"},
-                               {"chipFamily", R"("ESP32-S3")"},
-                               {"hardware", R"("Cardputer ADV")"},
-                               {"binary", inner},
-                               {"binary.path", R"("release-complete.bin")"},
-                               {"binary.offset", "0"},
-                               {"binary.size", "65537"},
-                               {"binary.sha256", R"("")"},
-                               {"flash", inner},
-                               {"flash.baud", "921600"},
-                               {"flash.flashSize", R"("8MB")"},
-                               {"flash.flashMode", R"("dio")"},
-                               {"flash.flashFrequency", R"("80m")"},
-                               {"flash.eraseAllInternalFlash", "true"},
-                               {"flash.after", R"("hard_reset")"},
-                               {"flash.confirmationText", R"("FLASH VARNOX")"}};
+    // Not in the order in which they are decoded.
+    std::string text_ = R"({
+"flash": {
+"after": "hard_reset",
+"baud": 921600,
+"confirmationText": "FLASH VARNOX",
+"eraseAllInternalFlash": true,
+"flashFrequency": "80m",
+"flashMode": "dio",
+"flashSize": "8MB"
+},
+"binary": {
+"sha256": "",
+"size": 65537,
+"offset": 0,
+"path": "release-complete.bin"
+},
+"hardware": "Cardputer ADV",
+"chipFamily": "ESP32-S3",
+"version": "1.0.0",
+"name": "Varnox",
+"schemaVersion": 1
+})";
 };
 
 }  // namespace qelmo

@@ -19,34 +19,35 @@ FLASH_SIZE = 8 * 1024 * 1024
 UNPLUGGED_WORDS = "A serial exception error occurred: Could not configure port: (5, 'Input/output error')"
 
 
+def is_in_private_dev() -> bool:
+    return any(line.startswith("private-dev /dev ") for line in Path("/proc/self/mounts").read_text().splitlines())
+
+
 def require_private_dev() -> None:
-    subprocess.run([PRIVATE_DEV, "--check"], check=True)
+    if not is_in_private_dev():
+        sys.exit(f"run it with {PRIVATE_DEV}")
 
 
 def main() -> None:
     """Runs the tests of the calling script, in a /dev of their own."""
-    if "INSIDE_PRIVATE_DEV" not in os.environ:
-        os.environ["INSIDE_PRIVATE_DEV"] = "yes"
+    if not is_in_private_dev():
         os.execv(PRIVATE_DEV, ["private-dev", "--", PYTHON, "-B", *sys.argv])
     unittest.main()
 
 
 class SimulatedDevice:
-    """The device at PORT, or at the port of the last option `--port`. Use it in a with statement."""
+    """Use it in a with statement."""
 
-    def __init__(self, folder: Path, *options: object) -> None:
-        self.dump, self.events, ready = (folder / f"device-{name}" for name in ("flash.bin", "events.txt", "ready"))
-        for left_by_another in (self.dump, self.events, ready):
+    def __init__(self, folder: Path, *options: object, port: Path = PORT) -> None:
+        self.dump, self.events, self._port = folder / "device-flash.bin", folder / "device-events.txt", port
+        for left_by_another in (self.dump, self.events):
             left_by_another.unlink(missing_ok=True)
-        self._ready = ready
         self.process = subprocess.Popen(
-            [PYTHON, "-B", ROOT / "tests/device/simulated_cardputer.py", "--port", PORT, "--flash-dump", self.dump,
-             "--event-log", self.events, "--ready-file", ready, *map(str, options)])
+            [PYTHON, "-B", ROOT / "tests/device/simulated_cardputer.py", "--port", port, "--flash-dump", self.dump,
+             "--event-log", self.events, *map(str, options)])
 
     def __enter__(self) -> SimulatedDevice:
-        wait_until(lambda: self._ready.exists() or self.process.poll() is not None, "a ready device")
-        if self.process.poll() is not None:
-            raise AssertionError("the simulated device did not start")
+        wait_until(lambda: self._port.exists() or self.process.poll() is not None, "a ready device")
         return self
 
     def __exit__(self, *_: object) -> None:

@@ -62,9 +62,6 @@ class FlasherWindow:
     def wait_for_log(self, words: str) -> None:
         wait_until(lambda: words in self.log(), f"{words!r} in the log")
 
-    def progress(self) -> str:
-        return self._only(role="progress bar").get_description()
-
     def selected_port(self) -> str:
         return Atspi.Accessible.get_name(self._only(role="combo box"))
 
@@ -85,7 +82,6 @@ class FlasherWindow:
                 if label.get_name()]
 
     def screenshot(self, path: Path) -> None:
-        path.parent.mkdir(parents=True, exist_ok=True)
         subprocess.run(["import", "-window", "root", str(path)], check=True)
 
     # What a person does ----

@@ -7,11 +7,9 @@ import os
 import re
 import signal
 import subprocess
-import time
 from typing import Callable, Iterator, NamedTuple, Optional, Sequence
 
 STOPPING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
-SECONDS_TO_END = 5
 # The tool draws its progress over the last one with backspaces; the log keeps the last one only.
 REDRAWN = re.compile(r"[^\n]*\x08")
 
@@ -95,27 +93,7 @@ class Children:
 
 def end_group(process: subprocess.Popen) -> None:
     """Ends the child and everything that it has started: all of them are in its group."""
-    for number in (signal.SIGTERM, signal.SIGKILL):
-        if not signal_group(process.pid, number) or group_has_ended(process):
-            break
+    with contextlib.suppress(ProcessLookupError, PermissionError):
+        os.killpg(process.pid, signal.SIGKILL)
     process.stdout.close()
     process.wait()
-
-
-def signal_group(group: int, number: int) -> bool:
-    """False when nobody is left in the group who could be sent a signal."""
-    try:
-        os.killpg(group, number)
-    except (ProcessLookupError, PermissionError):
-        return False
-    return True
-
-
-def group_has_ended(process: subprocess.Popen) -> bool:
-    """A grandchild is no child of ours, so its end can only be looked for."""
-    end = time.monotonic() + SECONDS_TO_END
-    while process.poll() is None or signal_group(process.pid, 0):
-        if time.monotonic() > end:
-            return False
-        time.sleep(0.02)
-    return True
