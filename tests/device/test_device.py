@@ -54,25 +54,8 @@ class ToolTest(DeviceTest):
     def flash(self, image=IMAGE):
         return run(*self.job(image), **self.surroundings)
 
-    def assert_flashed(self, plugged_in):
-        result = self.flash()
-        self.assertEqual(result.returncode, 0, result.stdout)
-        self.assertTrue(result.stdout.endswith("Hard resetting via RTS pin...\n"), result.stdout)
-        self.assertTrue(plugged_in.holds(IMAGE), "flash != image")
-        return result.stdout
 
-
-class Flashing(ToolTest):
-    def test_makes_the_flash_equal_to_the_image_and_starts_the_firmware(self):
-        plugged_in = self.device()
-        self.assert_flashed(plugged_in)
-        plugged_in.wait_for("closed")
-        events = plugged_in.event_lines()
-        digests = [event for event in events if event.startswith("md5 ")]
-        self.assertEqual(len(digests), 2 if of_the_tool(VERIFIES_TWICE) else 1)
-        self.assertEqual(events, CONNECTED + ["erase", f"write begin {len(IMAGE)}"]
-                         + [f"write {percent}%" for percent in range(10, 101, 10)] + digests + ["reset", "closed"])
-
+class SampleImage(ToolTest):
     def test_takes_the_sample_image_and_the_application_in_it_for_valid(self):
         application = self.folder / "application.bin"
         application.write_bytes(SAMPLE_IMAGE.read_bytes()[0x10000:])
@@ -121,8 +104,7 @@ class Faults(ToolTest):
                                  [f"fault {fault}"])
                 self.assertTrue(plugged_in.dump.read_bytes() == left, "the flash that is left")
                 outputs[fault] = result.stdout
-        plugged_in = self.device()
-        outputs["nothing wrong"] = self.assert_flashed(plugged_in)
+        outputs["nothing wrong"] = self.output_of_a_right_job()
         outputs["image of another chip"] = self.flash(IMAGE_OF_ANOTHER_CHIP).stdout
         self.assert_page_shows(outputs)
 
@@ -135,6 +117,20 @@ class Faults(ToolTest):
         self.assertIn("No such option: --verify", result.stdout)
         self.assertEqual(plugged_in.event_lines(), [])
         self.assert_page_shows(dict(self.outputs_without_modules(), flash=result.stdout))
+
+    def output_of_a_right_job(self):
+        plugged_in = self.device()
+        result = self.flash()
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertTrue(result.stdout.endswith("Hard resetting via RTS pin...\n"), result.stdout)
+        plugged_in.wait_for("closed")
+        self.assertTrue(plugged_in.holds(IMAGE), "flash != image")
+        events = plugged_in.event_lines()
+        digests = [event for event in events if event.startswith("md5 ")]
+        self.assertEqual(len(digests), 2 if of_the_tool(VERIFIES_TWICE) else 1)
+        self.assertEqual(events, CONNECTED + ["erase", f"write begin {len(IMAGE)}"]
+                         + [f"write {percent}%" for percent in range(10, 101, 10)] + digests + ["reset", "closed"])
+        return result.stdout
 
     # ---- the help page ----
 
