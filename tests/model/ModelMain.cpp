@@ -1,6 +1,5 @@
-// Plays random sequences of steps on the real window and on a model of it, and shortens a sequence after
-// which the two differ. Sequences are played in a process of their own, so that one which ends it, or hangs,
-// is found and shortened too.
+// Plays random sequences of steps on the real window and on a model of it, in a process of their own, and
+// shortens a sequence after which the two differ.
 //
 //     window_model [--seed N] [--sequences N]     the sequences of the seeds from N on
 //     window_model --replay "STEP STEP ..."
@@ -39,19 +38,17 @@ std::string joined(const Steps& steps) {
     return text;
 }
 
-/// A sequence that hangs ends the process.
-void playOne(qelmo::Player&& player) {
-    ::alarm(static_cast<unsigned>(qelmo::waitingLimit.count()) * 2);
-    player.play();
-}
-
-/// The playing process.
+/// The playing process. A sequence that hangs ends it.
 int play(int argumentCount, char** arguments, std::map<std::string, std::string>& options) {
     QApplication application(argumentCount, arguments);
     qelmo::applyDarkControls(application);
     QApplication::setQuitOnLastWindowClosed(false);
-    if (options.contains("--play")) {
-        playOne(qelmo::Player(wordsOf(options["--play"])));
+    const auto playOne = [](qelmo::Player&& player) {
+        ::alarm(static_cast<unsigned>(qelmo::waitingLimit.count()) * 2);
+        player.play();
+    };
+    if (options.contains("--replay")) {
+        playOne(qelmo::Player(wordsOf(options["--replay"])));
         return EXIT_SUCCESS;
     }
     const std::uint64_t first = std::stoull(options["--play-seeds"]);
@@ -78,10 +75,6 @@ Steps lastSequence(const std::string& output) {
     return last;
 }
 
-bool fails(const Steps& steps) {
-    return inOwnProcess({"--play", joined(steps)}).terminationStatus != 0;
-}
-
 /// The shortest part of `steps` that still fails and from which no step can be left out.
 Steps shortest(Steps steps) {
     for (std::size_t length = steps.size(); length > 0; length /= 2) {
@@ -89,19 +82,13 @@ Steps shortest(Steps steps) {
             Steps fewer = steps;
             const auto begin = fewer.begin() + static_cast<std::ptrdiff_t>(first);
             fewer.erase(begin, begin + static_cast<std::ptrdiff_t>(length));
-            if (fails(fewer))
+            if (inOwnProcess({"--replay", joined(fewer)}).terminationStatus != 0)
                 steps = fewer;
             else
                 ++first;
         }
     }
     return steps;
-}
-
-int replay(const Steps& steps) {
-    const qelmo::FinishedProcess process = inOwnProcess({"--play", joined(steps)});
-    std::printf("%s", process.output.c_str());
-    return process.terminationStatus == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 int playRandomSequences(const std::string& seed, const std::string& sequences) {
@@ -117,7 +104,7 @@ int playRandomSequences(const std::string& seed, const std::string& sequences) {
     std::fflush(stdout);
     const Steps fewest = shortest(failing);
     std::printf("The shortest sequence that fails: --replay \"%s\"\n", joined(fewest).c_str());
-    (void)replay(fewest);
+    std::printf("%s", inOwnProcess({"--replay", joined(fewest)}).output.c_str());
     return EXIT_FAILURE;
 }
 
@@ -133,9 +120,8 @@ int main(int argumentCount, char** arguments) {
     for (int index = 1; index + 1 < argumentCount; index += 2)
         options[arguments[index]] = arguments[index + 1];
     try {
-        if (options.contains("--play") || options.contains("--play-seeds"))
+        if (options.contains("--replay") || options.contains("--play-seeds"))
             return play(argumentCount, arguments, options);
-        if (options.contains("--replay")) return replay(wordsOf(options["--replay"]));
         return playRandomSequences(options["--seed"], options["--sequences"]);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "window_model: %s\n", error.what());
