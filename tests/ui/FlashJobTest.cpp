@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <optional>
 
-#include "flashing/PortClaim.h"
-#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Fifo.h"
 #include "tests/ui/AlertAnswer.h"
 #include "tests/ui/WindowTest.h"
@@ -27,34 +25,6 @@ protected:
     FlashJob() { takeLog(); }
 
     const std::string startLine = "\nStarting verified full-image flash on " + port + "…\n";
-    const std::string argumentsFile = release.home() + "/arguments";
-
-    /// The tool writes its arguments to a file, one a line and without its own path, and ends well.
-    void letToolWriteDownItsArguments() const {
-        setTool("open('" + argumentsFile + "', 'w').write('\\n'.join(sys.argv[1:]) + '\\n')");
-    }
-
-    std::string argumentsOfSuccessfulJob() {
-        letToolWriteDownItsArguments();
-        runSuccessfulJob();
-        return readTestFile(argumentsFile);
-    }
-
-    std::string argumentsWith(const std::string& eraseOption) const {
-        return "--chip\nesp32s3\n--port\n" + port +
-               "\n--baud\n921600\n--before\ndefault_reset\n--after\nhard_reset\nwrite_flash\n" + eraseOption +
-               "--flash_mode\ndio\n--flash_freq\n80m\n--flash_size\n8MB\n--verify\n0x0\n" + release.image() +
-               "\n";
-    }
-
-    /// Runs a tool that does not end well, to its end.
-    void expectFailure(const std::string& tool) {
-        setTool(tool);
-        startJob();
-        ASSERT_TRUE(waitForEndOfJob());
-        expectShown("FLASH FAILED");
-        EXPECT_EQ(takeLog(), startLine + failedLine);
-    }
 
     /// Collects the log until it ends with `end`.
     std::string logUntil(const std::string& end) {
@@ -81,15 +51,17 @@ protected:
     }
 };
 
-TEST_F(FlashJob, ShowsTheToolsOutputWhileItRuns) {
+// fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
+TEST_F(FlashJob, ShowsTheToolsOutputWhileItRunsWhateverItsBytes) {
     const Fifo gate;
     setTool(
-        "sys.stdout.write('Writing at 0x00010000... (12 %)\\r')\nsys.stderr.write('a warning')\n"
-        "open('" +
+        "os.write(1, b'Writing at 0x00010000... (12 %)\\r')\n"
+        "os.write(2, b'a\\0b\\x1b[31mc\\xed\\xa0\\x80d\\xe2\\x82')\nopen('" +
         gate.path() + "').read()\nsys.exit(1)");
     startJob();
     expectShown("FLASHING — DO NOT DISCONNECT");
-    EXPECT_EQ(logUntil("a warning"), startLine + "Writing at 0x00010000... (12 %)\na warning");
+    EXPECT_EQ(logUntil("d\uFFFD"),
+              startLine + "Writing at 0x00010000... (12 %)\n" + "a\0b\033[31mc\uFFFD\uFFFD\uFFFDd\uFFFD"s);
     gate.open();
     ASSERT_TRUE(waitForEndOfJob());
     EXPECT_EQ(takeLog(), failedLine);
@@ -123,75 +95,34 @@ TEST_F(FlashJob, ReportsSuccessInTheStatusThenTheLogThenAnAlert) {
 // seen: "FLASH FAILED", "FLASH COMPLETE"
 TEST_F(FlashJob, FailsWithoutAnAlertHoweverTheToolEndsBadlyAndCanBeRepeated) {
     for (const char* const end : {"sys.exit(1)", "sys.exit(255)", "os.kill(os.getpid(), signal.SIGTERM)",
-                                  "os.kill(os.getpid(), signal.SIGKILL)"})
-        expectFailure(end);
+                                  "os.kill(os.getpid(), signal.SIGKILL)"}) {
+        setTool(end);
+        startJob();
+        ASSERT_TRUE(waitForEndOfJob());
+        expectShown("FLASH FAILED");
+        EXPECT_EQ(takeLog(), startLine + failedLine);
+    }
     expectRecovery();
-}
-
-TEST_F(FlashJob, LeavesTheListOfPortsAloneAfterAnyOutcome) {
-    plugIn("cu.usbmodem102");
-    expectFailure("sys.exit(1)");
-    expectRecovery();
-    EXPECT_THAT(delegate->ports, ElementsAre(port));
-    EXPECT_THAT(itemsOf(delegate->portPopup), ElementsAre(port));
 }
 
 TEST_F(FlashJob, LeavesTheFocusWhereItWasBeforeTheJob) {
+    setTool("sys.exit(1)");
     for (QWidget* const control : std::initializer_list<QWidget*>{
              delegate->portPopup, delegate->refreshButton, delegate->logTextView, delegate->flashButton}) {
-        for (const char* const tool : {"sys.exit(1)", ""}) {
-            setTool(tool);
-            control->setFocus();
-            const AlertAnswer confirmation(click("ERASE + FLASH"));
-            // As an assistive tool does it: a click of the mouse would take the focus.
-            delegate->flashButton->click();
-            std::optional<AlertAnswer> done;
-            if (*tool == '\0') done.emplace(click("Done"));
-            ASSERT_TRUE(waitUntil([&] { return !delegate->flashProcess && (!done || done->hasEnded()); }));
-            EXPECT_EQ(delegate->window->focusWidget(), control) << control->accessibleName().toStdString();
-        }
-    }
-}
-
-TEST_F(FlashJob, CanBeRepeatedWithTheSpaceBarAndWithReturnAfterAFailure) {
-    delegate->flashButton->setFocus();
-    setTool("sys.exit(1)");
-    for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Space}) {
-        {
-            const AlertAnswer confirmation(pressKey(Qt::Key_Return));
-            QTest::keyClick(delegate->window->windowHandle(), key);
-        }
+        control->setFocus();
+        const AlertAnswer confirmation(click("ERASE + FLASH"));
+        // As an assistive tool does it: a click of the mouse would take the focus.
+        delegate->flashButton->click();
         ASSERT_TRUE(waitForEndOfJob());
-        EXPECT_EQ(takeLog(), startLine + failedLine);
+        EXPECT_EQ(delegate->window->focusWidget(), control) << control->accessibleName().toStdString();
     }
-}
-
-TEST_F(FlashJob, HandsTheValidatedReleaseToTheToolWithTheEraseOption) {
-    EXPECT_EQ(argumentsOfSuccessfulJob(), argumentsWith("--erase-all\n"));
-}
-
-TEST_F(FlashJob, KeepsTheValidatedFlashOptionsWhenOnlyTheManifestsOptionsChange) {
-    release.manifest.set("flash.baud", "115200");
-    release.manifest.set("version", R"("9.9.9")");
-    change("flash.eraseAllInternalFlash", "false");
-    EXPECT_EQ(argumentsOfSuccessfulJob(), argumentsWith("--erase-all\n"));
-    change("flash.baud", "921600");
-    pressRefresh();
-    EXPECT_EQ(argumentsOfSuccessfulJob(), argumentsWith(""));
-}
-
-TEST_F(FlashJob, WorksOnTheChosenPort) {
-    const std::string second = plugIn("cu.usbmodem102");
-    pressRefresh();
-    delegate->portPopup->setCurrentIndex(1);
-    // The menu shows the port; which one it is, the list of ports says.
-    delegate->portPopup->setItemText(1, QStringLiteral("/dev/cu.usbmodem103"));
-    EXPECT_THAT(argumentsOfSuccessfulJob(), testing::HasSubstr("\n--port\n" + second + "\n"));
 }
 
 // fault: port and release are lost while the user is asked
 TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
-    letToolWriteDownItsArguments();
+    // Its arguments, one a line and without its own path.
+    const std::string argumentsFile = release.home() + "/arguments";
+    setTool("open('" + argumentsFile + "', 'w').write('\\n'.join(sys.argv[1:]))");
     const AlertAction loseEverything = [this](QMessageBox&) {
         unplug("cu.usbmodem101");
         change("schemaVersion", "2");
@@ -208,17 +139,12 @@ TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheCo
     }
     const AlertAnswer done(click("Done"));
     ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
-    EXPECT_EQ(readTestFile(argumentsFile), argumentsWith("--erase-all\n"));
+    EXPECT_EQ(readTestFile(argumentsFile),
+              "--chip\nesp32s3\n--port\n" + port +
+                  "\n--baud\n921600\n--before\ndefault_reset\n--after\nhard_reset\nwrite_flash\n--erase-all\n"
+                  "--flash_mode\ndio\n--flash_freq\n80m\n--flash_size\n8MB\n--verify\n0x0\n" +
+                  release.image());
     EXPECT_THAT(done.alert().informativeText, testing::StartsWith("1.0.0 was written"));
-}
-
-TEST_F(FlashJob, HandsTheEnvironmentOfTheStartToTheTool) {
-    context.environment = {"A=1", "DESKTOP_STARTUP_ID=launcher", "PYTHONUNBUFFERED=0"};
-    replaceDelegate();
-    launch();
-    setTool("open('" + argumentsFile + "', 'w').write(open('/proc/self/environ').read())");
-    runSuccessfulJob();
-    EXPECT_EQ(readTestFile(argumentsFile), "A=1\0DESKTOP_STARTUP_ID=launcher\0PYTHONUNBUFFERED=1\0"s);
 }
 
 // fault: the interpreter is missing, and there again at the next press
@@ -235,59 +161,6 @@ TEST_F(FlashJob, SaysThatItCouldNotStartAndCanBeStartedAgain) {
     EXPECT_EQ(takeLog(), startLine);
     std::filesystem::create_symlink("/usr/bin/python3", context.interpreter);
     expectRecovery();
-}
-
-// fault: a tool of another window, which may be gone, still uses the port
-// seen: "FLASHER COULD NOT START", "QELMO Flasher stopped", "An earlier flash job is still running on …; it
-//     ends by itself, and then the port is free again."
-TEST_F(FlashJob, IsRefusedWhileAnEarlierOneStillUsesThePort) {
-    std::optional<FileDescriptor> claim = claimPort(port);
-    EXPECT_EQ(errorOfPress(), "An earlier flash job is still running on " + port +
-                                  "; it ends by itself, and then the port is free again.");
-    expectShown("FLASHER COULD NOT START");
-    EXPECT_EQ(takeLog(), startLine);
-    claim.reset();
-    expectRecovery();
-    expectRecovery();
-}
-
-// fault: no descriptor is left when the user refreshes, presses the flash button or confirms
-// seen: "NOT READY", "FLASHER COULD NOT START", "Too many open files"
-TEST_F(FlashJob, WithoutADescriptorEveryStepSaysSo) {
-    const std::string reason = "open " + release.manifestFile() + ": Too many open files";
-    {
-        const DescriptorLimit limit(0);
-        const AlertAnswer error(click("OK"));
-        pressFlash();
-        EXPECT_EQ(error.alert().informativeText, reason);
-        expectShown("READY");
-    }
-    {
-        const DescriptorLimit limit(1);
-        EXPECT_EQ(errorOfPress(), "start /usr/bin/python3: Too many open files");
-        expectShown("FLASHER COULD NOT START");
-    }
-    {
-        const DescriptorLimit limit(0);
-        pressRefresh();
-        expectShown("NOT READY");
-        EXPECT_EQ(takeLog(), startLine + "STOP: " + reason + "\n");
-    }
-    pressRefresh();
-    takeLog();
-    expectRecovery();
-}
-
-// fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
-TEST_F(FlashJob, ShowsBytesThatAreNoTextAndGoesOn) {
-    const Fifo gate;
-    setTool("os.write(1, b'a\\0b\\x1b[31mc\\xed\\xa0\\x80d\\xe2\\x82')\nopen('" + gate.path() +
-            "').read()\nsys.exit(1)");
-    startJob();
-    EXPECT_EQ(logUntil("d\uFFFD"), startLine + "a\0b\033[31mc\uFFFD\uFFFD\uFFFDd\uFFFD"s);
-    gate.open();
-    ASSERT_TRUE(waitForEndOfJob());
-    EXPECT_EQ(takeLog(), failedLine);
 }
 
 // fault: the window is gone when the tool ends

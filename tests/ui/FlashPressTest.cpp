@@ -99,24 +99,20 @@ TEST_F(FlashPress, IsSilentWhileAJobRunsAndSoAreTheOtherActions) {
     EXPECT_TRUE(waitForEndOfJob());
 }
 
-// fault: the release was damaged, or the tool removed, after validation
-// seen: "QELMO Flasher stopped", "flash.baud: expected an integer, found a string"
-TEST_F(FlashPress, NamesTheFaultThatTheReleaseHasGotSinceItsValidation) {
+// fault: the release was damaged, the tool removed, or the release replaced by another one after validation
+// seen: "QELMO Flasher stopped", "flash.baud: expected an integer, found a string",
+//     "The embedded release changed after validation."
+TEST_F(FlashPress, NamesWhatHasHappenedToTheReleaseSinceItsValidation) {
     const std::string tool = readTestFile(release.tool());
     std::filesystem::remove(release.tool());
     expectRefused("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");
     writeTestFile(release.tool(), tool);
     change("flash.baud", R"("fast")");
     expectRefused("flash.baud: expected an integer, found a string");
-}
-
-// fault: another valid release took the place of the validated one
-// seen: "QELMO Flasher stopped", "The embedded release changed after validation."
-TEST_F(FlashPress, RefusesAnotherValidReleaseThatTookThePlaceOfTheValidatedOne) {
     std::string image = ReleaseFixture::smallestImage();
     image[100] = 'x';
     release.setImage(image);
-    writeRelease();
+    change("flash.baud", "921600");
     expectRefused("The embedded release changed after validation.");
 }
 
@@ -133,6 +129,7 @@ TEST_F(FlashPress, AsksBeforeAnythingIsErased) {
     EXPECT_EQ(answer.alert().icon, QMessageBox::Critical);
     EXPECT_THAT(answer.alert().buttons, ElementsAre("ERASE + FLASH", "Cancel"));
     EXPECT_EQ(answer.alert().defaultButton, "ERASE + FLASH");
+    EXPECT_EQ(answer.alert().focusedButton, "ERASE + FLASH");
 }
 
 // fault: the user does not confirm, or presses again while the alert is open

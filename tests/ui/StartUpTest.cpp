@@ -1,14 +1,8 @@
 #include <QApplication>
 #include <QIcon>
-#include <QWindow>
 #include <filesystem>
 
-#include "tests/support/Fifo.h"
-#include "tests/ui/AlertAnswer.h"
 #include "tests/ui/WindowTest.h"
-#include "ui/ActionButton.h"
-#include "ui/DesktopLook.h"
-#include "ui/TextLabel.h"
 
 namespace qelmo {
 
@@ -45,31 +39,6 @@ TEST_F(StartUp, BeginsWithItsPaletteAndNothingElse) {
     EXPECT_TRUE(delegate->ports.empty());
 }
 
-/// Notes the panel's text at the moment in which the window comes up.
-class TextWhenShown : public QObject {
-public:
-    explicit TextWhenShown(const AppDelegate& delegate) : delegate_(delegate) {
-        qApp->installEventFilter(this);
-    }
-
-    bool eventFilter(QObject* object, QEvent* event) override {
-        if (event->type() == QEvent::Show && object == delegate_.window.get())
-            text = textOf(delegate_.releaseLabel);
-        return false;
-    }
-
-    std::string text;
-
-private:
-    const AppDelegate& delegate_;
-};
-
-TEST_F(StartUp, ShowsTheWindowBeforeItValidates) {
-    const TextWhenShown shown(*delegate);
-    launch();
-    EXPECT_EQ(shown.text, "Validating embedded release…");
-}
-
 // fault: the bundle has no icon, or a damaged one
 TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
     launch();
@@ -84,35 +53,6 @@ TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
         EXPECT_NE(colourOfIcon(), "#ff0000");
         EXPECT_THAT(takeLog(), StartsWith("Embedded full image verified.\n"));
     }
-}
-
-/// The application's own rule about its last window, for one test.
-class QuitRule {
-public:
-    QuitRule() {
-        QApplication::setQuitOnLastWindowClosed(
-            AppDelegate::applicationShouldTerminateAfterLastWindowClosed());
-    }
-    ~QuitRule() { QApplication::setQuitOnLastWindowClosed(false); }
-};
-
-// fault: the window is closed while a job runs
-TEST_F(StartUp, QuitsWhenTheWindowIsClosedDuringAFlashJobAndLeavesTheToolRunning) {
-    const QuitRule rule;
-    plugIn("cu.usbmodem101");
-    const Fifo gate;
-    const std::string trace = release.home() + "/tool-went-on";
-    setTool("open('" + gate.path() + "').read()\nprint('x' * 1_000_000)\nopen('" + trace + "', 'w')");
-    mainQueue->post([this] {
-        launch();
-        startJob();
-        delegate->window->windowHandle()->close();
-    });
-    EXPECT_EQ(QApplication::exec(), 0);
-    EXPECT_NE(delegate->flashProcess, nullptr);
-    delegate.reset();
-    gate.open();
-    EXPECT_TRUE(eventually([&trace] { return std::filesystem::exists(trace); }));
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ int main(int argumentCount, char** arguments) {
     if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
     QApplication application(argumentCount, arguments);
     qelmo::applyDarkControls(application);
-    // A test closes windows again and again; only the tests about quitting let that end the loop.
+    // A test closes windows again and again, and that must not end the loop.
     QApplication::setQuitOnLastWindowClosed(false);
     const int status = RUN_ALL_TESTS();
     // For ctest the program is one test, and this status a skipped one.

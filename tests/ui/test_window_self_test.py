@@ -79,8 +79,8 @@ class SelfTestReport(WindowedProcess):
                 self.app.environment |= {"LD_LIBRARY_PATH": str(self.folder / "decoys")}
                 self.assert_reported(self.self_test())
 
-    # fault: another user's file or link is where the report file goes
-    def test_it_replaces_what_is_in_the_files_place_and_follows_no_link(self) -> None:
+    # fault: another user's file or link, or a folder, is where the report file goes
+    def test_it_replaces_what_is_in_the_files_place_but_a_folder_and_follows_no_link(self) -> None:
         victim = self.folder / "victim"
         victim.write_text("precious")
         for put in (lambda: REPORT.write_text("old\n" * 1000), lambda: REPORT.symlink_to(victim)):
@@ -89,9 +89,6 @@ class SelfTestReport(WindowedProcess):
             self.assert_reported(self.self_test())
             self.assertEqual(victim.read_text(), "precious")
             REPORT.unlink()
-
-    # fault: a folder is in the report file's place
-    def test_a_folder_in_the_files_place_changes_nothing(self) -> None:
         REPORT.mkdir()
         self.assert_ended(self.self_test())
         self.assertEqual(list(REPORT.iterdir()), [])
