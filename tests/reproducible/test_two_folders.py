@@ -6,12 +6,17 @@ from __future__ import annotations
 import os
 import re
 import subprocess
+import sys
 import tempfile
 import unittest
 from pathlib import Path
 from typing import NamedTuple
 
-SOURCE = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from support import child  # noqa: E402
+from support.built import LIBRARIES, PROGRAM, ROOT  # noqa: E402
+from support.repository import copy_files  # noqa: E402
+
 BUNDLE = "QELMO Varnox Flasher.app"
 STEP_SECONDS = 900
 
@@ -32,26 +37,17 @@ BUILDERS = [
 
 
 def run(command: list[str], folder: Path, **settings) -> str:
-    done = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                          timeout=STEP_SECONDS, **settings)
+    done = child.run(*command, cwd=folder, stderr=subprocess.STDOUT, timeout=STEP_SECONDS, **settings)
     if done.returncode != 0:
         raise AssertionError(f"{command} in {folder} ended with {done.returncode}:\n{done.stdout[-4000:]}")
     return done.stdout
 
 
-def copy_of_this_tree(folder: Path) -> None:
-    """The files as they are here, changed ones too, with the commit that they belong to."""
-    folder.mkdir(parents=True)
-    run(["git", "clone", "-q", "--no-checkout", "--depth", "1", SOURCE.as_uri(), "."], folder)
-    listed = run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"], SOURCE)
-    names = [name for name in listed.split("\0") if name and (SOURCE / name).exists()]
-    subprocess.run(["cp", "--parents", "--no-dereference", "--preserve=mode", "-t", str(folder), *names],
-                   cwd=SOURCE, check=True, timeout=STEP_SECONDS)
-
-
 def built(builder: Builder, root: Path) -> Path:
     source = root / builder.folder
-    copy_of_this_tree(source)
+    # The files as they are here, with the commit that they belong to.
+    run(["git", "clone", "-q", "--no-checkout", "--depth", "1", ROOT.as_uri(), source], root)
+    copy_files(source)
     environment = {**os.environ, **builder.environment, "HOME": str(source.parent)}
     environment.pop("SOURCE_DATE_EPOCH", None)
     settings = {"env": environment, "umask": builder.umask}
@@ -85,9 +81,8 @@ class TwoFolders(unittest.TestCase):
                 self.fail(f"{name} differs; diffoscope tells where")
 
     def test_search_for_libraries_in_the_bundle_and_nowhere_else(self) -> None:
-        for name, expected in [("MacOS/QelmoFlasher", ["$ORIGIN/../Frameworks"]),
-                               ("Frameworks/libQelmoWindow.so", [])]:
-            dynamic = run(["readelf", "-d", str(self.one[f"{BUNDLE}/Contents/{name}"])], SOURCE)
+        for name, expected in [(PROGRAM, ["$ORIGIN/../Frameworks"]), (f"{LIBRARIES}/libQelmoWindow.so", [])]:
+            dynamic = run(["readelf", "-d", self.one[f"{BUNDLE}/{name}"]], ROOT)
             self.assertIn("(NEEDED)", dynamic)
             self.assertEqual(re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", dynamic), expected)
 
