@@ -7,8 +7,7 @@ import struct
 from pathlib import Path
 from typing import Sequence
 
-ARM64, X86_64 = (0x0100000C, 0), (0x01000007, 3)
-EXECUTABLE, LIBRARY, PLUGIN = 2, 6, 8
+ARM64, LIBRARY = (0x0100000C, 0), 6
 HOMEBREW = "/opt/homebrew/opt/qtbase/lib"
 SYSTEM = ("/usr/lib/libSystem.B.dylib", "/System/Library/Frameworks/AppKit.framework/Versions/C/AppKit")
 
@@ -28,26 +27,20 @@ def command(kind: int, *numbers: int, text: str | None = None) -> bytes:
     return struct.pack("<2I", kind, 8 + len(raw)) + raw
 
 
-def mach_o(kind: int = LIBRARY, name: str = "", needs: Sequence[str] = (), run_paths: Sequence[str] = (),
-           minimum: str = "14.0", cpu: tuple[int, int] = ARM64, platform: int = 1,
-           before_mojave: bool = False) -> bytes:
+def mach_o(name: str = "", needs: Sequence[str] = (), run_paths: Sequence[str] = (), minimum: str = "14.0",
+           platform: int = 1) -> bytes:
     commands = [command(0x0D, 1, 1 << 16, 1 << 16, text=name)] if name else []
-    commands.append(command(0x24, packed(minimum), packed("14.0")) if before_mojave else
-                    command(0x32, platform, packed(minimum), packed("26.0"), 0))
+    commands.append(command(0x32, platform, packed(minimum), packed("26.0"), 0))
     commands += [command(0x0C, 2, 1 << 16, 1 << 16, text=library) for library in (*needs, *SYSTEM)]
     commands += [command(0x8000001C, text=path) for path in run_paths]
     raw = b"".join(commands)
-    return struct.pack("<8I", 0xFEEDFACF, *cpu, kind, len(commands), len(raw), 0x85, 0) + raw
+    return struct.pack("<8I", 0xFEEDFACF, *ARM64, LIBRARY, len(commands), len(raw), 0x85, 0) + raw
 
 
-def universal(*images: tuple[tuple[int, int], bytes]) -> bytes:
-    """Each image with its processor."""
-    table, content = struct.pack(">2I", 0xCAFEBABE, len(images)), b""
-    start = 4096
-    for cpu, raw in images:
-        table += struct.pack(">5I", *cpu, start + len(content), len(raw), 12)
-        content += raw + bytes(-len(raw) % 4096)
-    return table.ljust(start, b"\0") + content
+def universal(one: bytes, other: bytes) -> bytes:
+    """A file for two processors."""
+    table = struct.pack(">12I", 0xCAFEBABE, 2, *ARM64, 4096, len(one), 12, *ARM64, 8192, len(other), 12)
+    return table.ljust(4096, b"\0") + one.ljust(4096, b"\0") + other
 
 
 def write(file: Path, raw: bytes, mode: int = 0o444) -> None:
@@ -61,43 +54,36 @@ def in_framework(module: str) -> str:
     return f"{module}.framework/Versions/A/{module}"
 
 
+def rpath(module: str) -> str:
+    return f"@rpath/{in_framework(module)}"
+
+
 def write_framework(frameworks: Path, module: str, *needs: str) -> None:
     """Found by a run path, so that it still calls itself by its place in Homebrew."""
     write(frameworks / in_framework(module),
           mach_o(name=f"{HOMEBREW}/{in_framework(module)}", needs=needs, run_paths=["@loader_path/../../.."]))
     folder = frameworks / f"{module}.framework"
-    (folder / "Versions/A/Resources").mkdir()
-    (folder / "Versions/A/Resources/Info.plist").write_bytes(plistlib.dumps({"CFBundleName": module}))
+    write(folder / "Versions/A/Resources/Info.plist", plistlib.dumps({"CFBundleName": module}))
     (folder / "Versions/Current").symlink_to("A")
-    for name in (module, "Resources"):
-        (folder / name).symlink_to(f"Versions/Current/{name}")
-
-
-def write_plugin(plugins: Path, name: str, *needs: str) -> None:
-    write(plugins / name, mach_o(PLUGIN, needs=needs, run_paths=["@loader_path/../../Frameworks"]))
-
-
-def rpath(module: str) -> str:
-    return f"@rpath/{in_framework(module)}"
+    (folder / module).symlink_to(f"Versions/Current/{module}")
 
 
 def write_deployed_qt(contents: Path) -> None:
     """The window needs Widgets; SVG images need a module that is not there, JPEG images a library that is."""
-    frameworks, plugins = contents / "Frameworks", contents / "PlugIns"
+    frameworks = contents / "Frameworks"
     write(frameworks / "libQelmoWindow.dylib",
           mach_o(name="@rpath/libQelmoWindow.dylib", minimum="13.0", run_paths=["@loader_path"],
                  needs=[f"@loader_path/{in_framework(module)}" for module in ("QtWidgets", "QtGui", "QtCore")]), 0o755)
-    write_framework(frameworks, "QtCore", "@loader_path/../../../libpcre2-16.0.dylib")
-    write_framework(frameworks, "QtDBus", rpath("QtCore"))
-    write_framework(frameworks, "QtGui", rpath("QtCore"), rpath("QtDBus"))
-    write_framework(frameworks, "QtWidgets", rpath("QtGui"), rpath("QtCore"))
-    write_framework(frameworks, "QtNetwork", rpath("QtCore"))
+    for module, *needs in (("QtCore", "@loader_path/../../../libpcre2-16.0.dylib"), ("QtDBus", rpath("QtCore")),
+                           ("QtGui", rpath("QtCore"), rpath("QtDBus")), ("QtNetwork", rpath("QtCore")),
+                           ("QtWidgets", rpath("QtGui"), rpath("QtCore"))):
+        write_framework(frameworks, module, *needs)
     for name in ("libpcre2-16.0.dylib", "libjpeg.8.dylib"):
         write(frameworks / name, mach_o(name=f"@executable_path/../Frameworks/{name}"))
-    write_plugin(plugins, "platforms/libqcocoa.dylib", rpath("QtGui"), rpath("QtCore"))
-    write_plugin(plugins, "styles/libqmacstyle.dylib", rpath("QtWidgets"), rpath("QtGui"), rpath("QtCore"))
-    write_plugin(plugins, "imageformats/libqjpeg.dylib", rpath("QtGui"),
-                 "@loader_path/../../Frameworks/libjpeg.8.dylib")
-    write_plugin(plugins, "imageformats/libqsvg.dylib", rpath("QtSvg"), rpath("QtGui"))
-    write_plugin(plugins, "tls/libqsecuretransportbackend.dylib", rpath("QtNetwork"))
-    write_plugin(plugins, "platforms/libqminimal.dylib", rpath("QtGui"))
+    for plugin, *needs in (("platforms/libqcocoa.dylib", rpath("QtGui"), rpath("QtCore")),
+                           ("styles/libqmacstyle.dylib", rpath("QtWidgets"), rpath("QtGui"), rpath("QtCore")),
+                           ("imageformats/libqjpeg.dylib", "@loader_path/../../Frameworks/libjpeg.8.dylib"),
+                           ("imageformats/libqsvg.dylib", rpath("QtSvg"), rpath("QtGui")),
+                           ("tls/libqsecuretransportbackend.dylib", rpath("QtNetwork")),
+                           ("platforms/libqminimal.dylib", rpath("QtGui"))):
+        write(contents / "PlugIns" / plugin, mach_o(needs=needs, run_paths=["@loader_path/../../Frameworks"]))

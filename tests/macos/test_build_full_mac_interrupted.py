@@ -20,6 +20,9 @@ class WithAnEarlierApplication(OnAMac):
     def setUp(self) -> None:
         super().setUp()
         self.assert_built(self.mac.build())
+        self.calls = self.mac.called()
+        # To the old one's file system, the old one away (for which there was no need yet), the new one in.
+        self.moves = range(len(self.calls) - 1, len(self.calls) + 2)
         self.make_it_old()
 
     def make_it_old(self) -> None:
@@ -28,36 +31,24 @@ class WithAnEarlierApplication(OnAMac):
     def which(self) -> str:
         """Of the two is in its place, whole, and without the other one inside."""
         self.assertLessEqual({path.name for path in self.mac.app.iterdir()}, {"Contents", "old"})
-        self.assertTrue((self.mac.app / "Contents/MacOS/QelmoFlasher").exists())
-        self.assertTrue((self.mac.app / "Contents/PlugIns/platforms/libqcocoa.dylib").exists())
+        for file in ("MacOS/QelmoFlasher", "PlugIns/platforms/libqcocoa.dylib"):
+            self.assertTrue((self.mac.app / "Contents" / file).exists())
         return OLD if (self.mac.app / "old").exists() else NEW
 
-    def good_run(self) -> tuple[list[str], list[int]]:
-        """Its calls, and the numbers of three: to the old one's file system, the old one away, the new one in."""
-        self.mac.calls.unlink()
-        self.assert_built(self.mac.build())
-        self.make_it_old()
-        calls = self.mac.called()
-        moves = [number for number, call in enumerate(calls, 1) if call.startswith("mv ")]
-        self.assertEqual((len(moves), moves[1:]), (3, [len(calls) - 1, len(calls)]))
-        return calls, moves
-
-
-class InterruptedBuild(WithAnEarlierApplication):
     # fault: the build command gets HUP, INT or TERM
     # seen: "…: failed, interrupted"
     def test_a_signal_at_any_call_leaves_the_old_application_or_the_new_one(self) -> None:
-        calls, moves = self.good_run()
-        hits = [(at, SIGNALS[at % 3], ("the group", "the script")[at % 2], "before") for at in range(1, len(calls) + 1)]
-        # What a terminal does, and what a command does.
-        hits += [(at, number, "the script" if number == signal.SIGTERM else "the group", when)
-                 for at in moves for number in SIGNALS for when in ("before", "after")]
+        # To all, as a terminal does it, or to the script, as a command does; before a move, or when it is done.
+        hits = [(at, SIGNALS[at % 3], ("the group", "the script")[at % 2], "before")
+                for at in range(1, self.moves.stop)]
+        hits += [(at, number, "the script" if number == signal.SIGTERM else "the group", "after")
+                 for at in self.moves for number in SIGNALS]
         for at, number, target, when in hits:
-            with self.subTest(calls[at - 1], number=number.name, target=target, when=when):
+            with self.subTest(call=at, number=number.name, target=target, when=when):
                 done = self.mac.build_and_hit(at, number, target, when)
                 there = self.which()
                 self.assert_nothing_is_left()
-                if at >= moves[1]:  # Only both last moves cannot be interrupted.
+                if at > self.moves.start:  # Only both last moves cannot be interrupted.
                     self.assertEqual((there, done.returncode), (NEW, 0), done.stdout)
                 else:
                     self.assertEqual((there, done.returncode), (OLD, 128 + number), done.stdout)
@@ -66,10 +57,11 @@ class InterruptedBuild(WithAnEarlierApplication):
 
     # fault: the build command is killed while the new application takes the place of the one before
     def test_killed_at_any_move_the_next_run_puts_the_application_back(self) -> None:
-        for at, when in itertools.product(self.good_run()[1], ("before", "after")):
+        for at, when in itertools.product(self.moves, ("before", "after")):
             with self.subTest(move=at, when=when):
                 done = self.mac.build_and_hit(at, signal.SIGKILL, when=when)
                 self.assertEqual(done.returncode, -signal.SIGKILL)
+                self.assertEqual(self.mac.called()[-1].split()[0], "mv")
                 for left in self.mac.temporary.iterdir():
                     shutil.rmtree(left)  # as the system does some days later
                 done = self.mac.build(failing="sign" if when == "before" else "")
@@ -78,11 +70,9 @@ class InterruptedBuild(WithAnEarlierApplication):
                 self.assert_nothing_is_left()
                 self.make_it_old()
 
-
-class MovesThatFail(WithAnEarlierApplication):
     # fault: the new application cannot take the place of the one before, which may not come back either
     # seen: "No space left on device", "the application of the run before is in …"
-    def test_leave_the_application_of_the_run_before_or_name_the_command_that_brings_it(self) -> None:
+    def test_moves_that_fail_leave_that_of_the_run_before_or_name_the_command_that_brings_it(self) -> None:
         work, previous, app = self.mac.work, self.mac.work / "previous", self.mac.app
         no_space, back = "mv: No space left on device", f'mv "{previous}" "{app}"'
         for failing, outcome, following in (

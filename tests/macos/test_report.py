@@ -18,7 +18,6 @@ from support.waiting import LIMIT_SECONDS, wait_until
 
 SECTIONS = ["System", "Compilers", "Homebrew and Qt", SCRIPT, "Tests", "Self-tests", "Bundle", "Python and the tool",
             "Pictures"]
-PICTURES = ["Picture ready", "Picture changed image", "Picture without the tool"]
 FILES = ["changed-image.png", "ready.png", "report.txt", "without-tool.png"]
 
 # None of them holds another one, so each has to be replaced by itself.
@@ -39,24 +38,13 @@ STAND_INS = {
     exit 8
 }
 echo '100% tests passed, 0 tests failed out of 50'""",
-    "otool": r"""
-case $1 in
-    -l) printf 'cmd LC_BUILD_VERSION\n minos 14.0\n   sdk 26.0\n' ;;
-    *) printf '%s:\n\t@rpath/QtCore (compatibility)\n\t/usr/lib/libSystem.B.dylib (compatibility)\n' "$2" ;;
-esac""",
+    "otool": r"printf 'QtCore:\n\t@rpath/QtCore (compatibility)\n\t/usr/lib/libSystem.B.dylib (compatibility)\n'",
     "vtool": r"printf ' platform MACOS\n    minos 14.0\n      sdk 26.0\n'",
-    "osascript": '[ "$FAILING" = window ] || echo 4711',
-    "screencapture": """
-[ "$FAILING" != screencapture ] || { echo 'could not create image from window'; exit 1; }
-echo picture >"$5" """,
+    "osascript": "echo 4711",
+    "screencapture": 'echo picture >"$5"',
     "id": f"""[ "$1" = -F ] && echo '{FULL_NAME}' || echo "$USER_NAME" """,
     "hostname": 'echo "$HOST"',
-    "scutil": f"""
-case $2 in
-    ComputerName) echo "$COMPUTER" ;;
-    LocalHostName) echo {LOCAL_NAME} ;;
-    *) echo "$2: not set"; exit 1 ;;
-esac""",
+    "scutil": f"""[ "$2" = ComputerName ] && echo '{COMPUTER}' || echo {LOCAL_NAME}""",
     "ioreg": f"""echo ' "IOPlatformSerialNumber" = "{SERIAL}"'; echo ' "IOPlatformUUID" = "{HARDWARE_ID}"'""",
     "zip": """
 [ "$FAILING" != zip ] || { echo 'zip I/O error: No space left on device' >&2; exit 14; }
@@ -73,17 +61,11 @@ esac""",
 
 BUILD_COMMAND = f"""#!/bin/sh
 echo "{SCRIPT} $*" >>"$CALLS"
-mkdir -p build/macos/tree
+mkdir -p build/macos
 cd "${{0%/*}}"
 echo "macOS: ok, 26.1"
 [ "$FAILING" != build ] || {{ echo 'Homebrew packages: failed, missing: qtbase'; exit 1; }}
 echo "the compiler was here, in $HOME/.cache, ${{0%/*}} and $LEAK" >build/macos/build.log
-[ "$FAILING" != sign ] || {{
-    cp -R "$PRODUCT/{BUNDLE}" build/macos/tree
-    echo "Build: ok, $PWD/build/macos/tree"
-    echo 'Signature: failed, detritus not allowed'
-    exit 1
-}}
 rm -rf 'build/macos/{BUNDLE}'
 cp -R "$PRODUCT/{BUNDLE}" build/macos
 echo "Qt in the bundle: ok, nothing is taken from outside"
@@ -95,14 +77,11 @@ echo "program $* HOME=$HOME" >>"$CALLS"
 [ -z "$LEAK" ] || echo "$LEAK"
 refuse() {
     [ "$FAILING" != abort ] || kill -ABRT $$
-    [ "$FAILING" != kill ] || kill -KILL $$
-    [ "$FAILING" != accept ] || { echo 'release=1.2.3'; exit 0; }
     echo "self-test failed: $1" >&2
     exit 1
 }
 case "$FAILING $1" in
     'deaf --self-test') trap '' TERM; : >"$HANGING"; while :; do "$PLAIN/sleep" 1; done ;;
-    'child --self-test') "$PLAIN/sleep" 1000 & ;;
     'wait --self-test') echo waiting >>"$CALLS"; exec "$PLAIN/sleep" 1000 ;;
 esac
 case $1 in
@@ -133,7 +112,7 @@ class Mac(mac.Mac):
         self.result = self.work / "qelmo-report.zip"
         self.environment |= {
             "HANGING": str(self.folder / "hanging"), "SYSTEM": str(self.system), "PLAIN": str(self.folder / "plain"),
-            "USER_NAME": USER, "HOST": HOST, "COMPUTER": COMPUTER, "LEAK": ""}
+            "USER_NAME": USER, "HOST": HOST, "LEAK": ""}
         self.command = [self.checkout / "tools/macos/report", "--system-root", self.system]
 
     def set_product(self) -> None:
@@ -155,10 +134,6 @@ class Mac(mac.Mac):
         with zipfile.ZipFile(self.result) as file:
             return file.read("report.txt").decode(errors="replace")
 
-    def processes(self) -> str:
-        """Those that the report's commands left behind."""
-        return run("pgrep", "--list-full", "--full", self.folder).stdout
-
 
 class OnAMac(mac.OnAMac):
     kind = Mac
@@ -177,18 +152,15 @@ class OnAMac(mac.OnAMac):
     def assert_nothing_is_left(self) -> None:
         super().assert_nothing_is_left()
         self.assertEqual(list(self.mac.work.glob("*unfinished*")), [])
-        self.assertEqual(self.mac.processes(), "")
-
-    def assert_all_but(self, facts: dict[str, str], **different: str) -> None:
-        """Only the named ones are not ok."""
-        self.assertEqual({name: value for name, value in facts.items() if not value.startswith("ok, ")}, different)
+        left_running = run("pgrep", "--list-full", "--full", self.mac.folder).stdout
+        self.assertEqual(left_running, "")
 
 
 class Facts(OnAMac):
     def test_each_has_its_line_and_each_section_its_text(self) -> None:
         facts = self.facts()
-        self.assert_all_but(facts)
-        self.assertEqual(len(facts), 44, "none is left out")
+        self.assertEqual([name for name, value in facts.items() if not value.startswith("ok, ")], [])
+        self.assertEqual(len(facts), 40, "none is left out")
         self.assertEqual(facts, {
             **facts, "macOS": "ok, macOS 26.1 25B78 ", "Rosetta": "ok, no", "Processor": "ok, Apple M2",
             "Qt": f"ok, 6.11.2 in {self.mac.homebrew}/opt/qtbase",
@@ -197,7 +169,6 @@ class Facts(OnAMac):
             "Window self-test's file": "ok, window_self_test=OK", "Signature": "ok, Signature=adhoc",
             "Self-test without the tool": "ok, self-test failed: there is no tool",
             "Self-test with a changed image": "ok, self-test failed: the digest is wrong",
-            "Minimum system of QtCore": "ok, 14.0",
             "Build versions of QtCore": "ok, platform MACOS minos 14.0 sdk 26.0 ",
             "Libraries of the cocoa plugin": "ok, @rpath/QtCore /usr/lib/libSystem.B.dylib ",
             "Picture ready": "ok, ready.png"})
@@ -213,28 +184,15 @@ class Facts(OnAMac):
 
 
 NO_TESTS = 'not tried, they are not configured; "brew install googletest" may help'
-NO_PICTURE = "failed, status 1: no picture was taken: see System Settings, Privacy & Security, Screen Recording"
-EXCEPTIONS_END_IT = "failed, exceptions end the program: status 134, which is signal 6"
-KILLED = "failed, the system killed the program, perhaps for its signature: status 137, which is signal 9"
-CUT_OFF = "failed, cut off after 90 s: "
-NOT_REFUSED = "failed, it was not refused: status 0, release=1.2.3"
 REFUSED = ("Self-test without the tool", "Self-test with a changed image")
 
 # What the stand-ins are asked for, and the facts that are then not ok. What comes after is still asked.
 FAULTS = {
-    "configure": {"Tests configured": "failed, status 1: CMake Error: this is why",
-                  "Tests compiled": NO_TESTS, "Tests": NO_TESTS},
-    "compile": {"Tests compiled": "failed, status 1: error: this is why"},
+    "configure": {"Tests configured": "failed, status 1: CMake Error: this is why", "Tests compiled": NO_TESTS,
+                  "Tests": NO_TESTS},
     "ctest": {"Tests": "failed, status 8: 98% tests passed, 1 tests failed out of 50: Sha256.Vectors"},
-    "verify": {"Signature verified": "failed, status 1: a sealed resource is missing or invalid"},
-    "window": dict.fromkeys(PICTURES, "failed, status 1: no window appeared"),
-    "screencapture": dict.fromkeys(PICTURES, NO_PICTURE),
-    # The build left an application, because the compiler was done.
-    "sign": {"Build command": "failed, status 1: Signature: failed, detritus not allowed"},
-    "abort": dict.fromkeys(REFUSED, EXCEPTIONS_END_IT), "kill": dict.fromkeys(REFUSED, KILLED),
-    "accept": dict.fromkeys(REFUSED, NOT_REFUSED),
-    "deaf": dict.fromkeys(("Self-test", *REFUSED), CUT_OFF),
-    "child": {}}  # What a command leaves running ends with it.
+    "abort": dict.fromkeys(REFUSED, "failed, exceptions end the program: status 134, which is signal 6"),
+    "deaf": dict.fromkeys(("Self-test", *REFUSED), "failed, cut off after 90 s: ")}
 
 
 class Failing(OnAMac):
@@ -243,11 +201,8 @@ class Failing(OnAMac):
     def test_each_command_alone_and_what_follows_is_still_asked(self) -> None:
         for failing, different in FAULTS.items():
             with self.subTest(failing):
-                self.assert_all_but(self.facts(failing), **different)
-
-    def test_bytes_that_are_no_text_do_no_harm(self) -> None:
-        self.mac.stand_in("clang++", r"printf 'Apple \000\002clang\377'")
-        self.assertEqual(self.facts("build")["Compiler"], "ok, Apple clang\N{REPLACEMENT CHARACTER}")
+                facts = {name: value for name, value in self.facts(failing).items() if not value.startswith("ok, ")}
+                self.assertEqual(facts, different)
 
     def test_a_build_that_fails_early_leaves_no_application_to_look_at_not_even_an_older_one(self) -> None:
         shutil.copytree(self.mac.product / BUNDLE, self.mac.app)
@@ -255,8 +210,7 @@ class Failing(OnAMac):
         facts = self.facts("build")
         self.assertEqual(facts["Build command"], "failed, status 1: Homebrew packages: failed, missing: qtbase")
         self.assertEqual(facts["Application"], "failed, the build left none; an older one is not looked at")
-        for name in ("Self-test", "Self-test with a changed image", "Picture ready"):
-            self.assertEqual(facts[name], "not tried, there is no application")
+        self.assertEqual((facts["Self-test"], facts["Picture ready"]), ("not tried, there is no application",) * 2)
         self.assertNotIn("of an earlier run", self.mac.text())
         self.assertFalse([call for call in self.mac.called() if call.startswith("program")])
 
@@ -280,10 +234,7 @@ class Failing(OnAMac):
         self.assertEqual(self.mac.result.read_text(), "of an earlier run")
         self.assert_nothing_is_left()
 
-    def test_another_system_or_a_wrong_command_line_ends_it_at_once(self) -> None:
-        done = run(*self.mac.command, "--fast", env=self.mac.environment)
-        self.assertEqual((done.returncode, done.stdout, done.stderr.splitlines()[0]),
-                         (2, "", "report: --fast: unknown option"))
+    def test_another_system_ends_it_at_once(self) -> None:
         self.mac.stand_in("uname", "echo Linux")
         done = self.mac.report()
         self.assertEqual((done.returncode, done.stdout, done.stderr),
@@ -299,8 +250,13 @@ class Interrupted(OnAMac):
         self.mac.result.write_text("of an earlier run")
         for sent, status in ((signal.SIGINT, 130), (signal.SIGTERM, 143), (signal.SIGHUP, 129)):
             with self.subTest(sent.name):
-                said, ended = self.interrupt(sent)
-                self.assertEqual(ended, status)
+                self.mac.calls.unlink(missing_ok=True)
+                process = subprocess.Popen(self.mac.command, env={**self.mac.environment, "FAILING": "wait"}, text=True,
+                                           cwd=self.mac.checkout, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
+                wait_until(lambda: "waiting" in self.mac.called(), "the self-test")
+                process.send_signal(sent)
+                said, _ = process.communicate(timeout=LIMIT_SECONDS)
+                self.assertEqual(process.returncode, status)
                 self.assertIn("report: interrupted; no report was written.\n"
                               f"  What was built so far is in {self.mac.work}.\n"
                               f"  The log of the build is {self.mac.work}/build.log.\n"
@@ -308,15 +264,6 @@ class Interrupted(OnAMac):
                 self.assertEqual(self.mac.result.read_text(), "of an earlier run")
                 self.assertTrue(self.mac.app.exists())
                 self.assert_nothing_is_left()
-
-    def interrupt(self, sent: signal.Signals) -> tuple[str, int]:
-        self.mac.calls.unlink(missing_ok=True)
-        process = subprocess.Popen(self.mac.command, env={**self.mac.environment, "FAILING": "wait"}, text=True,
-                                   cwd=self.mac.checkout, stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
-        wait_until(lambda: "waiting" in self.mac.called(), "the self-test")
-        process.send_signal(sent)
-        said, _ = process.communicate(timeout=LIMIT_SECONDS)
-        return said, process.returncode
 
 
 class Personal(OnAMac):
@@ -335,51 +282,27 @@ class Personal(OnAMac):
         for secret in personal:
             self.assertNotIn(secret.lower(), text.lower())
         places = re.split(r"^==== .* ====$", text, flags=re.MULTILINE)
-        for section, place in zip(SECTIONS, places[1:]):
+        for section, place in zip(SECTIONS, places[1:], strict=True):
             with self.subTest(section):
                 self.assertIn("~; <checkout>; ~; ~; ", place)
                 self.assertIn("; -I~/include; file://~/x; <checkout>/a b/c.cpp:3:; <user>@<host>; <<user>>", place)
 
-    def test_only_whole_names_are_and_ordinary_words_stay(self) -> None:
-        home, folder, leaves = self.mac.home, self.mac.folder, "it runs on this Mac only"
+    def test_only_whole_names_are_and_ordinary_words_and_what_is_no_text_stay(self) -> None:
+        home, folder = self.mac.home, self.mac.folder
         for names, printed, reported in (
                 ({"USER_NAME": "ann"}, "annotation, channel, Ann, ann_x, /Users/ann/x, /Users/anna/y, ann's",
                  "annotation, channel, <user>, ann_x, /Users/<user>/x, /Users/anna/y, <user>'s"),
                 # A short name is a word as well.
-                ({"USER_NAME": "a"}, "a sealed resource in /Users/a/x or /Users/a or /Users/ab is a/b",
-                 "a sealed resource in /Users/<user>/x or /Users/<user> or /Users/ab is a/b"),
-                ({}, f"{home}2/x {home}-old {home}.bak {home}. {home}",
-                 f"{home}2/x {folder}/<user>-old {folder}/<user>.bak ~. ~"),
-                # Apple's name for a Mac that has none of its own.
-                *(({"HOST": f"{host}.lan", "COMPUTER": "Mac"}, f"{leaves}, {host}, {host}.lan",
-                   f"{leaves}, {host}, <host>") for host in ("Mac", "MacBook-Pro-2", "localhost"))):
+                ({"USER_NAME": "a"}, "a sealed resource in /Users/a/x or /Users/ab is a/b",
+                 "a sealed resource in /Users/<user>/x or /Users/ab is a/b"),
+                ({}, f"{home}2/x {home}-old {home}. {home}", f"{home}2/x {folder}/<user>-old ~. ~"),
+                # Apple's name for a Mac that has none of its own; bytes that are no text.
+                ({"HOST": "MacBook-Pro-2.lan"}, "on MacBook-Pro-2, MacBook-Pro-2.lan \udcff",
+                 "on MacBook-Pro-2, <host> \N{REPLACEMENT CHARACTER}")):
             with self.subTest(printed):
                 self.mac.environment |= {"USER_NAME": USER, "LEAK": printed, **names}
                 self.mac.report("build")
                 self.assertIn(f"$ sw_vers\n{reported}\n", self.mac.text())
-
-    def test_the_summary_keeps_its_own_words_and_no_half_of_a_name(self) -> None:
-        self.mac.environment |= {"USER_NAME": "build"}
-        self.mac.stand_in("clang++", f"echo {'x' * 281} build")
-        facts = self.facts()
-        self.assert_all_but(facts)
-        self.assertRegex(facts["Compiler"], "xxx <use$")
-
-
-class WithTheRealPrograms(OnAMac):
-    def test_the_build_command_and_the_application(self) -> None:
-        """The real command with its own stand-ins, and the program of this build: it refuses what it must."""
-        self.use_built_programs()
-        shutil.copy(ROOT / SCRIPT, self.mac.checkout / SCRIPT)
-        facts = self.facts()
-        self.assertEqual(facts["Build command"], "ok, Qt in the bundle: ok, nothing is taken from outside, for macOS 14.0 and later")
-        self.assertRegex(facts["Self-test"], "^ok, release=.+ esptool=4.5.1$")
-        self.assertEqual(facts["Window self-test"], "ok, window_self_test=OK")
-        self.assertEqual(facts["Self-test without the tool"], "ok, self-test failed: The local Espressif tool is "
-                                                              "missing. Run BUILD-FULL-MAC.command once.")
-        self.assertEqual(facts["Self-test with a changed image"],
-                         "ok, self-test failed: The embedded firmware checksum is not trusted.")
-        self.assertEqual(facts["Picture changed image"], "ok, changed-image.png")
 
 
 if __name__ == "__main__":

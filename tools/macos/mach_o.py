@@ -10,7 +10,7 @@ from typing import Iterator, NamedTuple
 
 ONE, ONE_SWAPPED = 0xFEEDFACF, 0xCFFAEDFE
 SEVERAL = {0xCAFEBABE: ">5I", 0xCAFEBABF: ">2I2Q2I"}  # each with the layout of one entry of its table
-LC_ID_DYLIB, LC_RPATH, LC_VERSION_MIN_MACOSX, LC_BUILD_VERSION = 0x0D, 0x8000001C, 0x24, 0x32
+LC_ID_DYLIB, LC_RPATH, LC_BUILD_VERSION = 0x0D, 0x8000001C, 0x32  # the last one since macOS 10.14
 # As usual, weak, exported again, and the two for libraries that load each other.
 LOADS_A_LIBRARY = (0x0C, 0x80000018, 0x8000001F, 0x20, 0x80000023)
 PLATFORM_MACOS = 1
@@ -67,8 +67,6 @@ def image(raw: bytes) -> Image:
             if platform != PLATFORM_MACOS:
                 raise MachOError("it is not for macOS")
             minimum = as_version(oldest)
-        elif kind == LC_VERSION_MIN_MACOSX:
-            minimum = as_version(struct.unpack_from("<I", command, 8)[0])
         elif kind == LC_ID_DYLIB:
             name = text_of(command)
         elif kind == LC_RPATH:
