@@ -14,9 +14,11 @@ import sys
 import tempfile
 import unittest
 from pathlib import Path
+from typing import NoReturn
 
-from packages import PACKAGE, PROGRAM, debian_package, portable_tar
-from support.built import BUILD, ROOT
+from test_packages import PACKAGE, PROGRAM, debian_package, portable_tar
+from support.built import BUILD, ROOT, SAMPLE_IMAGE, TOOL
+from support.child import CANNOT_RUN_HERE
 
 PLACE = BUILD / "clean-root"
 DEBIAN = PLACE / "root"
@@ -32,13 +34,13 @@ DESKTOP = ["xvfb", "openbox", "dbus-daemon", "dbus-bin", "at-spi2-core", "gir1.2
 SOURCES = ("sources.list", "sources.list.d", "trusted.gpg", "trusted.gpg.d", "keyrings", "preferences.d")
 NEXT_DEBIAN = "trixie"
 # What the package system writes down for itself whenever it installs or removes anything, and what is its user's.
-RECORDS = ("var/log", "var/lib/dpkg", "var/lib/apt", "var/cache/apt", "var/cache/debconf",
-           "var/cache/ldconfig", "etc/ld.so.cache", "dev", "proc", "tmp", "mnt", "home/owner")
+RECORDS = ("var/log/", "var/lib/dpkg/", "var/lib/apt/", "var/cache/apt/", "var/cache/debconf/",
+           "var/cache/ldconfig/", "etc/ld.so.cache/", "dev/", "proc/", "tmp/", "mnt/", "home/owner/")
 
 
-def cannot_run_here(reason: str) -> None:
+def cannot_run_here(reason: str) -> NoReturn:
     print(f"test_clean_root: {reason}", file=sys.stderr)
-    sys.exit(77)
+    sys.exit(CANNOT_RUN_HERE)
 
 
 def this_debian() -> tuple[str, str]:
@@ -51,59 +53,50 @@ def this_debian() -> tuple[str, str]:
         if codename and target.startswith(f"Debian|{codename}|main|"):
             return codename, target.rpartition("|")[2]
     cannot_run_here("apt names no mirror of this machine's Debian release (run apt-get update once)")
-    raise AssertionError
 
 
-def base_tar(codename: str, mirror: str) -> Path:
-    """The smallest Debian as a tar, made once."""
-    tar = PLACE / f"{codename}.tar"
-    if not tar.exists():
-        folder = PLACE / "base"
-        shutil.rmtree(folder, ignore_errors=True)
-        subprocess.run(["unshare", "-m", "debootstrap", "--variant=minbase", codename, folder, mirror],
-                       check=True, stdout=subprocess.DEVNULL)
-        part = tar.with_suffix(".part")
-        subprocess.run(["tar", "--numeric-owner", "--exclude=./var/cache/apt/archives/*.deb", "-C", folder,
-                        "-cf", part, "."], check=True)
-        part.rename(tar)
-        shutil.rmtree(folder)
-    return tar
+def base(codename: str, mirror: str) -> Path:
+    """The smallest Debian, made once."""
+    folder = PLACE / codename
+    if not folder.exists():
+        part = folder.with_suffix(".part")
+        shutil.rmtree(part, ignore_errors=True)
+        subprocess.run(["unshare", "-m", "debootstrap", "--variant=minbase", codename, part, mirror], check=True,
+                       stdout=subprocess.DEVNULL)
+        subprocess.run(["chroot", part, "apt-get", "clean"], check=True)
+        part.rename(folder)
+    return folder
 
 
 def take_apt_configuration(sources: tuple[str, ...]) -> None:
     """Where packages come from is this machine's business; who it is there (auth.conf) is not the root's."""
     for name in ("apt.conf.d", *sources):
         source, target = Path("/etc/apt", name), DEBIAN / "etc/apt" / name
-        if source.is_dir():
-            shutil.copytree(source, target, dirs_exist_ok=True)
-        elif source.exists():
-            shutil.copy(source, target)
+        if source.exists():
+            subprocess.run(["cp", "--recursive", source, target.parent], check=True)
         elif target.is_file():
             target.unlink()
     for name in ("/etc/resolv.conf", "/etc/hosts"):
         shutil.copy(name, DEBIAN / name.lstrip("/"))
 
 
-def make_root(codename: str = "") -> None:
+def make_root(codename: str) -> None:
     """With this machine's Debian, or another one from the same mirror."""
     own, mirror = this_debian()
-    tar = base_tar(codename or own, mirror)
-    shutil.rmtree(DEBIAN, ignore_errors=True)
-    shutil.rmtree(SHARED, ignore_errors=True)
-    for folder in (DEBIAN, SHARED / "home", SHARED / "device", ARCHIVES / "partial"):
+    for folder in (DEBIAN, SHARED):
+        shutil.rmtree(folder, ignore_errors=True)
+    for folder in (SHARED / "home", ARCHIVES / "partial"):
         folder.mkdir(parents=True, exist_ok=True)
-    subprocess.run(["tar", "--numeric-owner", "-C", DEBIAN, "-xpf", tar], check=True)
-    take_apt_configuration(SOURCES if codename in ("", own) else ())
+    subprocess.run(["cp", "--archive", base(codename, mirror), DEBIAN], check=True)
+    take_apt_configuration(SOURCES if codename == own else ())
     apt_get("update")
 
 
-def in_root(*command: str, environment: dict[str, str] | None = None) -> str:
-    """What the command printed; it has to succeed."""
-    variables = [f"{name}={value}" for name, value in (environment or {}).items()]
+def in_root(*command: str) -> str:
+    """What the command printed; it has to succeed. It may begin with variables."""
     result = subprocess.run(
         [ROOT / "tests/packaging/in-root", DEBIAN, "--show", ROOT, "/mnt/repo", "--show", BUILD, "/mnt/build",
-         "--share", SHARED, "/mnt/shared", "--share", ARCHIVES, "/var/cache/apt/archives", "--",
-         *variables, *command],
+         "--share", SHARED, "/mnt/shared", "--share", ARCHIVES, "/var/cache/apt/archives", "--", *command],
         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     if result.returncode != 0:
         raise AssertionError(f"{' '.join(command)} ended with {result.returncode}:\n{result.stdout}")
@@ -115,21 +108,14 @@ def apt_get(*arguments: str) -> str:
                    "-o", "APT::Keep-Downloaded-Packages=true", *arguments)
 
 
-def install_package() -> None:
-    apt_get("install", f"/mnt/build/packages/{debian_package().name}")
-
-
-def files() -> dict[str, tuple]:
-    found = {}
-    for folder, folders, names in os.walk(DEBIAN):
-        for name in folders + names:
-            path = Path(folder, name)
-            relative = str(path.relative_to(DEBIAN))
-            if relative not in RECORDS:
-                about = path.lstat()
-                size = 0 if stat.S_ISDIR(about.st_mode) else about.st_size
-                found[relative] = (oct(about.st_mode), about.st_uid, about.st_gid, size)
-        folders[:] = [name for name in folders if str(Path(folder, name).relative_to(DEBIAN)) not in RECORDS]
+def files() -> set[tuple]:
+    found = set()
+    for path in DEBIAN.rglob("*"):
+        name = str(path.relative_to(DEBIAN))
+        if not f"{name}/".startswith(RECORDS):
+            about = path.lstat()
+            found.add((name, oct(about.st_mode), about.st_uid, about.st_gid,
+                       0 if stat.S_ISDIR(about.st_mode) else about.st_size))
     return found
 
 
@@ -138,33 +124,11 @@ def tearDownModule() -> None:
         shutil.rmtree(DEBIAN)
 
 
-class InTheSmallestDebian(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls) -> None:
-        make_root()
-
-    def test_the_package_brings_all_that_it_and_the_portable_tar_need(self) -> None:
-        install_package()
-        # The tool's script refuses to install where the package's own dependencies do not let the tool start.
-        in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
-        self.expect_nine_lines(PACKAGE)
-        in_root(PACKAGE, "--window-self-test", environment={"HOME": HOME, "QT_QPA_PLATFORM": "offscreen"})
-        tar = portable_tar().name
-        anywhere = "/mnt/shared/any where"
-        in_root("mkdir", anywhere)
-        in_root("tar", "-C", anywhere, "-xzf", f"/mnt/build/packages/{tar}")
-        self.expect_nine_lines(f"{anywhere}/{tar.removesuffix('.tar.gz')}/{PROGRAM}")
-
-    def expect_nine_lines(self, program: str) -> None:
-        said = in_root(program, "--self-test", environment={"HOME": HOME})
-        self.assertEqual(len(said.splitlines()), 9, said)
-
-
 def package_of(version: str) -> str:
     """The package as its maker makes it, as the root sees it: another version is another image, too."""
     image, build = PLACE / "merged.bin", PLACE / "shipping"
     PLACE.mkdir(exist_ok=True)
-    data = bytearray((BUILD / "sample/sample-firmware.bin").read_bytes())
+    data = bytearray(SAMPLE_IMAGE.read_bytes())
     data[-1] = version.encode()[-1]
     image.write_bytes(data)
     for command in (
@@ -184,7 +148,7 @@ def archive_of_tool() -> str:
     with tempfile.TemporaryDirectory() as home:
         subprocess.run([ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", home], check=True,
                        stdout=subprocess.DEVNULL)
-        tool = Path(home) / ".platformio/packages/tool-esptoolpy"
+        tool = (Path(home) / TOOL).parent
         [stub] = tool.glob("esptool/targets/stub_flasher/**/*32s3.json")
         content = json.loads(stub.read_text())
         stub.write_text(json.dumps({**content, "text": base64.b64encode(bytes(4096)).decode()}))
@@ -192,38 +156,45 @@ def archive_of_tool() -> str:
     return "/mnt/shared/esptool.tar.gz"
 
 
-class AnOwner(unittest.TestCase):
-    """An ordinary user who has nothing but the package and its own help."""
-
-    maxDiff = 4000
-
+class CleanRoot(unittest.TestCase):
     # fault: the tool is missing, and pip, which would get it; the sample's package is installed over that of a release
     # seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.", "esptool is downloaded with pip,
     #     which is not installed", "without --allow-downgrades"
-    def test_gets_the_tool_flashes_one_release_after_the_other_and_removes_the_package_without_a_trace(self) -> None:
+    def test_an_owner_of_the_package_gets_the_tool_flashes_two_releases_and_removes_it_without_a_trace(self) -> None:
+        sample = f"/mnt/build/packages/{debian_package().name}"
         packages = {version: package_of(version) for version in ("1.2.3", "1.2.4")}
         for codename in dict.fromkeys((this_debian()[0], NEXT_DEBIAN)):
             with self.subTest(codename):
                 make_root(codename)
+                apt_get("install", sample)
+                self.try_in_the_smallest_debian()
+                apt_get("purge", PACKAGE)  # what it needs stays
                 in_root("useradd", "--create-home", "owner")
-                # What the package needs stays when it goes, so it is there before.
-                depends = subprocess.run(["dpkg-deb", "-f", debian_package(), "Depends"], check=True,
-                                         capture_output=True, text=True).stdout.strip()
-                apt_get("satisfy", depends)
                 apt_get("install", *DESKTOP)
                 before = files()
+                self.assertEqual([name for name, *_ in before if "qelmo" in name], [])
                 apt_get("install", packages["1.2.3"])
                 self.get_the_tool()
                 self.flash("1.2.3")
                 apt_get("install", packages["1.2.4"])
                 self.flash("1.2.4")
                 with self.assertRaisesRegex(AssertionError, "without --allow-downgrades"):
-                    install_package()
+                    apt_get("install", sample)
                 self.assertIn("release=1.2.4", self.as_owner(PACKAGE, "--self-test").splitlines())
                 self.assertNotEqual(files(), before)
                 apt_get("purge", PACKAGE)
-                self.assertEqual(sorted(set(files().items()) ^ set(before.items())), [])
+                self.assertEqual(sorted(files() ^ before), [])
                 self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
+
+    def try_in_the_smallest_debian(self) -> None:
+        """The package brings all that it and the portable tar need."""
+        # The tool's script refuses to install where the package's own dependencies do not let the tool start.
+        in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
+        in_root(f"HOME={HOME}", "QT_QPA_PLATFORM=offscreen", PACKAGE, "--window-self-test")
+        in_root("tar", "-C", "/mnt/shared", "-xzf", f"/mnt/build/packages/{portable_tar().name}")
+        for program in (PACKAGE, f"/mnt/shared/{portable_tar().name.removesuffix('.tar.gz')}/{PROGRAM}"):
+            said = in_root(f"HOME={HOME}", program, "--self-test")
+            self.assertEqual(len(said.splitlines()), 9, said)
 
     def get_the_tool(self) -> None:
         command = f"{PACKAGE}-install-esptool"
@@ -241,11 +212,12 @@ class AnOwner(unittest.TestCase):
         self.assertEqual(len(list(DEBIAN.glob(f"usr/lib/{PACKAGE}/*/Contents/Resources/*.bin"))), 1)
         # The device's port is a link in /dev, which is made by the user who plays the device.
         print(in_root(
+            "QELMO_BUILD=/mnt/build", "QELMO_BUNDLE=/mnt/build",
             "/mnt/repo/tests/device/private-dev", "--", "bash", "-c",
             'chmod 1777 /dev && install -d -o owner /tmp/device && exec "$@"', "-", *OWNER,
-            "/mnt/repo/tests/support/with-display", "--window-manager", "--accessibility", "--", "/usr/bin/python3", "-B",
-            "/mnt/repo/tests/packaging/flash_installed.py", f"/usr/bin/{PACKAGE}", "/home/owner", "/tmp/device",
-            environment={"QELMO_BUILD": "/mnt/build", "QELMO_BUNDLE": "/mnt/build"}), end="")
+            "/mnt/repo/tests/support/with-display", "--window-manager", "--accessibility", "--",
+            "/usr/bin/python3", "-B", "/mnt/repo/tests/packaging/flash_installed.py", f"/usr/bin/{PACKAGE}",
+            "/home/owner", "/tmp/device"), end="")
 
     @staticmethod
     def as_owner(*command: str) -> str:
@@ -257,4 +229,4 @@ if __name__ == "__main__":
         cannot_run_here("only root can make a clean root")
     if not shutil.which("debootstrap"):
         cannot_run_here("debootstrap is not installed")
-    unittest.main(verbosity=2, failfast=True)
+    unittest.main(failfast=True)

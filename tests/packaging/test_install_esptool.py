@@ -14,7 +14,6 @@ import sys
 import tarfile
 import tempfile
 import unittest
-import zipfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
@@ -30,7 +29,6 @@ DOWNLOAD = "the same command without --from, which downloads esptool 4.8.1"
 APT = "sudo apt install --no-install-recommends"
 NO_STUB = "it lacks the program that is loaded into an ESP32-S3 (Debian's package is made without it)"
 NO_REAL_STUB = "esp32s3.json, the program that is loaded into an ESP32-S3, is damaged or no real one"
-NO_ARCHIVE = "it is damaged, or no .zip, .tar.gz or .whl"
 
 STAND_IN = """import sys
 
@@ -44,22 +42,19 @@ def _main():
     print("options: --verify" if "--help" in sys.argv else f"esptool.py v{__version__}\\n{__version__}")
 """
 STARTER = "import esptool\n\nesptool._main()\n"
-PIP = """import os
-import shutil
-import signal
-import sys
-from pathlib import Path
+# Copies an archive, or says why it does not, or waits.
+PIP = """import os, signal, sys
 
+option = dict(zip(sys.argv, sys.argv[1:]))
+with open(os.environ["PIP_CALL"], "w") as call:
+    call.write(" ".join(sys.argv[1:]) + "\\n" + open(option["--requirement"]).read())
 does, *words = os.environ["PIP"].split(" ", 1)
-wanted = Path(sys.argv[sys.argv.index("--requirement") + 1]).read_text()
-Path(os.environ["PIP_CALL"]).write_text(" ".join(sys.argv[1:]) + "\\n" + wanted)
 if does == "block":
     signal.pause()
 if does == "fail":
     sys.exit("WARNING: Retrying\\n" + words[0])
-folder = Path(sys.argv[sys.argv.index("--dest") + 1])
-folder.mkdir()
-shutil.copy(words[0], folder)
+os.mkdir(option["--dest"])
+os.link(words[0], option["--dest"] + "/" + os.path.basename(words[0]))
 """
 
 
@@ -85,20 +80,18 @@ def tree(folder: Path) -> dict[str, bytes | str | None]:
             else None if path.is_dir() else path.read_bytes() for path in folder.rglob("*")}
 
 
-def tar_of(archive: Path, source: Path, top: str, *extra: tuple[tarfile.TarInfo, bytes]) -> Path:
+def tar_of(archive: Path, source: Path, *first: tarfile.TarInfo) -> Path:
     with tarfile.open(archive, "w:gz") as tar:
-        for member, content in extra:
-            member.size = len(content)
-            tar.addfile(member, io.BytesIO(content))
-        tar.add(source, top)
+        for member in first:
+            tar.addfile(member, io.BytesIO(bytes(member.size)))
+        tar.add(source, "esptool-4")
     return archive
 
 
-def zip_of(archive: Path, source: Path, top: str) -> Path:
-    with zipfile.ZipFile(archive, "w") as opened:
-        for path in sorted(source.rglob("*")):
-            opened.write(path, f"{top}/{path.relative_to(source)}")
-    return archive
+def member(name: str, size: int = 4) -> tarfile.TarInfo:
+    made = tarfile.TarInfo(name)
+    made.size = size
+    return made
 
 
 class InstallTest(unittest.TestCase):
@@ -135,23 +128,16 @@ class InstallTest(unittest.TestCase):
 
 
 class GoodCopies(InstallTest):
-    def test_the_real_tool_is_put_in_place_unchanged_from_a_folder_and_from_every_kind_of_archive(self) -> None:
+    def test_the_real_tool_is_put_in_place_unchanged_from_a_folder_and_from_an_archive(self) -> None:
         made = self.folder / "simulated"
         run(ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", made)
         source = (made / TOOL).parent
         (source / "package.json").unlink()
         write(source, {STUB: stub(4096)})
-        wheel = self.folder / "wheel"
-        shutil.copytree(source / "esptool", wheel / "esptool")
-        copies = [source, made / ".platformio/packages", tar_of(self.folder / "e.tar.gz", source, "esptool-4.7.0"),
-                  zip_of(self.folder / "e.zip", source, "esptool-4.7.0"), zip_of(self.folder / "e.whl", wheel, ".")]
-        for copy in copies:
+        for copy in (source, source.parent, tar_of(self.folder / "e.tar.gz", source)):
             with self.subTest(copy=copy.name):
                 self.assert_installed("4.7.0", "--from", copy)
-                expected = tree(source)
-                if copy.suffix == ".whl":
-                    expected["esptool.py"] = expected["esptool/__main__.py"]
-                self.assertTrue(tree(self.target) == expected)
+                self.assertTrue(tree(self.target) == tree(source))
                 self.assertEqual(os.listdir(self.target.parent), [self.target.name])
                 said = run(PYTHON, "-B", self.target / "esptool.py", "version").stdout
                 self.assertEqual(said.splitlines()[-1], "4.7.0")
@@ -164,7 +150,7 @@ class GoodCopies(InstallTest):
 
     def test_one_version_of_known_content_is_downloaded_when_debians_package_is_incomplete(self) -> None:
         (stand_in(self.modules) / LATER_STUB).unlink()
-        archive = tar_of(self.folder / "esptool-4.8.1.tar.gz", self.source, "esptool-4.8.1")
+        archive = tar_of(self.folder / "esptool-4.8.1.tar.gz", self.source)
         self.assert_installed("4.8.1", **self.pip(f"copy {archive}"),
                               said=f"Not taken: {self.modules}: {NO_STUB}.\nDownloading esptool 4.8.1...\n")
         call, wanted = self.pip_call.read_text().splitlines()
@@ -179,60 +165,49 @@ class BadCopies(InstallTest):
     #     "it lacks the program that is loaded into an ESP32-S3", "is damaged or no real one",
     #     "its write_flash does not know --verify", "it does not start: …"
     def test_are_refused_before_anything_is_changed(self) -> None:
-        def code(old: str, new: str) -> dict[str, str]:
-            return {"esptool/__init__.py": STAND_IN.replace(old, new)}
-
-        # Files of another content; one without any is missing.
-        faults: list[tuple[str, dict[str, str]]] = [
-            ("it is esptool 5.3.1, and the flasher needs a 4.x", code("4.8.1", "5.3.1")),
-            ("it calls itself 4.8 and not 4.8.1", code("{__version__}\")", "4.8\")")),
-            ("its write_flash does not know --verify", code("--verify", "--flash_mode")),
-            ("it does not start: ModuleNotFoundError: No module named 'absent'", code("import sys", "import absent")),
-            (NO_STUB, {LATER_STUB: ""}), ("there is no esptool 4.x in it", {"esptool/__init__.py": ""}),
-            *((NO_REAL_STUB, {LATER_STUB: text}) for text in (
-                stub(300), stub(4096, entry=4096), stub(4096)[:-9]))]
+        # A file of another content; one without any is missing.
+        code = "esptool/__init__.py"
+        faults = [
+            ("it is esptool 5.3.1, and the flasher needs a 4.x", {code: STAND_IN.replace("4.8.1", "5.3.1")}),
+            ("it calls itself 4.8 and not 4.8.1", {code: STAND_IN.replace("{__version__}\")", "4.8\")")}),
+            ("its write_flash does not know --verify", {code: STAND_IN.replace("--verify", "--flash_mode")}),
+            ("it does not start: ModuleNotFoundError: No module named 'absent'",
+             {code: STAND_IN.replace("import sys", "import absent")}),
+            (NO_STUB, {LATER_STUB: ""}), ("there is no esptool 4.x in it", {code: ""}),
+            *((NO_REAL_STUB, {LATER_STUB: text}) for text in (stub(300), stub(4096, entry=4096), stub(4096)[:-9]))]
         for fault, files in faults:
             with self.subTest(fault):
                 shutil.rmtree(self.source)
+                [(name, text)] = files.items()
                 write(stand_in(self.source), files)
-                for missing in (name for name, text in files.items() if not text):
-                    (self.source / missing).unlink()
+                if not text:
+                    (self.source / name).unlink()
                 self.assert_refused(f"{self.source}: {fault}", DOWNLOAD, "--from", self.source)
 
     # fault: an archive that is cut off, is none, is far too large, or would write outside its folder
-    # seen: "it is damaged, or no .zip, .tar.gz or .whl", "it is far too large to be esptool",
+    # seen: "it is damaged, or no .tar.gz", "it is far too large to be esptool",
     #     "it holds a file for another place, …"
     def test_archives_are_refused_and_write_nothing_outside(self) -> None:
-        outside = self.folder / "outside"
-        there = tarfile.TarInfo(str(outside))
-        above = tarfile.TarInfo("esptool/../../../outside")
-        whole = self.folder / "whole"
-        cut = {tar_of: self.folder / "cut.tar.gz", zip_of: self.folder / "cut.zip"}
-        for pack, archive in cut.items():
-            packed = pack(whole, self.source, ".").read_bytes()
-            archive.write_bytes(packed[:len(packed) // 2])
-        large = tarfile.TarInfo("esptool/zeros")
+        outside, cut = self.folder / "outside", self.folder / "cut.tar.gz"
+        packed = tar_of(cut, self.source).read_bytes()
+        cut.write_bytes(packed[:len(packed) // 2])
         for archive, fault in (
-                (tar_of(self.folder / "a.tar.gz", self.source, ".", (there, b"evil")),
+                (tar_of(self.folder / "a.tar.gz", self.source, member(str(outside))),
                  f"it holds a file for another place, '{outside}'"),
-                (tar_of(self.folder / "b.tar.gz", self.source, ".", (above, b"evil")),
+                (tar_of(self.folder / "b.tar.gz", self.source, member("esptool/../../../outside")),
                  "it holds a file for another place, 'esptool/../../../outside'"),
-                (zip_of(self.folder / "c.zip", self.source, "../../outside"),
-                 "it holds a file for another place, '../../outside/esptool/__init__.py'"),
-                *((archive, NO_ARCHIVE) for archive in cut.values()),
-                (write(self.folder, {"text.whl": "no archive"}) / "text.whl", NO_ARCHIVE),
-                (tar_of(self.folder / "large.tar.gz", self.source, ".", (large, bytes(65 << 20))),
+                (cut, "it is damaged, or no .tar.gz"), (INSTALL, "it is damaged, or no .tar.gz"),
+                (tar_of(self.folder / "large.tar.gz", self.source, member("esptool/zeros", 65 << 20)),
                  "it is far too large to be esptool")):
             with self.subTest(archive.name):
                 self.assert_refused(f"{archive}: {fault}", DOWNLOAD, "--from", archive)
                 self.assertFalse(outside.exists())
 
     def test_links_in_an_archive_lead_nowhere(self) -> None:
-        link = tarfile.TarInfo("esptool")
-        link.type, link.linkname = tarfile.SYMTYPE, str(self.modules)
         self.modules.mkdir()
-        archive = tar_of(self.folder / "link.tar.gz", self.source, ".", (link, b""))
-        self.assert_installed("4.8.1", "--from", archive)
+        link = member("esptool-4", 0)
+        link.type, link.linkname = tarfile.SYMTYPE, str(self.modules)
+        self.assert_installed("4.8.1", "--from", tar_of(self.folder / "link.tar.gz", self.source, link))
         self.assertEqual(os.listdir(self.modules), [])
 
 

@@ -5,18 +5,34 @@ from __future__ import annotations
 
 import json
 import os
+import shutil
+import sys
 import tempfile
 import unittest
 from pathlib import Path
 
-from packages import PACKAGE, PROGRAM, VERSION, debian_package, portable_tar
-from support.built import BUILD, BUNDLE, LIBRARIES, MANIFEST, RESOURCES, ROOT
-from support.child import run
+sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
+from support import built  # noqa: E402
+from support.built import BUILD, BUNDLE, LIBRARIES, MANIFEST, RESOURCES, ROOT  # noqa: E402
+from support.child import run  # noqa: E402
 
-APP_ID = "io.qelmo.varnox-flasher"
+VERSION = os.environ["QELMO_PACKAGE_VERSION"]
+PACKAGE, APP_ID = "qelmo-varnox-flasher", "io.qelmo.varnox-flasher"
+PROGRAM = f"{BUNDLE.name}/{built.PROGRAM}"
 README = BUILD / "packaging/README.txt"
 RULES = f"usr/lib/udev/rules.d/70-{PACKAGE}.rules"
 HELP = f"usr/share/doc/{PACKAGE}/TROUBLESHOOTING.txt"
+
+
+def debian_package() -> Path:
+    """That of this build; one of another version may have been made in the same folder before."""
+    [package] = (BUILD / "packages").glob(f"{PACKAGE}_{VERSION}-*.deb")
+    return package
+
+
+def portable_tar() -> Path:
+    [package] = (BUILD / "packages").glob(f"{PACKAGE}-{VERSION}-linux-*.tar.gz")
+    return package
 
 
 def bundle_files(folder: str) -> set[str]:
@@ -65,12 +81,9 @@ class DebianPackage(unittest.TestCase):
         self.assertEqual(files_below(self.root), expected)
 
     def test_has_the_commands_that_start_the_program_of_the_bundle_and_install_the_tool(self) -> None:
-        link = self.root / "usr/bin" / PACKAGE
-        self.assertEqual(os.readlink(link), f"../lib/{PACKAGE}/{PROGRAM}")
-        self.assertTrue(os.access(link, os.X_OK))
+        self.assertEqual(os.readlink(self.root / "usr/bin" / PACKAGE), f"../lib/{PACKAGE}/{PROGRAM}")
         said = said_by(self.root / f"usr/bin/{PACKAGE}-install-esptool", "--help")
         self.assertTrue(said.startswith(f"usage: {PACKAGE}-install-esptool "), said)
-        self.assertEqual(os.readlink(self.page.with_name(f"{PACKAGE}-install-esptool.1.gz")), self.page.name)
 
     def test_belongs_to_root_and_only_root_may_change_it(self) -> None:
         for line in said_by("dpkg-deb", "-c", self.package).splitlines():
@@ -83,17 +96,13 @@ class DebianPackage(unittest.TestCase):
         at_run_time = {"qt6-image-formats-plugins", "python3", "python3-serial", "python3-intelhex"}
         self.assertEqual((linked | at_run_time) - names, set())
 
-    def test_has_the_version_of_its_changelog(self) -> None:
+    def test_says_that_it_carries_the_sample_and_which_version(self) -> None:
         changelog = self.root / f"usr/share/doc/{PACKAGE}/changelog.Debian.gz"
         version = said_by("dpkg-parsechangelog", "-l", changelog, "-S", "Version").strip()
-        self.assertEqual(self.field("Version"), version)
-
-    def test_says_that_it_carries_the_sample(self) -> None:
-        self.assertIn("sample", self.package.name)
-        self.assertIn("sample", portable_tar().name)
+        self.assertEqual(version, self.field("Version"))
         metainfo = self.metainfo.read_text()
-        for text in (*self.field("Description").split("\n", 1), metainfo, self.manual):
-            self.assertIn("a sample", text)
+        for text in (self.package.name, portable_tar().name, self.field("Description"), metainfo, self.manual):
+            self.assertIn("sample", text)
         self.assertIn(f'<release version="{VERSION}"', metainfo)
         self.assertIn(VERSION, self.manual)
 
@@ -115,6 +124,8 @@ class DebianPackage(unittest.TestCase):
     def test_pleases_the_validators(self) -> None:
         self.assertEqual(said_by("desktop-file-validate", self.entry), "")
         self.assertNotRegex(said_by("appstreamcli", "validate", "--no-net", self.metainfo), r"(?m)^[EW]:")
+        if shutil.which("udevadm") and "verify" in said_by("udevadm", "--help"):  # from systemd 254 on
+            said_by("udevadm", "verify", self.root / RULES)
         self.assertEqual(said_by("lintian", "--allow-root", "--no-cfg", "--fail-on", "error,warning", self.package), "")
         page = run("man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", self.page)
         self.assertEqual((page.returncode, page.stderr), (0, ""))
