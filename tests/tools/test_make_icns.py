@@ -4,7 +4,6 @@
 from __future__ import annotations
 
 import os
-import re
 import struct
 import sys
 import tempfile
@@ -15,10 +14,10 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from support.built import ROOT  # noqa: E402
 from support.child import run  # noqa: E402
+from support.release_cases import says  # noqa: E402
 
-TOOL = ROOT / "tools" / "make-icns"
-ICON = ROOT / "assets" / "AppIcon.svg"
-
+TOOL, ICON = ROOT / "tools/make-icns", ROOT / "assets/AppIcon.svg"
+DRAWING = '<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 10 {height}">{content}</svg>'
 PNG_SIZES = {"ic11": 32, "ic12": 64, "ic07": 128, "ic13": 256, "ic08": 256, "ic14": 512, "ic09": 512,
              "ic10": 1024}
 MASKED_SIZES = {("is32", "s8mk"): 16, ("il32", "l8mk"): 32, ("ih32", "h8mk"): 48, ("it32", "t8mk"): 128}
@@ -60,14 +59,10 @@ class MakeIcns(unittest.TestCase):
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.out = self.folder / "out"
 
-    def drawing(self, name: str, content: str) -> Path:
-        path = self.folder / name
-        path.write_text(f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 10 {content}</svg>')
-        return path
-
     def test_every_entry_holds_the_drawing_and_up_to_32_pixels_the_simplified_one(self) -> None:
         # Without transparency the renderer writes three bytes a pixel. The application's icon needs every row filter.
-        small = self.drawing("small.svg", '10"><rect width="10" height="10" fill="red"/>')
+        small = self.folder / "small.svg"
+        small.write_text(DRAWING.format(height=10, content='<rect width="10" height="10" fill="red"/>'))
         self.assertEqual(run(TOOL, "--small", small, ICON, self.out).returncode, 0)
         entries = entries_of(self.out.read_bytes())
         self.assertEqual(len(entries.pop("icns")), self.out.stat().st_size - 8)
@@ -90,23 +85,18 @@ class MakeIcns(unittest.TestCase):
         self.assertTrue(pixels(self.out.read_bytes()) == pixels(drawn(ICON, 48)))
 
     def test_bad_input_ends_in_one_line_and_leaves_the_older_result(self) -> None:
-        nowhere, taken = self.folder / "nowhere.svg", self.folder / "taken"
-        broken, tall = self.drawing("broken.svg", '10"'), self.drawing("tall.svg", '20">')
-        taken.mkdir()
-        self.out.write_bytes(b"older")
-        for message, arguments, path in (  # where "…" is text of the renderer
-                (f"{nowhere}: …", [nowhere, self.out], None),
-                (f"{broken}: rsvg-convert: …", ["--small", broken, ICON, self.out], None),
-                (f"{broken}: rsvg-convert: …", ["--small", broken, "--png", "16", ICON, self.out], None),
-                (f"{tall}: the drawing is not square…", [tall, self.out], None),
-                (f"{taken}: Is a directory", ["--png", "16", ICON, taken], None),
-                ("rsvg-convert is not installed (Debian package librsvg2-bin)", [ICON, self.out], str(self.folder))):
+        drawing = self.folder / "drawing.svg"
+        for content, message, path in (  # where "…" is text that differs
+                ("no drawing", f"{drawing}: rsvg-convert: …", os.environ["PATH"]),
+                (DRAWING.format(height=20, content=""), f"{drawing}: the drawing is not square…", os.environ["PATH"]),
+                ("", "rsvg-convert is not installed (Debian package librsvg2-bin)", "/nowhere")):
             with self.subTest(message):
-                before = sorted(os.listdir(self.folder))
-                done = run(TOOL, *arguments, env={**os.environ, "PATH": path or os.environ["PATH"]})
+                drawing.write_text(content)
+                self.out.write_bytes(b"older")
+                done = run(TOOL, drawing, self.out, env={**os.environ, "PATH": path})
                 self.assertEqual((done.returncode, done.stdout), (1, ""))
-                self.assertRegex(done.stderr, rf"\Amake-icns: {re.escape(message).replace('…', '.+')}\n\Z")
-                self.assertEqual(sorted(os.listdir(self.folder)), before)
+                self.assertTrue(says(done.stderr, f"make-icns: {message}\n"), done.stderr)
+                self.assertEqual(sorted(os.listdir(self.folder)), ["drawing.svg", "out"])
                 self.assertEqual(self.out.read_bytes(), b"older")
 
 
