@@ -214,15 +214,6 @@ class Failing(OnAMac):
         self.assertNotIn("of an earlier run", self.mac.text())
         self.assertFalse([call for call in self.mac.called() if call.startswith("program")])
 
-    def test_without_the_command_line_tools_nothing_is_touched_that_opens_their_dialogue(self) -> None:
-        executable(self.mac.system / "usr/bin/xcode-select", "#!/bin/sh\necho 'xcode-select: error' >&2\nexit 2\n")
-        executable(self.mac.system / "usr/bin/python3", '#!/bin/sh\necho touched >>"$CALLS"\n')
-        facts = self.facts("build")
-        self.assertEqual(facts["Command line tools"], "failed, status 2: xcode-select: error")
-        self.assertEqual(facts["Python"], "not tried, the command line tools bring Python")
-        touched = {call.split(" ")[0] for call in self.mac.called()}
-        self.assertEqual(touched & {"touched", "brew", "git", "clang++", "xcrun", "otool", "vtool", "ctest"}, set())
-
     # fault: the report's file cannot be written
     # seen: "report: the file cannot be written."
     def test_a_file_that_cannot_be_written_leaves_the_one_before(self) -> None:
@@ -233,13 +224,6 @@ class Failing(OnAMac):
         self.assertEqual(done.stderr.splitlines()[-1], "report: the file cannot be written.")
         self.assertEqual(self.mac.result.read_text(), "of an earlier run")
         self.assert_nothing_is_left()
-
-    def test_another_system_ends_it_at_once(self) -> None:
-        self.mac.stand_in("uname", "echo Linux")
-        done = self.mac.report()
-        self.assertEqual((done.returncode, done.stdout, done.stderr),
-                         (1, "", "report: this is no Mac; ./check is for this system.\n"))
-        self.assertFalse(self.mac.work.exists())
 
 
 class Interrupted(OnAMac):

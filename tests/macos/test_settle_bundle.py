@@ -76,7 +76,7 @@ class SettleBundle(unittest.TestCase):
                 (self.core, "@rpath/libz.dylib", ["@executable_path/../../.."], True),
                 # The loader takes the first run path that has the library.
                 (self.core, "@rpath/libz.dylib", [outside, inside], True),
-                (self.core, "@rpath/libz.dylib", ["/none", inside, outside], False)):
+                (self.core, "@rpath/libz.dylib", ["/none", outside, inside], True)):
             with self.subTest(file.name, reference=reference, run_paths=run_paths):
                 self.furnish()
                 write(self.frameworks / "libz.dylib", mach_o())

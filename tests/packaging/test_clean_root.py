@@ -21,9 +21,7 @@ from support.built import BUILD, ROOT, SAMPLE_IMAGE, TOOL
 from support.child import CANNOT_RUN_HERE
 
 PLACE = BUILD / "clean-root"
-DEBIAN = PLACE / "root"
-SHARED = PLACE / "shared"
-ARCHIVES = PLACE / "archives"
+DEBIAN, SHARED, ARCHIVES = PLACE / "root", PLACE / "shared", PLACE / "archives"
 HOME = "/mnt/shared/home"  # as the root sees it
 OWNER = ("runuser", "-u", "owner", "--", "env", "HOME=/home/owner")
 

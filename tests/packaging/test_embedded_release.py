@@ -133,7 +133,7 @@ class Packages(FreshBuild):
         return said
 
     # fault: cpack is run after a build that was forgotten or refused
-    # seen: "The bundle holds no release: build it first."
+    # seen: "The bundle holds another release …: build again,", "The bundle holds no release: build it first."
     def test_cpack_packs_no_other_release_than_the_settings_name(self) -> None:
         self.configure(*RELEASE)
         self.assertIn("The bundle holds no release: build it first.", self.cpack())

@@ -10,7 +10,6 @@ import sys
 import tempfile
 import unittest
 from pathlib import Path
-from typing import NamedTuple
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from support import child  # noqa: E402
@@ -21,19 +20,11 @@ BUNDLE = "QELMO Varnox Flasher.app"
 STEP_SECONDS = 900
 
 
-class Builder(NamedTuple):
-    folder: str
-    environment: dict[str, str]
-    umask: int
-    jobs: int
-    user: list[str]  # runs cpack in front of its command, as somebody else
-
-
+# Folder, variables, umask, jobs, and a command that runs cpack as somebody else.
 BUILDERS = [
-    Builder("one", {"LC_ALL": "C.UTF-8", "TZ": "UTC"}, 0o022, 2, []),
-    Builder("somewhere else/and deeper", {"LC_ALL": "C", "TZ": "Asia/Kathmandu", "GZIP": "-1"}, 0o077, 1,
-            ["unshare", "--user", "--map-user=1234", "--map-group=1234"]),
-]
+    ("one", {"LC_ALL": "C.UTF-8", "TZ": "UTC"}, 0o022, 2, []),
+    ("somewhere else/and deeper", {"LC_ALL": "C", "TZ": "Asia/Kathmandu", "GZIP": "-1"}, 0o077, 1,
+     ["unshare", "--user", "--map-user=1234", "--map-group=1234"])]
 
 
 def run(command: list[str], folder: Path, **settings) -> str:
@@ -43,18 +34,18 @@ def run(command: list[str], folder: Path, **settings) -> str:
     return done.stdout
 
 
-def built(builder: Builder, root: Path) -> Path:
-    source = root / builder.folder
+def built(root: Path, folder: str, variables: dict[str, str], umask: int, jobs: int, somebody: list[str]) -> Path:
+    source = root / folder
     # The files as they are here, with the commit that they belong to.
     run(["git", "clone", "-q", "--no-checkout", "--depth", "1", ROOT.as_uri(), source], root)
     copy_files(source)
-    environment = {**os.environ, **builder.environment, "HOME": str(source.parent)}
+    environment = {**os.environ, **variables, "HOME": str(source.parent)}
     environment.pop("SOURCE_DATE_EPOCH", None)
-    settings = {"env": environment, "umask": builder.umask}
-    run(["cmake", "-G", "Ninja", "-S", ".", "-B", "build", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
-         "-DQELMO_TESTS=OFF"], source, **settings)
-    run(["cmake", "--build", "build", "-j", str(builder.jobs)], source, **settings)
-    run([*builder.user, "cpack"], source / "build", **settings)
+    for command in (["cmake", "-G", "Ninja", "-S", ".", "-B", "build", "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                     "-DQELMO_TESTS=OFF"],
+                    ["cmake", "--build", "build", "-j", jobs],
+                    [*somebody, "cmake", "-E", "chdir", "build", "cpack"]):
+        run(command, source, env=environment, umask=umask)
     return source / "build"
 
 
@@ -70,7 +61,7 @@ class TwoFolders(unittest.TestCase):
     @classmethod
     def setUpClass(cls) -> None:
         root = Path(cls.enterClassContext(tempfile.TemporaryDirectory(prefix="qelmo-two-folders-")))
-        cls.one, cls.other = (results(built(builder, root)) for builder in BUILDERS)
+        cls.one, cls.other = (results(built(root, *builder)) for builder in BUILDERS)
 
     def test_hold_the_same_files_with_the_same_bytes(self) -> None:
         self.assertEqual(list(self.one), list(self.other))

@@ -208,9 +208,6 @@ class Packing(PackReleaseTest):
                 1, f"pack-release: the new release is in place, but: write standard output: {reason}\n"))
         self.assertEqual(self.verified_version(), "1")
 
-    def test_prints_its_usage_on_request(self) -> None:
-        self.assertIn("pack-release [OPTIONS]\n", run(PACK, "--help").stdout)
-
 
 class Refusing(PackReleaseTest):
     def setUp(self) -> None:
