@@ -247,8 +247,9 @@ class Refusing(PackReleaseTest):
     #     "not an application bundle, it has no Contents folder: …"
     def test_a_file_that_cannot_be_read_and_a_folder_that_is_no_bundle(self) -> None:
         command = self.command("2", GOOD)
-        for bundle in [self.root / "home", self.root / "nowhere", PACK]:
-            self.assert_refused(f"not an application bundle, it has no Contents folder: {bundle}",
+        for bundle in [self.root / "home", self.root / "no\nwhere", PACK]:
+            shown = str(bundle).replace("\n", "?")
+            self.assert_refused(f"not an application bundle, it has no Contents folder: {shown}",
                                 [*command[:2], bundle, *command[3:]])
         (self.resources / MANIFEST).unlink()
         (self.resources / MANIFEST).mkdir()
