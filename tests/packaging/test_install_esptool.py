@@ -14,6 +14,7 @@ import sys
 import tarfile
 import tempfile
 import unittest
+import zipfile
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
@@ -128,13 +129,14 @@ class InstallTest(unittest.TestCase):
 
 
 class GoodCopies(InstallTest):
-    def test_the_real_tool_is_put_in_place_unchanged_from_a_folder_and_from_an_archive(self) -> None:
+    def test_the_real_tool_is_put_in_place_unchanged_from_a_folder_and_from_archives(self) -> None:
         made = self.folder / "simulated"
         run(ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", made)
         source = (made / TOOL).parent
         (source / "package.json").unlink()
         write(source, {STUB: stub(4096)})
-        for copy in (source, source.parent, tar_of(self.folder / "e.tar.gz", source)):
+        zipped = Path(shutil.make_archive(str(self.folder / "e"), "zip", source))
+        for copy in (source, source.parent, tar_of(self.folder / "e.tar.gz", source), zipped):
             with self.subTest(copy=copy.name):
                 self.assert_installed("4.7.0", "--from", copy)
                 self.assertTrue(tree(self.target) == tree(source))
@@ -185,18 +187,21 @@ class BadCopies(InstallTest):
                 self.assert_refused(f"{self.source}: {fault}", DOWNLOAD, "--from", self.source)
 
     # fault: an archive that is cut off, is none, is far too large, or would write outside its folder
-    # seen: "it is damaged, or no .tar.gz", "it is far too large to be esptool",
+    # seen: "it is damaged, or no .zip, .tar.gz or .whl", "it is far too large to be esptool",
     #     "it holds a file for another place, …"
     def test_archives_are_refused_and_write_nothing_outside(self) -> None:
         outside, cut = self.folder / "outside", self.folder / "cut.tar.gz"
         packed = tar_of(cut, self.source).read_bytes()
         cut.write_bytes(packed[:len(packed) // 2])
+        with zipfile.ZipFile(self.folder / "c.zip", "w") as zipped:
+            zipped.writestr("../outside", "evil")
         for archive, fault in (
+                (self.folder / "c.zip", "it holds a file for another place, '../outside'"),
                 (tar_of(self.folder / "a.tar.gz", self.source, member(str(outside))),
                  f"it holds a file for another place, '{outside}'"),
                 (tar_of(self.folder / "b.tar.gz", self.source, member("esptool/../../../outside")),
                  "it holds a file for another place, 'esptool/../../../outside'"),
-                (cut, "it is damaged, or no .tar.gz"), (INSTALL, "it is damaged, or no .tar.gz"),
+                (cut, "it is damaged, or no .zip, .tar.gz or .whl"), (INSTALL, "it is damaged, or no .zip, .tar.gz or .whl"),
                 (tar_of(self.folder / "large.tar.gz", self.source, member("esptool/zeros", 65 << 20)),
                  "it is far too large to be esptool")):
             with self.subTest(archive.name):

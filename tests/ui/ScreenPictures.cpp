@@ -4,7 +4,9 @@
 #include <gtest/gtest-spi.h>
 
 #include <QApplication>
+#include <QComboBox>
 #include <QFileInfo>
+#include <QPushButton>
 #include <QScreen>
 #include <QWindow>
 #include <algorithm>
@@ -16,6 +18,7 @@
 #include "tests/ui/AlertAnswer.h"
 #include "tests/ui/WindowRows.h"
 #include "tests/ui/WindowTest.h"
+#include "ui/ActionButton.h"
 #include "ui/TextLabel.h"
 
 namespace qelmo {
@@ -34,6 +37,19 @@ constexpr int smallestFile = 0;
 /// A picture's text of this name is the version of Qt that drew the window.
 constexpr QLatin1String makerKey("Qt");
 
+/// A place in a control of this size where its ground is seen.
+QPoint besideText(const QSize& size) {
+    return {3, size.height() / 2};
+}
+
+/// The ground of a plain button that is enabled or not, in the colours of the application.
+std::string groundOfAButton(bool isEnabled, const QSize& size) {
+    QPushButton plain;
+    plain.resize(size);
+    plain.setEnabled(isEnabled);
+    return hex(plain.grab().toImage().pixelColor(plain.devicePixelRatio() * besideText(size)));
+}
+
 /// With what the window manager adds. The widget itself may keep to the frame that it had before the window
 /// manager gave it one.
 QRect frameOnScreen(const QWidget& view) {
@@ -42,6 +58,11 @@ QRect frameOnScreen(const QWidget& view) {
 
 QImage onScreen(const QRect& part) {
     return qGuiApp->primaryScreen()->grabWindow(0, part.x(), part.y(), part.width(), part.height()).toImage();
+}
+
+bool isCovered(const QWidget* view) {
+    const QWidget* const alert = QApplication::activeModalWidget();
+    return alert != nullptr && frameOnScreen(*alert).intersects({view->mapToGlobal(QPoint()), view->size()});
 }
 
 std::set<QRgb> coloursOf(const QImage& picture) {
@@ -82,15 +103,22 @@ protected:
         return value == nullptr ? "." : value;
     }
 
-    /// The window as it must be with this status. An alert may cover its middle.
+    /// The window as it must be with this status; what an alert covers is not looked at.
     void expectOnScreen(const std::string& status) const {
         expectRowsInPlace(*delegate);
         expectGroundsOnScreen(*delegate);
         expectShown(status);
         const TextLabel* const label = delegate->statusLabel;
-        const QImage shown = qelmo::onScreen(*delegate->window, frameOf(label));
-        EXPECT_TRUE(QApplication::activeModalWidget() != nullptr ||
-                    coloursOf(shown).contains(label->colour().rgb()));
+        EXPECT_TRUE(
+            isCovered(label) ||
+            coloursOf(qelmo::onScreen(*delegate->window, frameOf(label))).contains(label->colour().rgb()));
+        for (const QWidget* control : std::initializer_list<QWidget*>{
+                 delegate->portPopup, delegate->refreshButton, delegate->flashButton}) {
+            const QRect frame = frameOf(control);
+            if (isCovered(control)) continue;
+            EXPECT_EQ(colourOnScreen(*delegate->window, frame.topLeft() + besideText(frame.size())),
+                      groundOfAButton(control->isEnabled(), frame.size()));
+        }
     }
 
     /// What a view has drawn is not on the screen at once.
@@ -120,7 +148,18 @@ protected:
     AlertAction saveAlert(const std::string& name, const std::string& status) const {
         return [this, name, status](QMessageBox&) { save(name, status); };
     }
+
+    void waitForLog(const std::string& words) {
+        std::string log;
+        ASSERT_TRUE(waitUntil([&] { return (log += takeLog()).find(words) != std::string::npos; }));
+    }
 };
+
+TEST_F(ScreenPictures, Start) {
+    delegate->buildWindow();
+    delegate->window->show();
+    save("start", "STARTING");
+}
 
 TEST_F(ScreenPictures, Ready) {
     plugIn("cu.usbmodem101");
@@ -128,29 +167,66 @@ TEST_F(ScreenPictures, Ready) {
     save("ready", "READY");
 }
 
-TEST_F(ScreenPictures, RefusedRelease) {
+TEST_F(ScreenPictures, Ports) {
+    launch();
+    save("no-port", "WAITING FOR G0 BOOT PORT");
+    plugIn("cu.usbmodem101");
+    plugIn("cu.wchusbserial110");
+    pressRefresh();
+    save("choose-port", "CHOOSE CARDPUTER PORT");
+}
+
+TEST_F(ScreenPictures, ValidationFailed) {
     change("binary.path", R"("a-folder-with-a-very-long-name-that-somebody-chose/release-complete-of-a-)"
                           R"(very-special-build-that-does-not-exist-any-more.bin")");
     launch();
     save("validation-failed", "NOT READY");
 }
 
-TEST_F(ScreenPictures, Job) {
+TEST_F(ScreenPictures, FailedJob) {
     plugIn("cu.usbmodem101");
     const Fifo gate;
-    setTool(std::string(toolOutput) + "    if block == 9: open('" + gate.path() + "').read()");
+    setTool(std::string(toolOutput) + "    if block == 9: open('" + gate.path() + "').read(); sys.exit(2)");
     launch();
     {
         const AlertAnswer answer(inOrder(saveAlert("confirmation", "READY"), click("ERASE + FLASH")));
         pressFlash();
     }
-    std::string log;
-    ASSERT_TRUE(waitUntil([&] { return (log += takeLog()).find("(36 %)") != std::string::npos; }));
+    waitForLog("(36 %)");
     save("flashing", "FLASHING — DO NOT DISCONNECT");
+    gate.open();
+    ASSERT_TRUE(waitForEndOfJob());
+    settle();
+    save("failed", "FLASH FAILED");
+}
+
+TEST_F(ScreenPictures, CompleteJob) {
+    plugIn("cu.usbmodem101");
+    const Fifo gate;
+    setTool(std::string(toolOutput) +
+            "print('Hash of data verified.\\n\\nLeaving...\\nHard resetting via RTS pin...')\nopen('" +
+            gate.path() + "').read()");
+    launch();
+    startJob();
+    waitForLog("RTS pin...");
     const AlertAnswer done(inOrder(saveAlert("complete-alert", "FLASH COMPLETE"), click("Done")));
     gate.open();
     ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
     save("complete", "FLASH COMPLETE");
+}
+
+TEST_F(ScreenPictures, CouldNotStart) {
+    plugIn("cu.usbmodem101");
+    context.interpreter = "/usr/bin/python3.old";
+    replaceDelegate();
+    launch();
+    {
+        const AlertAnswer confirmation(click("ERASE + FLASH"));
+        const AlertAnswer error(
+            inOrder(saveAlert("could-not-start-alert", "FLASHER COULD NOT START"), click("OK")));
+        pressFlash();
+    }
+    save("could-not-start", "FLASHER COULD NOT START");
 }
 
 /// The largest difference of any channel of any cell: no glyph is compared, only the mean colours of cells of
