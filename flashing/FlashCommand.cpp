@@ -4,9 +4,10 @@
 
 namespace qelmo {
 
+constexpr std::string_view unbuffered = "PYTHONUNBUFFERED=";
+
 ToolCommand flashCommand(const LaunchContext& context, const FlasherResources& release,
                          const std::string& port) {
-    constexpr std::string_view unbuffered = "PYTHONUNBUFFERED=";
     std::vector<std::string> environment = context.environment;
     std::erase_if(environment, [](const std::string& entry) { return entry.starts_with(unbuffered); });
     environment.push_back(std::string(unbuffered) + "1");

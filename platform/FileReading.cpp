@@ -30,12 +30,12 @@ FileBytes populatedMemory(std::size_t sizeBytes) {
     constexpr std::size_t largePageBytes = std::size_t{2} << 20;
     const std::size_t largePages = sizeBytes / largePageBytes + 1;
     void* const start = std::aligned_alloc(largePageBytes, largePages * largePageBytes);
-    // Both are hints, which only Linux knows; otherwise pages come when they are first written.
-#ifdef MADV_HUGEPAGE
-    if (start != nullptr) (void)::madvise(start, sizeBytes, MADV_HUGEPAGE);
-#endif
-#ifdef MADV_POPULATE_WRITE
-    if (start != nullptr) (void)::madvise(start, sizeBytes, MADV_POPULATE_WRITE);
+#ifdef __linux__
+    // Both are hints; without them pages come when they are first written.
+    if (start != nullptr) {
+        (void)::madvise(start, sizeBytes, MADV_HUGEPAGE);
+        (void)::madvise(start, sizeBytes, MADV_POPULATE_WRITE);
+    }
 #endif
     return {{static_cast<std::byte*>(start), &std::free}, sizeBytes};
 }

@@ -26,7 +26,7 @@ std::string executablePath() {
     _NSGetExecutablePath(nullptr, &sizeBytes);
     std::string path(sizeBytes, '\0');
     _NSGetExecutablePath(path.data(), &sizeBytes);
-    path = path.c_str();
+    path.resize(path.find('\0'));
     const std::filesystem::path real = std::filesystem::canonical(path, error);
 #else
     const char* const path = "/proc/self/exe";
