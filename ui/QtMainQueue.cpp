@@ -2,18 +2,31 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEvent>
 #include <QTimer>
 #include <cstdlib>
 #include <utility>
 
 namespace qelmo {
 
-QtMainQueue::QtMainQueue() : turns_(std::make_unique<QTimer>()) {
-    // A timer, not an event: the loop paints and reads input before it looks at timers again.
-    turns_->setInterval(0);
-    turns_->setSingleShot(true);
-    QObject::connect(turns_.get(), &QTimer::timeout, turns_.get(), [this] { runTurn(); });
-}
+/// Gives the queue its turns of the event loop. An event, which any thread may post, begins; then it is a
+/// timer, because the loop paints and reads input before it looks at timers again.
+class QtMainQueue::Turns : public QTimer {
+public:
+    explicit Turns(QtMainQueue& queue) : queue_(queue) {
+        setInterval(0);
+        setSingleShot(true);
+        callOnTimeout([this] { queue_.runTurn(); });
+    }
+
+protected:
+    void customEvent(QEvent* /*event*/) override { queue_.runTurn(); }
+
+private:
+    QtMainQueue& queue_;
+};
+
+QtMainQueue::QtMainQueue() : turns_(std::make_unique<Turns>(*this)) {}
 
 QtMainQueue::~QtMainQueue() = default;
 
@@ -21,9 +34,7 @@ void QtMainQueue::post(Task task) {
     const MutexLock lock(mutex_);
     if (turns_ == nullptr) return;
     tasks_.push_back(std::move(task));
-    if (!std::exchange(turnIsDue_, true))
-        QMetaObject::invokeMethod(
-            turns_.get(), [this] { runTurn(); }, Qt::QueuedConnection);
+    if (!std::exchange(turnIsDue_, true)) QCoreApplication::postEvent(turns_.get(), new QEvent(QEvent::User));
 }
 
 void QtMainQueue::postAfter(std::chrono::milliseconds delay, Task task) {
@@ -33,7 +44,8 @@ void QtMainQueue::postAfter(std::chrono::milliseconds delay, Task task) {
 }
 
 void QtMainQueue::close() {
-    std::unique_ptr<QTimer> turns;
+    // Destroyed after the lock is released.
+    std::unique_ptr<Turns> turns;
     std::deque<Task> dropped;
     const MutexLock lock(mutex_);
     turns.swap(turns_);

@@ -7,8 +7,6 @@
 #include "platform/MainQueue.h"
 #include "platform/ThreadSafety.h"
 
-class QTimer;
-
 namespace qelmo {
 
 /// The main queue on Qt's event loop.
@@ -34,6 +32,8 @@ public:
     void rethrowFailure() const;
 
 private:
+    class Turns;
+
     bool takeNext(Task& task);
     void runTurn();
 
@@ -41,11 +41,8 @@ private:
     std::deque<Task> tasks_ GUARDED_BY(mutex_);
     bool turnIsDue_ GUARDED_BY(mutex_) = false;
 
-    // Gives the queue its turns of the event loop. The main thread's; other threads only post to it, under
-    // the mutex.
-    std::unique_ptr<QTimer> turns_;
-
-    // The main thread's.
+    // The main thread's; other threads only post to the first one, under the mutex.
+    std::unique_ptr<Turns> turns_;
     std::exception_ptr failure_;
 };
 
