@@ -193,7 +193,7 @@ class Esp32S3:
         return b""
 
     def _store(self, data: bytes) -> None:
-        due = self._fault.due_after(fault.DURING_A_WRITE, self._size)
+        due = self._fault.due_after(self._size)
         if due is not None and due <= self._written + len(data):
             before = due - self._written
             self._append(data[:before])
@@ -227,26 +227,15 @@ class Esp32S3:
     def _begin_read(self, body: bytes) -> bytes:
         address, size, self._block_size, _most_under_way = struct.unpack("<IIII", body)
         self._content, self._sent = self._cells[address:address + size], 0
-        wrong = self._fault.due_after((fault.WRONG_READING,), size)
-        if wrong is not None and self._fault.strikes(fault.WRONG_READING):
-            self._content[wrong] ^= 1
-        self._unplugged_after = self._fault.due_after((fault.UNPLUGGED_READING,), size)
         return b""
 
     def _send_read(self, received: int) -> Iterator[bytes]:
         """What may be sent now: blocks, of which only a few are under way, and in the end the digest of all."""
         content = self._content
         while self._sent < len(content) and self._sent - received < MOST_BLOCKS_UNDER_WAY * self._block_size:
-            self._stay_plugged_in()
             block = bytes(content[self._sent:self._sent + self._block_size])
             self._sent += len(block)
             yield block
         if received == len(content):
-            self._stay_plugged_in()
             self._content = None
             yield hashlib.md5(content).digest()
-
-    def _stay_plugged_in(self) -> None:
-        if self._unplugged_after is not None and self._sent >= self._unplugged_after:
-            self._fault.strikes(fault.UNPLUGGED_READING)
-            raise Unplugged

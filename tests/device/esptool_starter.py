@@ -1,10 +1,6 @@
 #!/usr/bin/python3
-"""Starts the esptool package beside this file, and gives it the modem lines that a pseudo-terminal lacks.
-
-esptool resets a chip through DTR and RTS.  On a pseudo-terminal the requests for them fail with ENOTTY; only
-there they are kept here instead, and every change is told to the other end in a SLIP packet of its own.  A
-real device never sees such a packet.
-"""
+"""Starts the esptool package beside this file, and gives it the modem lines that a pseudo-terminal lacks: where DTR and
+RTS fail with ENOTTY, they are kept here, and each change is told to the other end in a SLIP packet."""
 
 import errno
 import fcntl

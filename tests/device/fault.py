@@ -4,11 +4,9 @@ from typing import Callable, Optional
 
 NEVER_ANSWERS, OTHER_CHIP, GARBAGE, UNPLUGGED_ERASING = "never-answers", "other-chip", "garbage", "unplugged-erasing"
 UNPLUGGED, BIT_ERROR, STOPS_ANSWERING = "unplugged", "bit-error", "stops-answering"
-UNPLUGGED_READING, WRONG_READING = "unplugged-reading", "wrong-reading"
 
 AT_ONCE = (NEVER_ANSWERS, OTHER_CHIP, GARBAGE, UNPLUGGED_ERASING)
 DURING_A_WRITE = (UNPLUGGED, BIT_ERROR, STOPS_ANSWERING)
-AT_A_PERCENTAGE = (*DURING_A_WRITE, UNPLUGGED_READING, WRONG_READING)
 
 
 class Fault:
@@ -16,7 +14,7 @@ class Fault:
 
     def __init__(self, text: str) -> None:
         self._kind, _, percent = text.partition("@")
-        if text and self._kind not in AT_ONCE + AT_A_PERCENTAGE:
+        if text and self._kind not in AT_ONCE + DURING_A_WRITE:
             raise ValueError
         self._percent = int(percent or 50)
         self._struck = False
@@ -28,12 +26,12 @@ class Fault:
             return False
         if not self._struck:
             self._struck = True
-            self.log(f"fault {kind}" + f"@{self._percent}" * (kind in AT_A_PERCENTAGE))
+            self.log(f"fault {kind}" + f"@{self._percent}" * (kind in DURING_A_WRITE))
         return True
 
-    def due_after(self, kinds: tuple[str, ...], size: int) -> Optional[int]:
-        """How many of `size` bytes are written, or read, before one of these faults strikes, if it still will."""
-        if self._struck or self._kind not in kinds:
+    def due_after(self, size: int) -> Optional[int]:
+        """How many of `size` bytes are written before it strikes, if it still will."""
+        if self._struck or self._kind not in DURING_A_WRITE:
             return None
         due = -(-size * self._percent // 100)
         # A bit can only be wrong in a byte that is there.

@@ -21,8 +21,8 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--port", required=True, metavar="PATH", help="link to make, e.g. /dev/cu.usbmodem101")
     parser.add_argument("--flash-dump", required=True, metavar="FILE", help="the flash after every session")
     parser.add_argument("--fault", type=fault.Fault, default="", metavar="KIND[@PERCENT]",
-                        help=", ".join(fault.AT_ONCE + fault.AT_A_PERCENTAGE)
-                        + "; from unplugged on at a percentage of what is written or read (50)")
+                        help=", ".join(fault.AT_ONCE + fault.DURING_A_WRITE)
+                        + "; from unplugged on at a percentage of what is written (50)")
     parser.add_argument("--bytes-per-second", type=float, metavar="N", help="speed of the line from the host")
     parser.add_argument("--event-log", default="/dev/stdout", metavar="FILE", help="one line for each event")
     parser.add_argument("--initial-flash", type=argparse.FileType("rb"), metavar="FILE",

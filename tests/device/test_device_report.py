@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""device-report with the real flashing tool, against the simulated device."""
+"""device-report: one run with the real flashing tool and the simulated device, and each failure with a stand-in."""
 
 import ast
 import os
+import re
 import stat
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 from unittest import mock
@@ -21,48 +21,64 @@ from support.waiting import wait_until  # noqa: E402
 
 TOOLS = ROOT / "tools"
 sys.path.insert(0, str(TOOLS))
-from device_report import difference, privacy, report  # noqa: E402
-from device_report.flasher import Flasher  # noqa: E402
+from device_report import difference, privacy  # noqa: E402
 
 CONTENT = (bytes(range(251)) * (FLASH_SIZE // 251 + 1))[:FLASH_SIZE]
 
-AGAIN = "Type stop to end here: "
+AGAIN, WAITING, HANG_UP = "Type stop to end here: ", "waiting as ", "hang up"
 NO_BACKUP = "There is no backup.\n"
 NOTHING_WRITTEN = "Nothing was written to the device."
 NOT_THE_SAME = "THE DEVICE DOES NOT HOLD WHAT IT HELD BEFORE."
 THE_SAME = "The device holds what it held before."
-GIVE_UP = "give up"  # in the place of a fault
 READ, FLASH = "read the whole flash, time 1 of 2", "flash the release as the application does"
 STEPS = ["ask the chip", "ask for the kind of port", READ, "read the whole flash, time 2 of 2", FLASH,
          "read the flash back", "put the backup back", "read the restored flash"]
+
+# A tool whose device is a file beside it. What each read and write does is a word of a plan.
+STAND_IN = """
+import os, pathlib, signal, sys
+
+here, arguments = pathlib.Path(__file__).parent, sys.argv[1:]
+device, plan = here / "device", here / "plan"
+if arguments == ["version"]:
+    sys.exit(print("4.7.0"))
+if "flash_id" in arguments:
+    print("Detected flash size: 8MB")
+if not {"read_flash", "write_flash"} & set(arguments):
+    sys.exit()
+does, _, later = plan.read_text().partition(" ")
+plan.write_text(later)
+source, target = map(pathlib.Path, (device, arguments[-1]) if "read_flash" in arguments else (arguments[-1], device))
+content = bytearray(source.read_bytes())
+content[4711] ^= does != "good"
+target.write_bytes(content)
+if does == "fail":
+    sys.exit("A fatal error occurred: this is why")
+if does == "wait":
+    print("waiting as", os.getpid(), flush=True)
+    signal.pause()
+"""
 
 
 class ReportTest(DeviceTest):
     """Runs device-report in a terminal, with its output in a folder of the test's."""
 
-    def setUp(self):
-        super().setUp()
-        self.put_output_in("out put")  # a blank, so that the command to paste has to be quoted
-        self.environment = os.environ | {"HOME": str(home_with_the_tool()), "PYTHONDONTWRITEBYTECODE": "1"}
-        self.plugged_in = None
-
-    def put_output_in(self, name):
-        self.output = self.folder / name
+    def use(self, home, output):
+        self.environment = os.environ | {"PYTHONDONTWRITEBYTECODE": "1", "HOME": str(home)}
+        self.output = self.folder / output
         self.backup = self.output / "backup.bin"
+
+    def use_stand_in(self, plan="", output="out put"):
+        self.use(self.folder / "home", output)
+        folder = (self.folder / "home" / TOOL).parent
+        folder.mkdir(parents=True, exist_ok=True)
+        self.held = folder / "device"
+        self.held.write_bytes(CONTENT)
+        for name, text in (("esptool.py", STAND_IN), ("plan", f"{plan} good")):
+            (folder / name).write_text(text)
 
     def command(self, *arguments):
         return [TOOLS / "device-report", "--build", BUILD, "--bundle", BUNDLE, "--output", self.output, *arguments]
-
-    def plug_in(self, content, *options):
-        held = self.folder / "held"
-        held.write_bytes(content)
-        if self.plugged_in:
-            self.plugged_in.__exit__()
-        self.plugged_in = self.device("--initial-flash", held, *options)
-
-    def plug_in_again(self, *options):
-        self.plugged_in.__exit__()
-        self.plug_in(self.plugged_in.dump.read_bytes(), *options)
 
     def start(self, answer="yes\n"):
         terminal = Terminal(self.command(PORT), env=self.environment, cwd=self.folder)
@@ -74,48 +90,27 @@ class ReportTest(DeviceTest):
     def report(self):
         return (self.output / "report.txt").read_text()
 
-    def files(self):
-        return sorted(os.listdir(self.output))
-
-    def assert_device_holds_what_it_held(self):
-        events = self.plugged_in.event_lines
-        wait_until(lambda: events().count("closed") == events().count("opened"), "the end of the tool")
-        self.assertTrue(self.plugged_in.dump.read_bytes() == CONTENT, "the device does not hold what it held")
-
-    def assert_end(self, state, said):
-        """Said is what the device holds and, once there is a backup, a command that puts it back."""
-        self.assertIn(f"\n{state}\n", said)
-        if state == NOTHING_WRITTEN:
-            self.assertIn(NO_BACKUP, said)
-            self.assertEqual(self.files(), ["report.txt"])
-            self.assert_device_holds_what_it_held()
-            return
-        self.assertEqual(self.files(), ["backup.bin", "report.txt", "restore-command.txt"])
-        self.assertTrue(self.backup.read_bytes() == CONTENT)
-        command = (self.output / "restore-command.txt").read_text()
-        self.assertIn(f"The backup is {self.backup}. This command puts it back:\n\n{command}", said)
-        result = run("bash", "-c", command, env=self.environment)
-        self.assertEqual(result.returncode, 0, result.stdout)
-        self.assert_device_holds_what_it_held()
-
 
 class WholeRun(ReportTest):
-    # fault: the device is unplugged during each of the four steps after the backup, and plugged in again
-    # seen: "Type stop to end here:"
-    def test_leaves_the_device_as_it_was_though_it_is_unplugged_at_every_step(self):
-        self.plug_in(CONTENT, "--fault", "unplugged@30")
-        terminal, starts_firmware = self.start(), []
-        for fault in ("unplugged-reading@5", "unplugged@60", "unplugged-reading@1", ""):
-            terminal.wait_for(f"The backup is safe: {self.backup}\n")
-            terminal.wait_for(AGAIN)
-            starts_firmware.append("reset" in self.plugged_in.event_lines())
-            self.plug_in_again("--fault", fault)
-            terminal.type("\n")
-        self.assertEqual(starts_firmware, [False, True, False, False], "after the flash only, and not before a read")
+    def plug_in(self, content, *options):
+        held = self.folder / "held"
+        held.write_bytes(content)
+        return self.device("--initial-flash", held, *options)
+
+    def test_leaves_the_device_as_it_was_with_the_real_tool_though_it_is_unplugged_once(self):
+        self.use(home_with_the_tool(), "out put")
+        plugged_in, terminal = self.plug_in(CONTENT, "--fault", "unplugged@30"), self.start()
+        terminal.wait_for(f"The backup is safe: {self.backup}\n")
+        terminal.wait_for(AGAIN)
+        plugged_in.__exit__()
+        plugged_in = self.plug_in(plugged_in.dump.read_bytes())
+        terminal.type("\n")
         self.assertEqual(terminal.status(), 0, terminal.text)
+        self.assertIn(f"\n{THE_SAME}\n", terminal.text)
+        wait_until(lambda: plugged_in.event_lines()[-2:] == ["reset", "closed"], "the end of the tool")
+        self.assertEqual(plugged_in.event_lines().count("reset"), 2, "after the flash and at the end")
+        self.assertTrue(plugged_in.dump.read_bytes() == CONTENT == self.backup.read_bytes())
         self.assertEqual([stat.S_IMODE(path.stat().st_mode) for path in (self.backup, self.output)], [0o400, 0o700])
-        self.assert_device_holds_what_it_held()
-        self.assert_end(THE_SAME, terminal.text)
         self.assert_report_is_whole_and_impersonal(self.report())
 
     def assert_report_is_whole_and_impersonal(self, text):
@@ -130,90 +125,80 @@ class WholeRun(ReportTest):
             self.assertRegex(text, f"(?m)^{line}$")
         for title in STEPS:
             self.assertRegex(text, rf"(?m)^ *\d+\.\d s  {title}: done$")
-        self.assertEqual(text.count(": failed with status 1\n"), 4)
         self.assertNotRegex(text, r"(?i)\x08|f4.?12.?5e.?00.?01.?01")
         self.assertNotIn(self.environment["HOME"], text)
 
 
-class Failure(ReportTest):
-    def rows(self):
-        """Faults, a new device for each; what the device holds in the end, and other words about it."""
-        yield ["unplugged-reading@5"], NOTHING_WRITTEN, f"could not {READ}: "
-        yield ["wrong-reading@50"], NOTHING_WRITTEN, "the two reads of the flash differ, so there is no backup"
-        yield ["unplugged@30", GIVE_UP], NOT_THE_SAME, f"could not {FLASH}: "
-        yield (["unplugged@30", "wrong-reading@50"], THE_SAME,
-               "the flashed device did not hold the image; the backup was put back")
-        yield (["unplugged@30", "unplugged-reading@5", "unplugged@60", "wrong-reading@50"], NOT_THE_SAME,
-               "the restored flash differs from the backup")
-
-    # fault: the device is unplugged before the backup is complete, or afterwards, and the user gives up; the two reads of
-    #     the flash differ; the flashed device does not hold the image, or not the backup after it was put back
-    # seen: "the two reads of the flash differ, so there is no backup", "the flashed device did not hold the
-    #     image; the backup was put back", "the restored flash differs from the backup", "Nothing was written to the
-    #     device."
-    def test_is_said_with_what_the_device_holds(self):
-        for number, (faults, state, words) in enumerate(self.rows()):
-            with self.subTest(words):
-                self.put_output_in(f"out put {number}")
-                self.plug_in(CONTENT, "--fault", faults[0])
-                terminal = self.start()
-                for fault in faults[1:]:
-                    terminal.wait_for(AGAIN)
-                    self.plug_in_again("--fault", fault.replace(GIVE_UP, ""))
-                    terminal.type("stop\n" if fault == GIVE_UP else "\n")
-                self.assertEqual(terminal.status(), 1, terminal.text)
-                self.assertIn(f"\ndevice-report: {words}", terminal.text)
-                self.assert_end(state, terminal.text)
-
-
-class Stop(ReportTest):
-    # fault: the user presses Ctrl+C while the flash is read, or the terminal's window is closed while it is written
-    # seen: "interrupted by …"
-    def test_ends_the_tool_and_says_what_the_device_holds(self):
-        self.plug_in(CONTENT, "--bytes-per-second", 400000)
-        terminal = self.start()
-        terminal.wait_for(f"==> {READ}\n")
-        terminal.type("\x03")
-        self.assertEqual(terminal.status(), 130, terminal.text)
-        self.assertIn(f"interrupted by SIGINT (step: {READ})\n", terminal.text)
-        self.assert_end(NOTHING_WRITTEN, terminal.text)
-
-        self.put_output_in("out put 2")
-        terminal = self.start()
-        terminal.wait_for(f"==> {FLASH}\n")
-        self.plugged_in.wait_for("write 10%")
-        terminal.hang_up()
-        self.assertEqual(terminal.status(), 129)
-        self.assertIn(f"interrupted by SIGHUP (step: {FLASH})\n", self.report())
-        self.assert_end(NOT_THE_SAME, self.report().replace("~", self.environment["HOME"]))
-
-
-class Refusal(ReportTest):
+class WithAStandIn(ReportTest):
     def setUp(self):
         super().setUp()
         os.symlink("null", PORT)
         self.addCleanup(os.unlink, PORT)
+        self.use_stand_in()
 
+
+class Failure(WithAStandIn):
+    def assert_end(self, state, said):
+        """Said is what the device holds and, once there is a backup, a command that puts it back."""
+        self.assertIn(f"\n{state}\n", said)
+        if state == NOTHING_WRITTEN:
+            self.assertIn(NO_BACKUP, said)
+            self.assertEqual(os.listdir(self.output), ["report.txt"])
+        else:
+            self.assertEqual(sorted(os.listdir(self.output)), ["backup.bin", "report.txt", "restore-command.txt"])
+            self.assertTrue(self.backup.read_bytes() == CONTENT)
+            command = (self.output / "restore-command.txt").read_text()
+            self.assertIn(f"The backup is {self.backup}. This command puts it back:\n\n{command}", said)
+            self.assertEqual(run("bash", "-c", command, env=self.environment).returncode, 0)
+        self.assertTrue(self.held.read_bytes() == CONTENT, "the device does not hold what it held")
+
+    # fault: the device is unplugged in a step, and the user tries again or gives up; what is read differs from what was
+    #     read or written before; the user presses Ctrl+C, or the terminal's window is closed
+    # seen: "Type stop to end here:", "Nothing was written to the device.", "interrupted by …"
+    def test_is_said_with_what_the_device_holds(self):
+        for number, (plan, reactions, status, words, state) in enumerate((
+                ("fail", [], 1, f"could not {READ}: A fatal error occurred: this is why", NOTHING_WRITTEN),
+                ("good wrong", [], 1, "the two reads of the flash differ, so there is no backup", NOTHING_WRITTEN),
+                ("good good fail", [(AGAIN, "stop\n")], 1, f"could not {FLASH}: ", NOT_THE_SAME),
+                ("good good fail good fail wrong fail good good", [(AGAIN, "\n")] * 3, 1,
+                 "the flashed device did not hold the image; the backup was put back", THE_SAME),
+                ("good good good good good wrong", [], 1, "the restored flash differs from the backup", NOT_THE_SAME),
+                ("wait", [(WAITING, "\x03")], 130, f"interrupted by SIGINT (step: {READ})\n", NOTHING_WRITTEN),
+                ("good good wait", [(WAITING, HANG_UP)], 129, f"interrupted by SIGHUP (step: {FLASH})\n",
+                 NOT_THE_SAME))):
+            with self.subTest(words):
+                self.use_stand_in(plan, f"out put {number}")
+                terminal = self.start()
+                for prompt, answer in reactions:
+                    terminal.wait_for(prompt)
+                    terminal.hang_up() if answer == HANG_UP else terminal.type(answer)
+                self.assertEqual(terminal.status(), status, terminal.text)
+                self.assertIn(f"\nresult: {words}", self.report())
+                if (WAITING, HANG_UP) not in reactions:
+                    self.assertIn(f"\ndevice-report: {words}", terminal.text)
+                self.assert_end(state, self.report().replace("~", self.environment["HOME"]))
+                for tool in re.findall(r"waiting as (\d+)", self.report()):
+                    self.assertFalse(os.path.exists(f"/proc/{tool}"), "the tool")
+
+
+class Refusal(WithAStandIn):
     def test_is_every_answer_but_yes(self):
-        for answer, status in (("no\n", 1), ("yesterday\n", 1), ("\x03", 130)):
-            with self.subTest(answer):
-                terminal = self.start(answer)
-                self.assertEqual(terminal.status(), status)
-                self.assertTrue(terminal.text.endswith("Nothing was done.\n"), terminal.text)
-                for words in (str(PORT), str(self.output), "Sample, not firmware 0.0.0-sample", "puts the backup back"):
-                    self.assertIn(words, terminal.text)
-                self.assertFalse(self.output.exists())
+        for answer, status in (("yesterday\n", 1), ("\x03", 130)):
+            terminal = self.start(answer)
+            self.assertEqual(terminal.status(), status)
+            self.assertTrue(terminal.text.endswith("Nothing was done.\n"), terminal.text)
+            for words in (str(PORT), str(self.output), "Sample, not firmware 0.0.0-sample", "puts the backup back"):
+                self.assertIn(words, terminal.text)
+            self.assertFalse(self.output.exists())
 
-    # fault: the arguments are wrong, the port is missing or none of a Cardputer, there is no terminal, program or place
-    #     to write, the release in the bundle is damaged, the tool is a version 5, or an earlier backup is in the folder
-    # seen: "The embedded flash manifest is missing.", "the flashing tool is needed in a version 4.x, not …",
-    #     "device-report: … is there already, and no older backup is ever touched"
+    # fault: an argument, the release, the tool or a folder is not as it has to be
+    # seen: "The embedded flash manifest is missing.", "the flashing tool is needed in a version 4.x, not …"
     def test_is_one_line_before_the_device_is_touched(self):
-        older, tool = self.folder / "older", self.folder / "home" / TOOL
+        older, tool = self.folder / "older", self.folder / "other" / TOOL
         for folder in (older, tool.parent):
             folder.mkdir(parents=True)
         tool.write_text("print('5.1.0')")
-        other_tool = self.environment | {"HOME": str(self.folder / "home")}
+        other_tool = self.environment | {"HOME": str(self.folder / "other")}
         usage = "usage: device-report [--build FOLDER] [--bundle APP] [--output FOLDER] PORT"
         for line, arguments, options in (
                 (usage, [], {}), (usage, ["--surprise", PORT], {}),
@@ -234,7 +219,9 @@ class Refusal(ReportTest):
 
 
 class Pure(unittest.TestCase):
-    """What needs no terminal and no tool."""
+    def test_script_is_understood_by_the_interpreter_of_macos(self):
+        for file in [TOOLS / "device-report", TOOLS / "whole_file.py", *(TOOLS / "device_report").glob("*.py")]:
+            ast.parse(file.read_text(), feature_version=(3, 9))
 
     def test_difference_is_explained_in_the_releases_data_but_not_in_its_program_or_the_backup(self):
         image = SAMPLE_IMAGE.read_bytes()
@@ -256,28 +243,13 @@ class Pure(unittest.TestCase):
             f'  0x410000 to 0x410000, 1 byte, now {image[0x410000] ^ 255:02x}: the data partition "assets"'])
         digest = difference.loader_digest(image)
         self.assertTrue(difference.compare_with_release(image, changed(digest.start, digest.end - 1)).is_explained)
-        self.assertFalse(difference.compare_with_release(image, changed(digest.end)).is_explained)
-        self.assertFalse(difference.compare_with_release(image, changed(0x9000, 0x10000)).is_explained)
+        for place in (digest.end, 0x10000):
+            self.assertFalse(difference.compare_with_release(image, changed(0x9000, place)).is_explained)
         self.assertFalse(difference.compare(image, changed(2)).is_explained)
         compared = difference.compare(image, changed(*range(0, 4000, 100)))
         self.assertEqual((compared.lines[0], len(compared.lines), compared.lines[-1]),
                          ("DIFFERENT in 40 places:", 22, "  and 20 more"))
         self.assertEqual(difference.differing_ranges(b"abc", b"ab"), [(2, 3)])
-
-    def test_rest_of_the_flash_is_expected_erased_or_as_it_was(self):
-        with tempfile.NamedTemporaryFile() as image:
-            image.write(b"\xe9" * 5000)
-            image.flush()
-            for erase, rest in (("yes", b"\xff" * (FLASH_SIZE - 8192)), ("no", CONTENT[8192:])):
-                flasher = Flasher(Path(), Path(), str(PORT), {"image": image.name, "erase": erase})
-                self.assertTrue(flasher.expected_after_flash(CONTENT) == b"\xe9" * 5000 + b"\xff" * 3192 + rest)
-
-    def test_usb_device_is_told_without_its_serial_number(self):
-        listing = ("/dev/ttyS0          \n    desc: n/a\n    hwid: n/a\n"
-                   "/dev/ttyACM0        \n    desc: USB JTAG/serial debug unit\n"
-                   "    hwid: USB VID:PID=303A:1001 SER=F4:12:FA:5E:01:0B LOCATION=1-2:1.0\n")
-        self.assertEqual(report.usb_facts(listing, "/dev/ttyACM0"), "303A:1001, USB JTAG/serial debug unit")
-        self.assertIsNone(report.usb_facts(listing, "/dev/ttyS0"))
 
     def test_report_hides_addresses_in_every_spelling_and_the_user(self):
         with mock.patch.dict(os.environ, HOME="/home/jane", LOGNAME="jane"):
@@ -286,10 +258,6 @@ class Pure(unittest.TestCase):
                                       "/dev/cu.usbmodemF412FA5E010C1 4.7.0 0x3fcef14c /home/jane/x jane janet"),
                 "MAC: xx:xx:xx:xx:xx:xx usb-xx:xx:xx:xx:xx:xx-if00 serial=xxxxxxxxxxxx "
                 "/dev/cu.usbmodemxxxxxxxxxxxx1 4.7.0 0x3fcef14c ~/x USER janet")
-
-    def test_script_is_understood_by_the_interpreter_of_macos(self):
-        for file in [TOOLS / "device-report", TOOLS / "whole_file.py", *(TOOLS / "device_report").glob("*.py")]:
-            ast.parse(file.read_text(), feature_version=(3, 9))
 
 
 if __name__ == "__main__":
