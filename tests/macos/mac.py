@@ -1,7 +1,4 @@
-"""A folder that stands for a whole Mac, with a stand-in for each program that BUILD-FULL-MAC.command asks.
-
-The scripts see nothing of this machine but the plain tools that every macOS has too.
-"""
+"""A folder that stands for a whole Mac: stand-ins for what BUILD-FULL-MAC.command asks, and plain tools of macOS."""
 
 from __future__ import annotations
 
@@ -100,7 +97,7 @@ cp -R "$DEPLOYED"/. "$1/Contents" """,
     "xattr": "",
     "mv": """
 case "$FAILING $1 $2" in
-    'new '*/arriving | 'old '*/previous | 'in '*'/arriving '*.app | 'in, and back '*.app)
+    'new '*/arriving | 'in '*'/arriving '*.app | 'in, and back '*.app)
         echo 'mv: No space left on device'; exit 1 ;;
 esac
 "${0%/*}/../plain/mv" "$@" || exit
@@ -122,8 +119,6 @@ def executable(path: Path, text: str) -> None:
 
 
 class Mac:
-    """Fixed places, Homebrew, a home, and a checkout below blanks."""
-
     def __init__(self, folder: Path) -> None:
         self.folder = folder
         self.checkout, self.system = folder / "my own checkout", folder / "system root"

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import plistlib
 import struct
 from pathlib import Path
 from typing import Sequence
@@ -62,10 +61,7 @@ def write_framework(frameworks: Path, module: str, *needs: str) -> None:
     """Found by a run path, so that it still calls itself by its place in Homebrew."""
     write(frameworks / in_framework(module),
           mach_o(name=f"{HOMEBREW}/{in_framework(module)}", needs=needs, run_paths=["@loader_path/../../.."]))
-    folder = frameworks / f"{module}.framework"
-    write(folder / "Versions/A/Resources/Info.plist", plistlib.dumps({"CFBundleName": module}))
-    (folder / "Versions/Current").symlink_to("A")
-    (folder / module).symlink_to(f"Versions/Current/{module}")
+    (frameworks / f"{module}.framework/{module}").symlink_to(f"Versions/A/{module}")
 
 
 def write_deployed_qt(contents: Path) -> None:

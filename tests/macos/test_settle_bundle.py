@@ -75,7 +75,6 @@ class SettleBundle(unittest.TestCase):
                 (self.core, "@executable_path/../Frameworks/libz.dylib", [], False),
                 (self.core, "@rpath/libz.dylib", ["@executable_path/../../.."], True),
                 # The loader takes the first run path that has the library.
-                (self.core, "@rpath/libz.dylib", [outside, inside], True),
                 (self.core, "@rpath/libz.dylib", ["/none", outside, inside], True)):
             with self.subTest(file.name, reference=reference, run_paths=run_paths):
                 self.furnish()
@@ -103,23 +102,19 @@ class SettleBundle(unittest.TestCase):
 
     def test_asks_for_the_newest_system_that_a_file_which_stays_asks_for_and_never_less_than_before(self) -> None:
         leaves = self.plugins / "imageformats/libqsvg.dylib"
-        for file, minimum, before, after in ((leaves, "26.0", "15", "15"), (leaves, "26.0", "9.0", "14.0"),
-                                             (self.style, "26.0.1", "13.0", "26.0.1")):
-            with self.subTest(before=before, after=after):
-                self.furnish()
-                write(file, mach_o(minimum=minimum))
-                values = {"CFBundleName": "Ours", "LSMinimumSystemVersion": before}
-                self.property_list.write_bytes(plistlib.dumps(values))
-                self.assert_said(WHOLE.replace("14.0", after))
-                self.assertEqual(plistlib.loads(self.property_list.read_bytes()),
-                                 {**values, "LSMinimumSystemVersion": after})
+        for file, before, after in ((leaves, "15", "15"), (leaves, "9.0", "14.0"), (self.style, "13.0", "26.0.1")):
+            self.furnish()
+            write(file, mach_o(minimum="26.0.1"))
+            ours = {"CFBundleName": "Ours"}
+            self.property_list.write_bytes(plistlib.dumps({**ours, "LSMinimumSystemVersion": before}))
+            self.assert_said(WHOLE.replace("14.0", after))
+            self.assertEqual(plistlib.loads(self.property_list.read_bytes()), {**ours, "LSMinimumSystemVersion": after})
 
     def test_a_damaged_bundle_is_refused(self) -> None:
         self.property_list.unlink()
         self.assert_refused(r"\[Errno 2\] No such file or directory: '.*/Info.plist'")
         whole = self.core.read_bytes()
         for raw, reason in ((whole[:60], "a load command is longer than the file"),
-                            (whole[:16] + b"\xff" + whole[17:], "its header is damaged: .*"),
                             (mach_o(platform=2), "it is not for macOS")):
             write(self.core, raw)
             self.assert_refused(f".*/QtCore: {reason}")
