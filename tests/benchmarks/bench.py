@@ -1,8 +1,4 @@
-"""Measures the built application in one run, each figure beside a reference of the same run.
-
-The measured thing and its reference take turns, so that a machine that gets slower meanwhile slows both. Runs with a
-/dev and a display of its own.
-"""
+"""Measures the built application, each figure beside a reference of the same run; both take turns."""
 
 from __future__ import annotations
 

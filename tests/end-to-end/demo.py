@@ -17,8 +17,6 @@ from support.flasher_window import FlasherWindow  # noqa: E402
 from support.real_tool import home_with_the_tool  # noqa: E402
 from support.waiting import wait_until  # noqa: E402
 
-# Slow enough to watch, fast enough for a coffee-free run.
-LINE_BYTES_PER_SECOND = "120000"
 RESULTS = BUILD / "demo"
 
 
@@ -71,7 +69,7 @@ def main() -> int:
         say("Headless self-test")
         subprocess.run([BUNDLE / PROGRAM, "--self-test"], check=True, env=dict(os.environ, HOME=str(home)))
         say("A simulated Cardputer ADV in boot mode, and the window")
-        with SimulatedDevice(Path(folder), "--bytes-per-second", LINE_BYTES_PER_SECOND) as device, \
+        with SimulatedDevice(Path(folder), "--bytes-per-second", "120000") as device, \
                 FlasherWindow(BUNDLE / PROGRAM, home, RESULTS / "streams.txt") as window:
             if interactive:
                 flash_by_person(window, device)

@@ -49,12 +49,9 @@ class SessionTest(unittest.TestCase):
         window.answer(CONFIRM, press)
         wait_until(lambda: window.log().count(start) > jobs, "the start line")
 
-    def expect_end(self, window, status: str) -> None:
-        wait_until(lambda: window.status() in (COMPLETE, FAILED), "the end of the job")
-        self.assertEqual(window.status(), status, window.log())
-
     def expect_complete(self, window, device, press: Callable[[str], None] | None = None) -> None:
-        self.expect_end(window, COMPLETE)
+        wait_until(lambda: window.status() in (COMPLETE, FAILED), "the end of the job")
+        self.assertEqual(window.status(), COMPLETE, window.log())
         self.expect_alert(window, "QELMO Varnox is installed", "0.0.0-sample was written and verified. If the "
                           "Cardputer remains in boot mode, power-cycle it normally without holding G0.")
         window.answer("Done", press)
@@ -63,17 +60,11 @@ class SessionTest(unittest.TestCase):
         self.assertTrue(device.holds(IMAGE), "the device's flash is the image, byte for byte")
 
     def expect_failed(self, window, last_words: str) -> None:
-        self.expect_end(window, FAILED)
+        wait_until(lambda: window.status() in (COMPLETE, FAILED), "the end of the job")
         wait_until(lambda: window.log().endswith(FAILED_LINE), "the failure line")
         self.assertIn(last_words, window.log().rpartition(START)[2])
         self.assertNotIn(COMPLETE_LINE, window.log())
         self.assertEqual(window.alert_texts(), [])
-        self.assert_controls_are_back(window)
-
-    def expect_stopped(self, window, message: str, status: str) -> None:
-        self.expect_alert(window, "QELMO Flasher stopped", message)
-        window.answer("OK")
-        self.assertEqual(window.status(), status)
         self.assert_controls_are_back(window)
 
     def expect_alert(self, window, *texts: str) -> None:

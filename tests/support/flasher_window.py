@@ -1,4 +1,4 @@
-"""The application's real window, seen through the desktop's accessibility bus and used with a real pointer."""
+"""The application's real window, seen through the accessibility bus and used with a real pointer."""
 
 from __future__ import annotations
 
@@ -46,8 +46,7 @@ class FlasherWindow:
         return self
 
     def __exit__(self, *_: object) -> None:
-        if self.process.poll() is None:
-            self.process.kill()
+        self.process.kill()
         self.process.wait()
 
     # What a person sees ----
@@ -56,20 +55,22 @@ class FlasherWindow:
         return next(label.get_name() for label in self._all("label") if label.get_description() == "Status")
 
     def log(self) -> str:
-        views = self._all(role="text", name="Log")
+        views = self._all("text", "Log")
         return Atspi.Text.get_text(views[0], 0, -1) if views else ""
 
     def wait_for_log(self, words: str) -> None:
         wait_until(lambda: words in self.log(), f"{words!r} in the log")
 
     def selected_port(self) -> str:
-        return Atspi.Accessible.get_name(self._only(role="combo box"))
+        [combo_box] = self._all("combo box")
+        return combo_box.get_name()
 
     def is_enabled(self, role: str, name: str | None = None) -> bool:
-        return self._only(role, name).get_state_set().contains(Atspi.StateType.ENABLED)
+        [found] = self._all(role, name)
+        return found.get_state_set().contains(Atspi.StateType.ENABLED)
 
     def flash_button(self) -> str:
-        names = [button.get_name() for button in self._all(role="push button")]
+        names = [button.get_name() for button in self._all("push button")]
         return next(name for name in names if name.startswith("FLASH VERIFIED") or name == "VALIDATING RELEASE")
 
     def wait_for_end_of_program(self, seconds: float = LIMIT_SECONDS) -> int:
@@ -134,8 +135,7 @@ class FlasherWindow:
                                  f"{self.output.read_text(errors='replace')}")
         return None
 
-    def _all(self, role: str, name: str | None = None,
-             root: Atspi.Accessible | None = None) -> list[Atspi.Accessible]:
+    def _all(self, role: str, name: str | None = None, root: Atspi.Accessible | None = None) -> list[Atspi.Accessible]:
         found, items = [], [root or self._application()]
         while items:
             with contextlib.suppress(GLib.Error):  # it went away while we looked
@@ -144,10 +144,6 @@ class FlasherWindow:
                     if role_of(item) == role and name in (None, item.get_name()):
                         found.append(item)
                     items += [item.get_child_at_index(index) for index in reversed(range(item.get_child_count()))]
-        return found
-
-    def _only(self, role: str, name: str | None = None) -> Atspi.Accessible:
-        (found,) = self._all(role, name)
         return found
 
     def _place_at_rest(self, title: str) -> Atspi.Rect | None:

@@ -1,7 +1,6 @@
-"""The sentences that docs/troubleshooting.md quotes.
+"""The sentences that docs/troubleshooting.md quotes, one a line of a block; the line above names who says them.
 
-Each line of a fenced block is one sentence, the line above the block names the speaker, and "…" replaces text that
-varies. "(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" is every supported one.
+"(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" is every supported one.
 """
 
 from __future__ import annotations
