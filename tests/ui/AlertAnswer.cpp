@@ -17,31 +17,26 @@ namespace {
 
 constexpr const char* takenProperty = "takenByAnAnswer";
 
-std::string titleOf(const QAbstractButton* button) {
-    return button == nullptr ? "" : button->text().toStdString();
-}
-
 }  // namespace
 
-ShownAlert shownAlert(const QMessageBox& box) {
-    ShownAlert alert{box.text().toStdString(),
-                     box.informativeText().toStdString(),
-                     box.icon(),
-                     {},
-                     titleOf(box.defaultButton()),
-                     titleOf(qobject_cast<QAbstractButton*>(box.focusWidget()))};
+Alert shownAlert(const QMessageBox& box) {
+    const bool isCritical = box.icon() == QMessageBox::Critical;
+    Alert alert{isCritical ? Alert::Style::critical : Alert::Style::informational,
+                box.text().toStdString(),
+                box.informativeText().toStdString(),
+                {}};
     QList<QAbstractButton*> buttons = box.buttons();
     std::sort(buttons.begin(), buttons.end(), [](QAbstractButton* one, QAbstractButton* other) {
         return one->mapToGlobal(QPoint()).x() < other->mapToGlobal(QPoint()).x();
     });
-    for (const auto* button : buttons) alert.buttons.push_back(titleOf(button));
+    for (const auto* button : buttons) alert.buttons.push_back(button->text().toStdString());
     return alert;
 }
 
 AlertAction click(const std::string& buttonTitle) {
     return [buttonTitle](QMessageBox& box) {
         for (auto* button : box.buttons())
-            if (titleOf(button) == buttonTitle) return QTest::mouseClick(button, Qt::LeftButton);
+            if (button->text().toStdString() == buttonTitle) return QTest::mouseClick(button, Qt::LeftButton);
         ADD_FAILURE() << "The alert has no button " << buttonTitle;
         box.reject();
     };
@@ -53,10 +48,6 @@ AlertAction pressKey(Qt::Key key) {
 
 AlertAction closeAlert() {
     return [](QMessageBox& box) { box.close(); };
-}
-
-AlertAction endWithoutAnswer() {
-    return [](QMessageBox& box) { box.done(0); };
 }
 
 AlertAction inOrder(AlertAction first, AlertAction second) {

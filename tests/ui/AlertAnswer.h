@@ -6,21 +6,13 @@
 #include <deque>
 #include <functional>
 #include <string>
-#include <vector>
+
+#include "ui/Alert.h"
 
 namespace qelmo {
 
-/// What an alert shows to its reader.
-struct ShownAlert {
-    std::string messageText;
-    std::string informativeText;
-    QMessageBox::Icon icon = QMessageBox::NoIcon;
-    std::vector<std::string> buttons;  ///< from left to right on the screen
-    std::string defaultButton;
-    std::string focusedButton;
-};
-
-[[nodiscard]] ShownAlert shownAlert(const QMessageBox& box);
+/// What an alert shows to its reader, the buttons from left to right on the screen.
+[[nodiscard]] Alert shownAlert(const QMessageBox& box);
 
 /// Something that a test does with an open alert. It must lead to the alert's end.
 using AlertAction = std::function<void(QMessageBox& box)>;
@@ -29,8 +21,6 @@ using AlertAction = std::function<void(QMessageBox& box)>;
 [[nodiscard]] AlertAction click(const std::string& buttonTitle);
 [[nodiscard]] AlertAction pressKey(Qt::Key key);
 [[nodiscard]] AlertAction closeAlert();
-/// The alert ends without an answer, as when the toolkit ends it.
-[[nodiscard]] AlertAction endWithoutAnswer();
 [[nodiscard]] AlertAction inOrder(AlertAction first, AlertAction second);
 
 /// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. It is
@@ -42,9 +32,8 @@ public:
     AlertAnswer& operator=(const AlertAnswer&) = delete;
     ~AlertAnswer();
 
-    [[nodiscard]] bool wasShown() const { return wasShown_; }
     [[nodiscard]] bool hasEnded() const;
-    [[nodiscard]] const ShownAlert& alert() const { return alert_; }
+    [[nodiscard]] const Alert& alert() const { return alert_; }
 
     /// The open alert that no answer has taken yet, or null.
     [[nodiscard]] static QMessageBox* unanswered();
@@ -60,7 +49,7 @@ private:
     QTimer timer_;
     QPointer<QMessageBox> box_;
     bool wasShown_ = false;
-    ShownAlert alert_;
+    Alert alert_{};
 };
 
 }  // namespace qelmo

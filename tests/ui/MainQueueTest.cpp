@@ -36,23 +36,19 @@ protected:
 TEST_F(MainQueueOfQt, RunsTasksOnTheMainThreadInTheOrderOfTheirPosting) {
     std::thread::id runner;
     queue.post([this] {
-        queue.post(note(5));
+        queue.post(note(3));
         ran.push_back(1);
     });
     std::thread([&] {
-        queue.post(note(2));
         queue.post([&runner, this] {
             runner = std::this_thread::get_id();
-            ran.push_back(3);
+            ran.push_back(2);
         });
     }).join();
-    queue.post(note(4));
     EXPECT_TRUE(ran.empty());
-    EXPECT_TRUE(waitFor(5));
-    EXPECT_THAT(ran, ElementsAre(1, 2, 3, 4, 5));
+    EXPECT_TRUE(waitFor(3));
+    EXPECT_THAT(ran, ElementsAre(1, 2, 3));
     EXPECT_EQ(runner, std::this_thread::get_id());
-    queue.post(note(6));
-    EXPECT_TRUE(waitFor(6));
 }
 
 TEST_F(MainQueueOfQt, LetsTimersInBetweenAFloodOfTasks) {

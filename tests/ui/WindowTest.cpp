@@ -1,7 +1,6 @@
 #include "tests/ui/WindowTest.h"
 
 #include <QApplication>
-#include <QBuffer>
 #include <QComboBox>
 #include <QImage>
 #include <QLabel>
@@ -18,27 +17,6 @@
 #include "ui/TextLabel.h"
 
 namespace qelmo {
-
-namespace {
-
-std::string bigEndian(std::size_t number) {
-    std::string bytes;
-    for (const int shift : {24, 16, 8, 0}) bytes += static_cast<char>((number >> shift) & 0xFF);
-    return bytes;
-}
-
-}  // namespace
-
-std::string redIcon() {
-    QImage picture(128, 128, QImage::Format_ARGB32);
-    picture.fill(Qt::red);
-    QBuffer png;
-    png.open(QBuffer::WriteOnly);
-    picture.save(&png, "PNG");
-    const std::string entry =
-        "ic07" + bigEndian(8 + static_cast<std::size_t>(png.size())) + png.data().toStdString();
-    return "icns" + bigEndian(8 + entry.size()) + entry;
-}
 
 std::string textOf(const QLabel* label) {
     return label->text().toStdString();
@@ -62,7 +40,9 @@ WindowTest::WindowTest() {
     context.deviceFolder = devices == nullptr ? release.home() + "/devices" : devices;
     context.windowReportFile = release.home() + "/window-report";
     std::filesystem::create_directories(context.deviceFolder);
-    writeTestFile(release.resources() + "/AppIcon.icns", redIcon());
+    QImage icon(128, 128, QImage::Format_ARGB32);
+    icon.fill(Qt::red);
+    EXPECT_TRUE(icon.save(QString::fromStdString(release.resources() + "/AppIcon.icns"), "ICNS"));
     writeRelease();
     replaceDelegate();
     QObject::connect(&unexpectedAlerts_, &QTimer::timeout, &unexpectedAlerts_,
@@ -114,12 +94,6 @@ void WindowTest::startJob() {
 
 bool WindowTest::waitForEndOfJob() const {
     return waitUntil([this] { return delegate->flashProcess == nullptr; });
-}
-
-void WindowTest::runSuccessfulJob() {
-    startJob();
-    const AlertAnswer done(click("Done"));
-    ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
 }
 
 void WindowTest::settle() const {

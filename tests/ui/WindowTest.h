@@ -43,10 +43,7 @@ template <typename Condition>
 [[nodiscard]] std::vector<std::string> itemsOf(const QComboBox* menu);
 [[nodiscard]] std::string hex(const QColor& colour);
 
-/// A red icon, as the bytes of an ICNS file.
-[[nodiscard]] std::string redIcon();
-
-/// One real window with its delegate, over a bundle, a home folder and a device folder of its own.
+/// One real window with its delegate, over a bundle with a red icon, a home and a device folder of its own.
 class WindowTest : public ::testing::Test {
 protected:
     WindowTest();
@@ -70,8 +67,6 @@ protected:
     /// Presses the flash button and confirms.
     void startJob();
     [[nodiscard]] bool waitForEndOfJob() const;
-    /// Runs a job to its good end, answering its alerts.
-    void runSuccessfulJob();
     /// Waits until everything that was posted until now has run.
     void settle() const;
 
