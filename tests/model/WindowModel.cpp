@@ -28,13 +28,13 @@ void WindowModel::validate(bool userInitiated) {
     } catch (const std::exception& error) {
         resources.reset();
         state = state.withRefusedRelease(errorDescription(error));
-        return post("STOP: " + errorDescription(error) + "\n");
+        return append("STOP: " + errorDescription(error) + "\n");
     }
-    for (const std::string& line : validationReport(*resources, userInitiated, previous)) post(line + "\n");
+    for (const std::string& line : validationReport(*resources, userInitiated, previous)) append(line + "\n");
     ports = listBootPorts(context_.deviceFolder);
     chosenPort = 0;
     state = state.withRelease(*resources).withPorts(ports.size(), true);
-    post(bootPortReport(ports.size()) + "\n");
+    append(bootPortReport(ports.size()) + "\n");
 }
 
 void WindowModel::choosePort(int index) {
@@ -65,14 +65,14 @@ void WindowModel::answer(bool byFirstButton) {
         if (byFirstButton)
             startJob();
         else
-            post(std::string(FlashTexts::cancelledLine) + "\n");
+            append(std::string(FlashTexts::cancelledLine) + "\n");
     }
     // An open alert keeps the delegate.
     if (!hasOwner_ && !alert) alive = false;
 }
 
 void WindowModel::startJob() {
-    post(FlashTexts::startLine(flashedPort_) + "\n");
+    append(FlashTexts::startLine(flashedPort_) + "\n");
     if (!canLaunch) {
         state = state.launchFailed();
         return showError("start " + context_.interpreter + ": No such file or directory");
@@ -83,25 +83,17 @@ void WindowModel::startJob() {
         command += (command.empty() ? "" : "\n") + argument;
 }
 
-void WindowModel::toolWrites(const std::string& text) {
-    if (alive) post(text);
-}
-
 void WindowModel::toolEnds(bool well) {
     command.clear();
     if (!alive) return;
     running = false;
     state = state.flashed(well);
-    post(std::string(well ? FlashTexts::completeLine : FlashTexts::failedLine) + "\n");
+    append(std::string(well ? FlashTexts::completeLine : FlashTexts::failedLine) + "\n");
     if (well)
         alert = {Alert::Style::informational,
                  FlashTexts::successMessage,
                  FlashTexts::successDetails(flashed_->manifest.version),
                  {FlashTexts::successButton}};
-}
-
-void WindowModel::append(const std::string& text, bool addNewline) {
-    post(text + (addNewline ? "\n" : ""));
 }
 
 void WindowModel::letGo() {

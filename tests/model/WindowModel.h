@@ -23,9 +23,8 @@ public:
     void choosePort(int index);
     /// The open alert is answered by its first button, or in any other way.
     void answer(bool byFirstButton);
-    void toolWrites(const std::string& text);
     void toolEnds(bool well);
-    void append(const std::string& text, bool addNewline);
+    void append(const std::string& text) { posted_ += text; }
     void close() { visible = false; }
     void letGo();
     /// What was posted until now reaches the log.
@@ -50,7 +49,6 @@ private:
     void validate(bool userInitiated);
     void startJob();
     void showError(const std::string& reason);
-    void post(const std::string& text) { posted_ += text; }
 
     const LaunchContext& context_;
     bool hasOwner_ = false;
