@@ -59,6 +59,18 @@ std::string stateText(const WindowState& state) {
            (state.canChoosePort ? " choose" : "") + (state.isBusy ? " busy" : "");
 }
 
+/// All that is compared of a window, a line each.
+std::string windowText(const WindowState& state, bool isVisible,
+                       const std::optional<FlasherResources>& release, const std::vector<std::string>& menu,
+                       int chosen, const std::vector<std::string>& ports, bool runs, const std::string& log,
+                       const std::optional<Alert>& alert) {
+    return "state: " + stateText(state) + (isVisible ? "\nvisible" : "\nhidden") +
+           "\nrelease: " + (release ? release->manifest.version + release->checksum : "") +
+           "\nmenu: " + listOf(menu) + std::to_string(chosen) + "\nports: " + listOf(ports) +
+           "\nprocess: " + (runs ? "runs" : "none") + "\nlog: " + onOneLine(log) +
+           "\nalert: " + (alert ? alertText(*alert) : "") + "\n";
+}
+
 /// The state as the controls show it.
 WindowState shownState(const AppDelegate& delegate) {
     const QColor colour = delegate.statusLabel->colour();
@@ -315,53 +327,32 @@ void Player::check(bool runPosted) {
     if (seen() != expected()) fail("the window is not what the model says");
 }
 
-std::vector<std::string> Player::seen() const {
-    std::vector<std::string> lines{"command: " + onOneLine(command_)};
+std::string Player::seen() const {
+    const std::string command = "command: " + onOneLine(command_) + "\n";
     const auto delegate = delegate_.lock();
-    if (delegate == nullptr) return lines;
-    const auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-    for (const std::string& line :
-         {"state: " + stateText(shownState(*delegate)),
-          std::string(delegate->window->isVisible() ? "visible" : "hidden"),
-          "release: " + (delegate->resources
-                             ? delegate->resources->manifest.version + delegate->resources->checksum
-                             : ""),
-          "menu: " + listOf(itemsOf(delegate->portPopup)) +
-              std::to_string(delegate->portPopup->currentIndex()),
-          "ports: " + listOf(delegate->ports),
-          std::string("process: ") + (delegate->flashProcess ? "runs" : "none"),
-          "log: " + onOneLine(delegate->logTextView->toPlainText().toStdString()),
-          "alert: " + (box == nullptr ? "" : alertText(shownAlert(*box)))})
-        lines.push_back(line);
-    return lines;
+    if (delegate == nullptr) return command;
+    std::optional<Alert> alert;
+    if (const auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget()))
+        alert = shownAlert(*box);
+    const QComboBox* const menu = delegate->portPopup;
+    return command + windowText(shownState(*delegate), delegate->window->isVisible(), delegate->resources,
+                                itemsOf(menu), menu->currentIndex(), delegate->ports,
+                                delegate->flashProcess != nullptr,
+                                delegate->logTextView->toPlainText().toStdString(), alert);
 }
 
-std::vector<std::string> Player::expected() const {
-    std::vector<std::string> lines{"command: " + onOneLine(model_.command)};
-    if (!model_.alive) return lines;
-    const bool isListed = model_.chosenPort >= 0;
-    const std::vector<std::string> menu = !model_.ports.empty() ? model_.ports
-                                          : isListed ? std::vector<std::string>{"No ESP32-S3 boot port found"}
-                                                     : std::vector<std::string>{};
-    for (const std::string& line :
-         {"state: " + stateText(model_.state), std::string(model_.visible ? "visible" : "hidden"),
-          "release: " +
-              (model_.resources ? model_.resources->manifest.version + model_.resources->checksum : ""),
-          "menu: " + listOf(menu) + std::to_string(model_.chosenPort), "ports: " + listOf(model_.ports),
-          std::string("process: ") + (model_.running ? "runs" : "none"), "log: " + onOneLine(model_.log),
-          "alert: " + (model_.alert ? alertText(*model_.alert) : "")})
-        lines.push_back(line);
-    return lines;
+std::string Player::expected() const {
+    const std::string command = "command: " + onOneLine(model_.command) + "\n";
+    if (!model_.alive) return command;
+    std::vector<std::string> menu = model_.ports;
+    if (menu.empty() && model_.chosenPort >= 0) menu = {"No ESP32-S3 boot port found"};
+    return command + windowText(model_.state, model_.visible, model_.resources, menu, model_.chosenPort,
+                                model_.ports, model_.running, model_.log, model_.alert);
 }
 
 void Player::fail(const std::string& why) const {
-    std::printf("\n%s\n", why.c_str());
-    const auto print = [](const char* side, const std::vector<std::string>& lines) {
-        std::printf("%s\n", side);
-        for (const std::string& line : lines) std::printf("    %s\n", line.c_str());
-    };
-    print("The model says:", expected());
-    print("The window shows:", seen());
+    std::printf("\n%s\nThe model says:\n%sThe window shows:\n%s", why.c_str(), expected().c_str(),
+                seen().c_str());
     std::fflush(stdout);
     std::_Exit(1);
 }

@@ -60,8 +60,8 @@ private:
     void meetTool();
 
     void check(bool runPosted);
-    [[nodiscard]] std::vector<std::string> seen() const;
-    [[nodiscard]] std::vector<std::string> expected() const;
+    [[nodiscard]] std::string seen() const;
+    [[nodiscard]] std::string expected() const;
     [[noreturn]] void fail(const std::string& why) const;
 
     std::vector<std::string> steps_;

@@ -1,4 +1,3 @@
-#include <QApplication>
 #include <QComboBox>
 #include <QTest>
 
@@ -107,17 +106,24 @@ TEST_F(FlashJob, LeavesTheFocusWhereItWasBeforeTheJob) {
     }
 }
 
-// fault: the window is gone when the tool ends
-TEST_F(FlashJob, EndsWithoutATraceWhenTheDelegateIsGone) {
-    const Fifo gate;
-    setTool("open('" + gate.path() + "').read()\nprint('late words')");
-    startJob();
-    const std::weak_ptr<ChildProcess> process = delegate->flashProcess;
-    delegate.reset();
-    gate.open();
-    EXPECT_TRUE(waitUntil([&process] { return process.expired(); }));
-    settle();
-    EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
+// fault: port and release are replaced while the user is asked
+TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
+    setTool("");
+    const AlertAction replace = [this](QMessageBox&) {
+        unplug("cu.usbmodem101");
+        change("version", R"("2.0.0")");
+        delegate->refreshBuildAndPorts();
+        EXPECT_EQ(delegate->resources->manifest.version, "2.0.0");
+        takeLog();
+    };
+    {
+        const AlertAnswer confirmation(inOrder(replace, click("ERASE + FLASH")));
+        pressFlash();
+    }
+    const AlertAnswer done(click("Done"));
+    ASSERT_TRUE(waitUntil([&done] { return done.hasEnded(); }));
+    EXPECT_THAT(takeLog(), testing::StartsWith(startLine));
+    EXPECT_THAT(done.alert().informativeText, testing::StartsWith("1.0.0 was written"));
 }
 
 // fault: the button is pressed, or the ports are listed or refreshed, while a job runs
