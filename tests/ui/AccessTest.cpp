@@ -210,6 +210,18 @@ TEST_F(Contrast, OfEveryControlIsEnough) {
                    QToolTip::palette().color(QPalette::ToolTipBase));
 }
 
+TEST_F(Contrast, OfAnAlertIsEnough) {
+    const AlertAnswer answer(inOrder(
+        [](QMessageBox& box) {
+            for (const auto* label : box.findChildren<QLabel*>())
+                expectReadable(textOf(label), label, label->foregroundRole(), QPalette::Window);
+            for (const auto* button : box.buttons())
+                expectReadable(button->text().toStdString(), button, QPalette::ButtonText, QPalette::Button);
+        },
+        pressKey(Qt::Key_Escape)));
+    pressFlash();
+}
+
 }  // namespace
 
 }  // namespace qelmo

@@ -1,12 +1,10 @@
-// What the window self-test finds in a window; test_window_self_test.py has the whole program's good report,
-// and those without an icon or a valid release.
-
 #include "app/WindowCheck.h"
 
 #include <QApplication>
 #include <QIcon>
 #include <filesystem>
 
+#include "tests/support/InMemoryMainQueue.h"
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
 
@@ -14,9 +12,9 @@ namespace qelmo {
 
 namespace {
 
-/// The report of a window with one fault.
-std::string reportWith(const std::string& key, const std::string& value = "") {
-    std::string report = "window_self_test=FAILED\n";
+/// The report of a good window, or of one with one fault.
+std::string reportWith(const std::string& key = "", const std::string& value = "") {
+    std::string report = key.empty() ? "window_self_test=OK\n" : "window_self_test=FAILED\n";
     for (const auto& [name, right] : {std::pair("window_visible", "true"),
                                       {"window_title", "QELMO Varnox Flasher"},
                                       {"icon_resource", "OK"},
@@ -32,6 +30,10 @@ protected:
 
     std::string report() const { return windowSelfTestReport(*delegate, passesWindowSelfTest(*delegate)); }
 };
+
+TEST_F(WindowCheck, PassesWithAValidReleaseAndAnIcon) {
+    EXPECT_EQ(report(), reportWith());
+}
 
 // fault: the window is not visible
 // seen: "window_self_test", "window_visible", "FAILED"
@@ -49,15 +51,54 @@ TEST_F(WindowCheck, FailsWhileTheWindowIsHiddenAndWithAnotherTitleOfItOrAButton)
     EXPECT_EQ(report(), reportWith("flash_button_title", "FLASH R&D"));
 }
 
-TEST_F(WindowCheck, FailsWithoutAnIconOfTheApplicationAndWhenTheRefreshButtonDoesSomethingElse) {
-    const QIcon icon = QApplication::windowIcon();
+// fault: the bundle has no icon
+TEST_F(WindowCheck, FailsWithoutTheIconOfTheBundleOrOfTheApplication) {
+    const std::string icon = readTestFile(release.resources() + "/AppIcon.icns");
+    std::filesystem::remove(release.resources() + "/AppIcon.icns");
+    EXPECT_EQ(report(), reportWith("icon_resource", "MISSING"));
+    writeTestFile(release.resources() + "/AppIcon.icns", icon);
     QApplication::setWindowIcon(QIcon());
     EXPECT_EQ(report(), reportWith("none of the values"));
-    QApplication::setWindowIcon(icon);
+}
+
+TEST_F(WindowCheck, FailsWithoutAValidatedRelease) {
+    change("chipFamily", R"("ESP32")");
+    pressRefresh();
+    EXPECT_EQ(report(), reportWith("none of the values"));
+}
+
+TEST_F(WindowCheck, FailsWhenTheWindowIsNoneOfTheApplications) {
+    QWidget other;
+    delegate->window->setParent(&other);
+    other.show();
+    delegate->window->show();
+    EXPECT_EQ(report(), reportWith("none of the values"));
+    delegate->window->setParent(nullptr);
+}
+
+TEST_F(WindowCheck, FailsWhenTheRefreshButtonDoesSomethingElse) {
     ActionButton other(*delegate, &AppDelegate::refreshPorts, nullptr);
     other.setTitle(delegate->refreshButton->title());
     delegate->refreshButton = &other;
     EXPECT_EQ(report(), reportWith("none of the values"));
+}
+
+/// Notes for how long the last task is put off.
+class DelayNotingQueue : public InMemoryMainQueue {
+public:
+    void postAfter(std::chrono::milliseconds delay, Task /*task*/) override { noted = delay; }
+
+    std::optional<std::chrono::milliseconds> noted;
+};
+
+TEST_F(WindowCheck, ComesAQuarterOfASecondAfterTheStartAndOnlyWithItsArgument) {
+    for (const char* const argument : {"--window-self-test=1", "--window-self-test"}) {
+        context.arguments = {"QelmoFlasher", argument};
+        const auto queue = std::make_shared<DelayNotingQueue>();
+        std::make_shared<AppDelegate>(queue, context, checkWindow)->runWindowSelfTestIfRequested();
+        EXPECT_EQ(queue->noted.has_value(), argument == std::string("--window-self-test"));
+        EXPECT_EQ(queue->noted.value_or(std::chrono::milliseconds(250)), std::chrono::milliseconds(250));
+    }
 }
 
 // fault: the window is gone before the window self-test looks at it
