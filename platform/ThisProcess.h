@@ -4,9 +4,9 @@
 
 namespace qelmo {
 
-/// Whatever the parent left behind, afterwards descriptors 0 to 2 are taken (a closed one fails every read
-/// and write), a child's exit status is kept for us, and writing to a closed pipe or beyond a limit of size
-/// is an error, not a death. Call it first, before there is a second thread.
+/// Undoes what a parent may have set. Afterwards descriptors 0 to 2 are taken (a closed one fails every read
+/// and write), a child's exit status is kept for this process, and a write to a closed pipe or beyond a limit
+/// of size fails instead of ending the process. Call it first, before there is a second thread.
 void undoInheritedRestrictions();
 
 /// Writes the whole text as it is, unbuffered.

@@ -75,7 +75,7 @@ struct FlashManifest {
     [[nodiscard]] static FlashManifest decode(std::span<const std::byte> bytes);
 };
 
-/// The key as it stands in the JSON text.
+/// The key in the JSON text.
 template <typename Record>
 [[nodiscard]] constexpr std::string_view keyText(typename Record::CodingKeys key) {
     return Record::keyTexts.at(static_cast<std::size_t>(key));

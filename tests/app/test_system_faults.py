@@ -77,7 +77,7 @@ class Calls(HeadlessTest):
 
 
 class Tool(HeadlessTest):
-    # fault: the tool leaves a process behind that keeps the pipe open
+    # fault: a process that the tool started outlives it and keeps the pipe open
     def test_that_leaves_a_process_behind_is_read_to_the_end_of_the_pipe(self):
         self.app.tool.write_text("import array, fcntl, os, signal, termios\nprint('4.7.0', flush=True)\n"
                                  "if os.fork(): os._exit(0)\nsignal.alarm(60)\nunread = array.array('i', [1])\n"

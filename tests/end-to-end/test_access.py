@@ -40,7 +40,7 @@ class AccessTest(SessionTest):
             self.assertEqual(device.event_lines(), [])
 
             self.press(window, "Return", f"push button {CONFIRM}")
-            self.press(window, "ctrl+q", f"push button {CONFIRM}")  # nothing quits behind an alert
+            self.press(window, "ctrl+q", f"push button {CONFIRM}")  # an open alert keeps the window
             self.press(window, "Return", "push button Done")
             self.assertEqual(window.status(), "FLASH COMPLETE", window.log())
             self.press(window, "Return", f"push button {FLASH}")

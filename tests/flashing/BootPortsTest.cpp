@@ -11,7 +11,7 @@ namespace {
 
 std::vector<std::string> listedOf(const std::vector<std::string>& names) {
     const TemporaryFolder folder;
-    // Whoever opened a FIFO would wait.
+    // Opening a FIFO would block.
     for (const std::string& name : names) EXPECT_EQ(::mkfifo((folder / name).c_str(), 0600), 0) << name;
     std::vector<std::string> listed;
     for (const std::string& path : listBootPorts(folder.path())) {

@@ -64,7 +64,7 @@ TEST(ToolProcess, RunsTheCommandPassesEachChunkOnDecodedOnItsOwnAndCompletesOnce
                                    "ab\uFFFD", "\uFFFDcd\n", "\n"));
 }
 
-// fault: the tool leaves a process behind that keeps the pipe open, and ignores that nobody reads it
+// fault: a process that the tool started outlives it, keeps the pipe open and goes on writing
 TEST(ToolProcess, ReadsNothingMoreOnceItsEndIsPostedAndGivesThePipeUpWithTheJob) {
     const Fifo gate;
     const TemporaryFolder folder;
