@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <span>
 #include <string>
@@ -21,7 +20,7 @@ namespace qelmo {
 
 /// A file's bytes, in one block of memory.
 struct FileBytes {
-    std::unique_ptr<std::byte, decltype(&std::free)> start;
+    std::unique_ptr<std::byte[]> start;
     std::size_t sizeBytes;
 
     [[nodiscard]] std::span<std::byte> span() const { return {start.get(), sizeBytes}; }
