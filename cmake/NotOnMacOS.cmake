@@ -2,9 +2,9 @@
 # the build for macOS compares.
 set(QELMO_NOT_ON_MACOS
     "platform/Sha256OpenSsl.cpp: CommonCrypto computes digests there"
-    "tests/benchmarks/EmptyWindow.cpp: ./bench runs on Linux only"
-    "tests/benchmarks/FirstFrame.cpp: ./bench runs on Linux only"
-    "tests/benchmarks/WindowBenchmark.cpp: ./bench runs on Linux only"
+    "benchmarks/EmptyWindow.cpp: ./bench runs on Linux only"
+    "benchmarks/FirstFrame.cpp: ./bench runs on Linux only"
+    "benchmarks/WindowBenchmark.cpp: ./bench runs on Linux only"
     "tests/fuzz/targets/FuzzBootableImage.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"

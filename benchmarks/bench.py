@@ -16,7 +16,7 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Callable, Iterator, NamedTuple, Optional
 
-ROOT = Path(__file__).resolve().parents[2]
+ROOT = Path(__file__).resolve().parents[1]
 sys.path[:0] = [str(ROOT / "tests"), str(ROOT / "tools")]
 
 import esp_image  # noqa: E402
@@ -26,7 +26,7 @@ from support.device import PORT, SimulatedDevice, require_private_dev  # noqa: E
 from support.real_tool import install_tool  # noqa: E402
 from support.waiting import wait_until  # noqa: E402
 
-PROGRAMS = BUILD / "tests/benchmarks"
+PROGRAMS = BUILD / "benchmarks"
 IMAGE_BYTES = 8 << 20
 SETTLED_SECONDS = 0.4
 LINES_OF_A_JOB = 600
