@@ -9,8 +9,8 @@
 
 namespace qelmo {
 
-/// The chip's own USB port and the three USB-serial bridges, as macOS names their call-out nodes, and on
-/// Linux the kernel's names for the same devices.
+/// The chip's own USB port and the USB-serial bridges, as macOS names their call-out nodes and, on Linux, as
+/// the kernel names them.
 constexpr auto candidatePrefixes = std::to_array<std::string_view>({
     "cu.usbmodem",
     "cu.usbserial",
