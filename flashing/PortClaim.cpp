@@ -28,7 +28,7 @@ FileDescriptor claimPort(const std::string& port) {
     lock.l_whence = SEEK_SET;
     lock.l_start = static_cast<off_t>(static_cast<std::uint32_t>(device.st_rdev));
     lock.l_len = 1;
-    if (::fcntl(claim.get(), F_OFD_SETLK, &lock) != 0 && errno != EAGAIN && errno != EACCES) return claim;
+    if (::fcntl(claim.get(), F_OFD_SETLK, &lock) != 0) return claim;
     lock.l_type = F_WRLCK;
     if (::fcntl(claim.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK)
         throw FlasherFailure(FlashTexts::portInUse(port));

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <system_error>
 #include <thread>
@@ -48,7 +47,6 @@ struct ChildProcess::OutputReader {
             if (cleared) return;
             if (events[0].revents == 0) continue;
             const ssize_t got = ::read(output.get(), buffer.data(), buffer.size());
-            if (got < 0 && errno == EINTR) continue;
             if (got <= 0 || cleared) return;
             handler({buffer.data(), static_cast<std::size_t>(got)});
         }

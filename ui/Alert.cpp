@@ -67,7 +67,6 @@ int Alert::runModal(QWidget* window) const {
     QMessageBox box(window);
     box.setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                        Qt::WindowCloseButtonHint);
-    box.setWindowModality(Qt::ApplicationModal);
     box.setIcon(style == Style::critical ? QMessageBox::Critical : QMessageBox::Information);
     box.setWindowTitle(window == nullptr ? QString() : window->windowTitle());
     box.setFont(monospacedFont(informativeSize, QFont::Normal));

@@ -38,15 +38,6 @@ TEST_F(AtomicWrite, MakesOrReplacesAFileThatEveryoneMayRead) {
     }
 }
 
-// fault: a link is in the place of the file
-TEST_F(AtomicWrite, ReplacesALinkAndNeverFollowsIt) {
-    writeTestFile(folder / "victim", "precious");
-    fs::create_symlink("victim", file);
-    writeFileAtomically(file, bytesOf("report"));
-    EXPECT_EQ(readTestFile(folder / "victim"), "precious");
-    EXPECT_EQ(readTestFile(file), "report");
-}
-
 // fault: the disk is full in the middle of the file
 // seen: "write …: File too large"
 TEST_F(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {

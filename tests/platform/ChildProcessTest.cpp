@@ -3,12 +3,10 @@
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <mutex>
 #include <tuple>
 
@@ -210,59 +208,6 @@ TEST(ChildProcessDeathTest, CannotBeLaunchedByAUserWhoMayMakeNoMoreProcesses) {
                     ChildProcess::create("/bin/true", {})->launch();
                 }),
                 testing::ExitedWithCode(0), "start /bin/true: Resource temporarily unavailable");
-}
-
-/// Until the end of the scope a signal interrupts this process every millisecond, and no call goes on by
-/// itself.
-class Interruptions {
-public:
-    Interruptions() {
-        count = 0;
-        struct sigaction counting {};
-        counting.sa_handler = [](int) { ++count; };
-        EXPECT_EQ(::sigaction(SIGALRM, &counting, nullptr), 0);
-        const itimerval everyMillisecond{{0, 1000}, {0, 1000}};
-        EXPECT_EQ(::setitimer(ITIMER_REAL, &everyMillisecond, nullptr), 0);
-    }
-    Interruptions(const Interruptions&) = delete;
-    Interruptions& operator=(const Interruptions&) = delete;
-    ~Interruptions() {
-        const itimerval never{};
-        ::setitimer(ITIMER_REAL, &never, nullptr);
-        std::signal(SIGALRM, SIG_IGN);  // drops one that still waits
-        std::signal(SIGALRM, SIG_DFL);
-    }
-
-    static inline std::atomic<int> count = 0;
-};
-
-// fault: signals interrupt the program and the threads of a running job all the time
-TEST(Interrupted, AChildIsWaitedForAndReadAsEver) {
-    {
-        const Interruptions interruptions;
-        EXPECT_EQ(runToEnd(python, {"-c", "print('text')"}, ReadOutput::afterExit).output, "text\n");
-        EXPECT_EQ(runToEnd(python, {"-c", "print('text')"}, ReadOutput::whileRunning).output, "text\n");
-        EXPECT_GT(Interruptions::count, 0);
-    }
-    const Fifo gate;
-    SupervisedRun run(shell, {"-c", R"(read line <"$0"; echo text; read line <"$0"; exit 7)", gate.path()});
-    run.process->launch();
-    sigset_t alarm;
-    sigset_t before;
-    sigemptyset(&alarm);
-    sigaddset(&alarm, SIGALRM);
-    // From here on only the two threads of the job are left to take the signal.
-    ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &alarm, &before), 0);
-    {
-        const Interruptions interruptions;
-        EXPECT_TRUE(eventually([] { return Interruptions::count > 40; }));
-        gate.open();
-        EXPECT_TRUE(run.waitForOutput("text\n"));
-        gate.open();
-        EXPECT_TRUE(run.exited.wait());
-    }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    EXPECT_EQ(run.process->terminationStatus(), 7);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 
@@ -90,6 +91,21 @@ TEST(FinishedProcess, TellsItsStatusOrItsSignalAndNeverTakesASignalForSuccess) {
         EXPECT_EQ(statusOf("exit " + std::to_string(status)), status);
     for (const int signal : {SIGTERM, SIGKILL, SIGSEGV})
         EXPECT_EQ(statusOf("kill -" + std::to_string(signal) + " $$"), signal);
+}
+
+// fault: signals interrupt the program all the time
+TEST(FinishedProcess, IsWaitedForAndReadWhileSignalsInterrupt) {
+    static std::atomic<int> count = 0;
+    struct sigaction counting {};  // without SA_RESTART no call goes on by itself
+    counting.sa_handler = [](int) { ++count; };
+    ASSERT_EQ(::sigaction(SIGALRM, &counting, nullptr), 0);
+    ::ualarm(1000, 1000);
+    for (const ReadOutput order : {ReadOutput::afterExit, ReadOutput::whileRunning})
+        EXPECT_EQ(runToEnd(python, {"-c", "print('text')"}, order).output, "text\n");
+    ::ualarm(0, 0);
+    std::signal(SIGALRM, SIG_IGN);  // drops one that still waits
+    std::signal(SIGALRM, SIG_DFL);
+    EXPECT_GT(count, 0);
 }
 
 TEST(FinishedProcess, IsNoSuccessWhenSomebodyElseHasFetchedItsStatus) {

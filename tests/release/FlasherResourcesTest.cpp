@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <cctype>
-#include <type_traits>
 
 #include "tests/support/OrdinaryUser.h"
 #include "tests/support/ProcessResources.h"
@@ -12,13 +11,6 @@
 
 namespace qelmo {
 namespace {
-
-// Only `load` makes one, and nobody changes one.
-static_assert(!std::is_default_constructible_v<FlasherResources>);
-static_assert(
-    !std::is_constructible_v<FlasherResources, FlashManifest, std::string, std::string, std::string>);
-static_assert(!std::is_aggregate_v<FlasherResources>);
-static_assert(std::is_copy_constructible_v<FlasherResources> && !std::is_copy_assignable_v<FlasherResources>);
 
 constexpr const char* wrongDigest = "The embedded firmware checksum is not trusted.";
 

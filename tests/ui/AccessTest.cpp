@@ -95,6 +95,8 @@ TEST_F(Access, MovesFromTopToBottomWithTabAndBackAndShowsWhichControlHasTheFocus
     }
 }
 
+// fault: the user does not confirm
+// seen: "Flash cancelled. Nothing was written."
 TEST_F(Access, PressesAButtonWithTheSpaceBarReturnAndEnter) {
     for (const Qt::Key key : {Qt::Key_Space, Qt::Key_Return, Qt::Key_Enter}) {
         takeLog();

@@ -47,6 +47,7 @@ TEST_F(AlertTest, ShowsItsTextsAsTheyStandInMonospacedTypeOnADarkGround) {
             EXPECT_EQ(label->font().pixelSize(), isMessage ? 13 : 12);
         }
         EXPECT_EQ(box.windowModality(), Qt::ApplicationModal);
+        EXPECT_EQ(box.windowTitle(), QStringLiteral("QELMO Varnox Flasher"));
         EXPECT_LT(box.palette().color(QPalette::Window).lightness(), 60);
         EXPECT_GT(box.palette().color(QPalette::WindowText).lightness(), 200);
         const QImage icon = box.iconPixmap().toImage();

@@ -175,19 +175,6 @@ TEST_F(FlashPress, NamesWhatHasHappenedToTheReleaseSinceItsValidation) {
     expectRefused("The embedded release changed after validation.");
 }
 
-// fault: the user does not confirm, or presses again while the alert is open
-// seen: "Flash cancelled. Nothing was written."
-TEST_F(FlashPress, WritesOneLineWhenTheUserDoesNotConfirm) {
-    const AlertAction pressAgain = [this](QMessageBox&) { delegate->flashDevice(); };
-    for (const AlertAction& decline : {closeAlert(), inOrder(pressAgain, click("Cancel"))})
-        expectUnchanged(
-            [&] {
-                const AlertAnswer answer(decline);
-                pressFlash();
-            },
-            "Flash cancelled. Nothing was written.\n");
-}
-
 }  // namespace
 
 }  // namespace qelmo

@@ -4,7 +4,6 @@
 #include <QTest>
 #include <QTextBlock>
 #include <QWindow>
-#include <thread>
 
 #include "tests/ui/WindowTest.h"
 #include "ui/ActionButton.h"
@@ -57,17 +56,6 @@ TEST_F(Log, AppendsEveryTextAsItStandsAndALineFeedWhereItIsAskedFor) {
     for (const char* const piece : {"Connecting", ".", ".", "\n", "\n", "Chip is\n"})
         delegate->appendLog(piece, false);
     EXPECT_EQ(takeLog(), "Connecting..\n\nChip is\n");
-}
-
-TEST_F(Log, KeepsTheOrderOfTheCallsWhateverTheirThreads) {
-    delegate->appendLog("main one", true);
-    std::thread([this] {
-        delegate->appendLog("thread one", true);
-        delegate->appendLog("thread two", true);
-    }).join();
-    delegate->appendLog("main two", true);
-    EXPECT_EQ(delegate->logTextView->toPlainText().indexOf(QStringLiteral("main one")), -1);
-    EXPECT_EQ(takeLog(), "main one\nthread one\nthread two\nmain two\n");
 }
 
 TEST_F(Log, ShowsItsEndAfterEveryTextWhereverTheUserHadScrolledToAndForgetsNothing) {

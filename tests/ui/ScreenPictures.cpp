@@ -4,9 +4,7 @@
 #include <gtest/gtest-spi.h>
 
 #include <QApplication>
-#include <QComboBox>
 #include <QFileInfo>
-#include <QPushButton>
 #include <QScreen>
 #include <QWindow>
 #include <algorithm>
@@ -18,7 +16,6 @@
 #include "tests/ui/AlertAnswer.h"
 #include "tests/ui/WindowRows.h"
 #include "tests/ui/WindowTest.h"
-#include "ui/ActionButton.h"
 #include "ui/TextLabel.h"
 
 namespace qelmo {
@@ -36,19 +33,6 @@ for block in range(1, 26):
 constexpr int smallestFile = 0;
 /// A picture's text of this name is the version of Qt that drew the window.
 constexpr QLatin1String makerKey("Qt");
-
-/// A place in a control of this size where its ground is seen.
-QPoint besideText(const QSize& size) {
-    return {3, size.height() / 2};
-}
-
-/// The ground of a plain button that is enabled or not, in the colours of the application.
-std::string groundOfAButton(bool isEnabled, const QSize& size) {
-    QPushButton plain;
-    plain.resize(size);
-    plain.setEnabled(isEnabled);
-    return hex(plain.grab().toImage().pixelColor(plain.devicePixelRatio() * besideText(size)));
-}
 
 /// With what the window manager adds. The widget itself may keep to the frame that it had before the window
 /// manager gave it one.
@@ -112,13 +96,6 @@ protected:
         EXPECT_TRUE(
             isCovered(label) ||
             coloursOf(qelmo::onScreen(*delegate->window, frameOf(label))).contains(label->colour().rgb()));
-        for (const QWidget* control : std::initializer_list<QWidget*>{
-                 delegate->portPopup, delegate->refreshButton, delegate->flashButton}) {
-            const QRect frame = frameOf(control);
-            if (isCovered(control)) continue;
-            EXPECT_EQ(colourOnScreen(*delegate->window, frame.topLeft() + besideText(frame.size())),
-                      groundOfAButton(control->isEnabled(), frame.size()));
-        }
     }
 
     /// What a view has drawn is not on the screen at once.
