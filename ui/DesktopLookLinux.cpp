@@ -52,7 +52,6 @@ public:
     /// The toolkit's sign of the keyboard's focus is darker than the buttons.
     void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
                        const QWidget* widget) const override {
-        if (element == PE_FrameFocusRect) return;
         QProxyStyle::drawPrimitive(element, option, painter, widget);
         constexpr State focusByKey = State_HasFocus | State_KeyboardFocusChange;
         if (element != PE_PanelButtonCommand || (option->state & focusByKey) != focusByKey) return;

@@ -1,6 +1,5 @@
 #include "ui/LogTextView.h"
 
-#include <QEvent>
 #include <QMimeData>
 #include <QPainter>
 #include <QScrollBar>
@@ -95,11 +94,6 @@ QMimeData* LogTextView::createMimeDataFromSelection() const {
 
 bool LogTextView::showsFocus() const {
     return hasFocus() && window()->testAttribute(Qt::WA_KeyboardFocusChange);
-}
-
-bool LogTextView::event(QEvent* event) {
-    if (event->type() == QEvent::FocusIn || event->type() == QEvent::FocusOut) viewport()->update();
-    return QPlainTextEdit::event(event);
 }
 
 void LogTextView::paintEvent(QPaintEvent* event) {

@@ -21,7 +21,6 @@ public:
     [[nodiscard]] QString toPlainText() const;
 
 protected:
-    bool event(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
     void scrollContentsBy(int dx, int dy) override;
     [[nodiscard]] QMimeData* createMimeDataFromSelection() const override;

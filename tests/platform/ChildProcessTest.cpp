@@ -91,7 +91,6 @@ TEST(ChildProcess, ReportsOutputAndExitOnceEach) {
     ASSERT_TRUE(run.exited.wait());
     EXPECT_EQ(run.process->terminationStatus(), 7);
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "there is still a child";
-    EXPECT_EQ(errno, ECHILD);
     ASSERT_TRUE(run.waitForThreads());
     EXPECT_EQ(run.exits, 1);
     EXPECT_THAT(run.chunks(), ElementsAre("text"));

@@ -51,6 +51,7 @@ TEST_F(AlertTest, ShowsItsTextsAsTheyStandInMonospacedTypeOnADarkGround) {
         EXPECT_LT(box.palette().color(QPalette::Window).lightness(), 60);
         EXPECT_GT(box.palette().color(QPalette::WindowText).lightness(), 200);
         const QImage icon = box.iconPixmap().toImage();
+        EXPECT_EQ(box.iconPixmap().deviceIndependentSize(), QSizeF(48, 48));
         EXPECT_EQ(hex(icon.pixelColor(icon.width() / 6, icon.height() / 2)), "#ff4d4a");
     };
     EXPECT_EQ(response({Alert::Style::critical, text, text, {"OK"}}, inOrder(look, click("OK"))), 1000);

@@ -113,6 +113,9 @@ TEST_F(Log, CanBeSelectedAndCopiedAndKeepsTheSelectionWhileTextIsAppended) {
     settle();
     QTest::keyClick(delegate->window->windowHandle(), Qt::Key_C, Qt::ControlModifier);
     EXPECT_THAT(QApplication::clipboard()->text().toStdString(), testing::EndsWith("line 1\nline 2\n"));
+    QTest::keyClick(delegate->window->windowHandle(), Qt::Key_Home, Qt::ControlModifier);
+    QTest::keyClick(delegate->window->windowHandle(), Qt::Key_Right, Qt::ShiftModifier);
+    EXPECT_EQ(delegate->logTextView->textCursor().selectedText().toStdString(), "E");
 }
 
 }  // namespace

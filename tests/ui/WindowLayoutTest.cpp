@@ -45,7 +45,6 @@ TEST_F(WindowLayout, BeginsInTheMiddleOfTheScreen) {
 TEST(WindowPosition, IsTheCentreOfTheScreenOrWhatPanelsAndTheTitleBarLeave) {
     EXPECT_EQ(windowPosition({1280, 100, 1920, 1080}, {1280, 130, 1920, 1020}), QPoint(1880, 315));
     EXPECT_EQ(windowPosition({0, 0, 640, 480}, {48, 0, 592, 480}), QPoint(48, 0));
-    EXPECT_EQ(windowPosition({0, 0, 1280, 800}, {0, 0, 1280, 730}), QPoint(280, 40));
     EXPECT_EQ(windowPosition({0, 0, 1280, 900}, {300, 0, 980, 900}), QPoint(300, 125));
 }
 
