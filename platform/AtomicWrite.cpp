@@ -18,7 +18,7 @@ namespace {
 
 void flushToDisk(int descriptor, const std::string& name) {
 #ifdef __APPLE__
-    // fsync leaves the bytes in the drive's own memory there. Not every file system knows this call.
+    // On macOS fsync leaves the bytes in the drive's cache. Not every file system supports F_FULLFSYNC.
     if (::fcntl(descriptor, F_FULLFSYNC) == 0) return;
 #endif
     while (::fsync(descriptor) != 0) {
@@ -34,7 +34,7 @@ void writeFileAtomically(const std::string& path, std::span<const std::byte> byt
     const FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
     if (!file.isOpen()) throwSystemError(errno, "create", path);
     try {
-        // mkostemp makes the file private to its owner; what it replaces is meant to be read by everyone.
+        // mkostemp creates a file that only its owner can read; the target must be readable by everyone.
         if (::fchmod(file.get(), 0644) != 0) throwSystemError(errno, "create", path);
         if (const int error = writeAll(file.get(), bytes); error != 0) throwSystemError(error, "write", path);
         flushToDisk(file.get(), path);

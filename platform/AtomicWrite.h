@@ -7,13 +7,14 @@
 
 namespace qelmo {
 
-/// A temporary file of `writeFileAtomically` has its target's name, this and six characters.
+/// `writeFileAtomically` names its temporary file after the target, followed by this and six characters.
 inline constexpr std::string_view temporaryMark = ".tmp-";
 
-/// Replaces the file at `path` in one step: the bytes go to a temporary file beside it that then takes its
-/// name. A symbolic link at `path` is replaced, never followed. At every moment `path` holds the old bytes or
-/// the new ones, whole, and after the call the new ones survive a power cut; a failure leaves the old ones
-/// and no temporary file. Errors: std::system_error naming the operation and the file.
+/// Replaces the file at `path` in one step: writes a temporary file next to it and renames that file. A
+/// symbolic link at `path` is replaced, not followed. At every moment `path` holds all of the old bytes or
+/// all of the new ones. After the call the new bytes survive a power failure. A failure leaves no temporary
+/// file, and the old bytes unless only the folder's flush failed. Errors: std::system_error naming the
+/// operation and the file or its folder.
 void writeFileAtomically(const std::string& path, std::span<const std::byte> bytes);
 
 }  // namespace qelmo

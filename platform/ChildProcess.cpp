@@ -16,10 +16,10 @@ namespace qelmo {
 
 namespace {
 
-/// Waits until this process has closed or lost the other end of its input, then reads the child's output.
+/// Waits until this process closes the other end of its input or ends, then discards the child's output.
 constexpr const char* keeperScript = "cd /; read -r x; exec /bin/cat <&1 >/dev/null";
 
-/// Detached: the body owns everything that it uses, and the process may end before it.
+/// Detached, because the process may exit before the body returns. The body owns everything that it uses.
 template <typename Body>
 void startThread(const std::string& executable, Body body) {
     try {
@@ -31,10 +31,10 @@ void startThread(const std::string& executable, Body body) {
 
 }  // namespace
 
-/// The pipe's reading end, with the means to stop those who wait for it.
+/// The pipe's reading end, and the means to end the wait for output.
 struct ChildProcess::OutputReader {
     FileDescriptor output;
-    /// Nothing is written to it. Its writing end is closed when the output is not wanted any more.
+    /// Nothing is ever written to this pipe. Its writing end is closed when no more output is wanted.
     Pipe wanted;
     std::atomic<bool> cleared = false;
 
@@ -68,7 +68,7 @@ void ChildProcess::launch() {
     try {
         Pipe output = Pipe::open(executable_);
         reader_->output = std::move(output.reading);
-        // Both threads wait before the child exists, so that nothing can fail once it runs.
+        // Everything else starts before the child does, so that nothing can fail once the child runs.
         startReader();
         startWaiter(started.get_future());
         startKeeper();

@@ -17,17 +17,17 @@ namespace qelmo {
 
 /// One child process with both output streams on one pipe, supervised from background threads.
 ///
-/// Set both handlers, then `launch`. The child inherits standard input and the working directory, has a
-/// session of its own, and outlives this process, whatever ends it: docs/architecture.md tells how. Its exit
-/// is reported even when a grandchild still holds the pipe.
+/// Set both handlers, then call `launch`. The child inherits standard input and the working directory and
+/// runs in its own session. It keeps running if this process ends for any reason; docs/architecture.md
+/// explains how. Its exit is reported even while a grandchild still holds the pipe open.
 ///
-/// Threads: everything is called on one thread, except where an operation says otherwise. The object keeps
-///          itself alive until its termination handler has returned.
-/// Errors:  `launch` throws std::system_error naming the executable, and then nothing runs; afterwards
-///          nothing throws.
+/// Threads: call everything on one thread, unless an operation says otherwise. The object keeps itself alive
+///          until the termination handler returns.
+/// Errors:  `launch` throws std::system_error naming the executable, and the child does not run. Nothing
+///          throws after `launch`.
 class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
 public:
-    /// Called on the reader thread, one call at a time, with everything that could be read at once.
+    /// Called on the reader thread, one call at a time, with the bytes of one read.
     using OutputHandler = std::function<void(std::string_view bytes)>;
     /// Called once, on the waiter thread, after the child has been reaped.
     using TerminationHandler = std::function<void(const std::shared_ptr<ChildProcess>& process)>;
@@ -42,13 +42,13 @@ public:
     void setOutputHandler(OutputHandler handler) { outputHandler_ = std::move(handler); }
     void setTerminationHandler(TerminationHandler handler) { terminationHandler_ = std::move(handler); }
 
-    /// Keeps `held` open until the child has ended, even if this process ends. The child does not get it.
+    /// Keeps `held` open until the child exits, even if this process ends first. The child does not get it.
     void holdUntilExit(FileDescriptor held) { held_ = std::move(held); }
 
     void launch();
 
-    /// From now on this process reads nothing that is still in the pipe. A call of the output handler that is
-    /// under way is not waited for. Callable from any thread, any number of times.
+    /// Stops reading: output that is still in the pipe is not delivered. Does not wait for a call of the
+    /// output handler in progress. Can be called from any thread, any number of times.
     void clearOutputHandler() noexcept;
 
     /// The exit status, or the number of the signal that ended the child. Valid after the exit.
@@ -67,16 +67,16 @@ private:
     const std::string executable_;
     const std::vector<std::string> arguments_;
 
-    // The launching thread's. The handlers move to their threads with the launch.
+    // Used by the launching thread only. `launch` moves the handlers to their threads.
     std::optional<std::vector<std::string>> environment_;
     OutputHandler outputHandler_;
     TerminationHandler terminationHandler_;
     FileDescriptor held_;
 
-    // Shared with the reader thread; safe by itself.
+    // Shared with the reader thread; needs no lock.
     const std::shared_ptr<OutputReader> reader_;
 
-    // The launching thread's, then the reaping thread's until the exit has been reported.
+    // Used by the launching thread during `launch`, then by the waiter thread until it reports the exit.
     pid_t keeperId_ = -1;
     int terminationStatus_ = -1;
 };

@@ -24,7 +24,7 @@ public:
     [[nodiscard]] int get() const noexcept { return descriptor_; }
     [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
     void close() noexcept {
-        // Not retried on EINTR: the number is free again whatever close() answers.
+        // Not retried on EINTR: close() frees the number whatever it returns.
         if (isOpen()) ::close(std::exchange(descriptor_, -1));
     }
 
@@ -32,7 +32,7 @@ private:
     int descriptor_ = -1;
 };
 
-/// Writes all of `bytes`, whatever interrupts it. Returns 0, or the errno value of the write that failed.
+/// Writes all of `bytes` and repeats interrupted writes. Returns 0, or the errno value of a failed write.
 [[nodiscard]] inline int writeAll(int descriptor, std::span<const std::byte> bytes) noexcept {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());

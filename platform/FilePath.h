@@ -5,24 +5,24 @@
 
 namespace qelmo {
 
-/// Joins as text with one "/": nothing is resolved, so an absolute or empty component stays below `folder`.
-/// Paths are bytes; they are decoded only where they are shown.
+/// Joins the two as text with one "/". Nothing is resolved, so an absolute or empty component stays below
+/// `folder`. Paths are bytes and are decoded only for display.
 [[nodiscard]] std::string joinedPath(std::string_view folder, std::string_view component);
 
 /// The path up to its last "/", without it ("/" for an entry of the root folder, "." for a bare name).
 [[nodiscard]] std::string parentFolder(std::string_view path);
 
-/// True when the system would cut `path` short, so that it cannot be used.
+/// True if `path` contains a NUL, where the system would cut it off. Such a path cannot be used.
 [[nodiscard]] bool holdsNul(std::string_view path) noexcept;
 
-/// The user's home folder: HOME when it is an absolute path, else the user database's entry, else "".
+/// The user's home folder: HOME if it is an absolute path, otherwise the user database's entry, otherwise "".
 [[nodiscard]] std::string currentHomeFolder();
 
-/// The bundle to which the executable at `executablePath` belongs: inside X/Contents/MacOS/ it is X, anywhere
-/// else the executable's own folder.
+/// The bundle that contains the executable: X for an executable in X/Contents/MacOS, otherwise the folder of
+/// the executable.
 [[nodiscard]] std::string bundleOfExecutable(std::string_view executablePath);
 
-/// The folder for resources below a bundle's root folder.
+/// The resource folder of the bundle with this root folder.
 [[nodiscard]] std::string resourceFolder(std::string_view bundleURL);
 
 }  // namespace qelmo

@@ -25,15 +25,15 @@ void requireRegularFile(const struct stat& status, const std::string& path) {
     throwSystemError(EINVAL, "read (not a regular file)", path);
 }
 
-/// Uninitialised memory, in large pages where the system gives them, or none. In small pages a fresh block of
-/// 8 MiB costs some 2,000 page faults, half as much time as its digest.
+/// Uninitialised memory, or null if there is not enough. Large pages are requested on Linux: with small pages
+/// a new block of 8 MiB causes about 2,000 page faults, which take half as long as its digest.
 FileBytes memoryFor(std::size_t sizeBytes) {
     std::unique_ptr<std::byte[]> start(new (std::nothrow) std::byte[sizeBytes]);
 #ifdef __linux__
     constexpr std::size_t pageBytes = 4096;
     void* page = start.get();
     std::size_t room = sizeBytes;
-    // A hint, and only for whole pages.
+    // Only a hint. It must start at a page boundary.
     if (std::align(pageBytes, pageBytes, page, room) != nullptr) (void)::madvise(page, room, MADV_HUGEPAGE);
 #endif
     return {std::move(start), sizeBytes};
@@ -61,7 +61,7 @@ RegularFile::RegularFile(std::string path) : path_(std::move(path)) {
     if (::stat(path_.c_str(), &status) != 0) throwSystemError(errno, "open", path_);
     requireRegularFile(status, path_);
     do {
-        // O_NONBLOCK: a FIFO that took the file's place since the look above must not block either.
+        // O_NONBLOCK: if a FIFO has replaced the file since the check above, opening it must not block.
         descriptor_ = FileDescriptor(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     } while (!descriptor_.isOpen() && errno == EINTR);
     if (!descriptor_.isOpen() || ::fstat(descriptor_.get(), &status) != 0)
@@ -72,7 +72,7 @@ RegularFile::RegularFile(std::string path) : path_(std::move(path)) {
 
 FileBytes RegularFile::readAll(std::uint64_t limitBytes) {
     if (sizeBytes_ > limitBytes) throwSystemError(EFBIG, "read", path_);
-    // The one byte more shows that the file has grown.
+    // The extra byte detects a file that has grown.
     FileBytes bytes = memoryFor(static_cast<std::size_t>(sizeBytes_) + 1);
     if (bytes.start == nullptr) throwSystemError(ENOMEM, "read", path_);
 

@@ -11,10 +11,10 @@
 
 namespace qelmo {
 
-/// True when something exists at `path` that the current user may read.
+/// True if `path` exists and the current user may read it.
 [[nodiscard]] bool isReadable(const std::string& path);
 
-/// The entry names of one folder, hidden ones included, without "." and "..", in no particular order.
+/// The names of all entries of a folder, including hidden ones, without "." and "..", in no particular order.
 /// Errors: std::system_error naming the folder.
 [[nodiscard]] std::vector<std::string> namesInFolder(const std::string& path);
 
@@ -27,7 +27,7 @@ struct FileBytes {
 };
 
 /// One regular file, opened once for reading. Anything else (folder, FIFO, device) is refused before it is
-/// opened, so that nothing waits and no device notices.
+/// opened, because opening it could block or affect a device.
 class RegularFile {
 public:
     /// Errors: std::system_error naming the file.
@@ -36,9 +36,9 @@ public:
     /// Length at the time of opening.
     [[nodiscard]] std::uint64_t sizeBytes() const { return sizeBytes_; }
 
-    /// Reads the whole file. Call it once. A file that became shorter meanwhile gives fewer bytes.
+    /// Reads the whole file; call it once. Returns fewer bytes if the file became shorter after opening.
     /// Errors: std::system_error naming the file: read errors, EFBIG above `limitBytes`, ENOMEM, and EAGAIN
-    ///         when the file grew meanwhile.
+    ///         if the file has grown.
     [[nodiscard]] FileBytes readAll(std::uint64_t limitBytes);
 
 private:

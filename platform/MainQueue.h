@@ -5,13 +5,13 @@
 
 namespace qelmo {
 
-/// The queue through which everything reaches the main thread: first in, first out.
+/// The task queue of the main thread: first in, first out.
 ///
-/// Threads: both operations may be called from any thread; every task runs on the main thread, on its own,
-///          never inside the call that posted it. While a task shows a modal alert, the next ones run, still
-///          in order, inside the alert's own event loop.
-/// Once the application object is gone, tasks are dropped. They hold what they work on weakly and resolve it
-/// when they run. What one of them throws ends the event loop and is thrown again after it.
+/// Threads: both operations may be called from any thread. Every task runs on the main thread, never inside
+///          the call that posted it. While a task shows a modal alert, later tasks run meanwhile, in order.
+/// Tasks hold weak references to what they work on and resolve them when they run. Once the application
+/// object is gone, queued and later tasks are discarded. An exception from a task ends the event loop and is
+/// rethrown after it.
 class MainQueue {
 public:
     using Task = std::function<void()>;

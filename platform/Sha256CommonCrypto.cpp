@@ -6,7 +6,7 @@ namespace qelmo {
 
 Sha256Digest sha256(std::span<const std::byte> bytes) {
     Sha256Digest digest{};
-    // A length of 4 GB or more would not fit; what is read is far below.
+    // A length of 4 GiB or more would not fit. The limits for files are far below that.
     CC_SHA256(bytes.data(), static_cast<CC_LONG>(bytes.size()),
               reinterpret_cast<unsigned char*>(digest.data()));
     return digest;

@@ -19,7 +19,7 @@ namespace qelmo {
 
 namespace {
 
-/// What the child's start changes. Collects the first error.
+/// The arguments of posix_spawn. Keeps the first error that occurs while they are set up.
 class SpawnSetUp {
 public:
     explicit SpawnSetUp(const SpawnRequest& request) {
@@ -77,7 +77,7 @@ private:
     int error_ = 0;
 };
 
-/// The system's interface is not const-correct; it does not change the texts.
+/// posix_spawn takes pointers to non-const text but does not change it.
 void appendPointers(std::vector<char*>& pointers, const std::vector<std::string>& texts) {
     for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
     pointers.push_back(nullptr);
@@ -142,7 +142,7 @@ FinishedProcess runToEnd(const std::string& executable, const std::vector<std::s
     Pipe pipe = Pipe::open(executable);
     const int output = pipe.writing.get();
     const pid_t child = spawn({executable, arguments, {}, STDIN_FILENO, output, output});
-    // The child has its own copies; as long as ours is open, the output does not end.
+    // The child has its own copy. The output does not end while ours is open.
     pipe.writing.close();
 
     FinishedProcess finished{};

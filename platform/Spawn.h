@@ -10,7 +10,7 @@
 
 namespace qelmo {
 
-/// Both ends are closed in every child.
+/// A pipe whose ends are closed in every child.
 struct Pipe {
     FileDescriptor reading;
     FileDescriptor writing;
@@ -19,15 +19,15 @@ struct Pipe {
     [[nodiscard]] static Pipe open(const std::string& executable);
 };
 
-/// A pipe's capacity on both systems, so that one read takes everything that is there.
+/// The capacity of a pipe on Linux and macOS: one read gets everything that is in it.
 inline constexpr std::size_t pipeCapacityBytes = 65536;
 
-/// What one child is started with. It gets its three streams and no other descriptor, no signal mask and no
-/// changed signal disposition; it inherits the working directory.
+/// How to start one child. The child gets the three streams and no other descriptor, an empty signal mask and
+/// default signal dispositions. It inherits the working directory.
 struct SpawnRequest {
-    std::string executable;              ///< an absolute path; nothing is searched
+    std::string executable;              ///< an absolute path; PATH is not searched
     std::vector<std::string> arguments;  ///< after the executable's name
-    /// "NAME=value" entries in place of the inherited ones.
+    /// "NAME=value" entries that replace the inherited environment, if given.
     std::optional<std::vector<std::string>> environment;
     int input;
     int output;
@@ -35,25 +35,25 @@ struct SpawnRequest {
     bool ownSession = false;
 };
 
-/// Errors: std::system_error naming the executable.
+/// Starts a child. Errors: std::system_error naming the executable.
 [[nodiscard]] pid_t spawn(const SpawnRequest& request);
 
-/// Waits for the child. Returns its exit status, or the number of the signal that ended it; 255 when somebody
-/// else has taken its status. So 0 is nothing but success.
+/// Waits for the child. Returns its exit status, or the number of the signal that ended it, or 255 if its
+/// status was collected elsewhere. Only success returns 0.
 [[nodiscard]] int reap(pid_t processId);
 
-/// A child that has exited, and everything that it wrote to both of its output streams.
+/// A child that has exited, and everything that it wrote to its two output streams.
 struct FinishedProcess {
     int terminationStatus;  ///< the exit status, or the number of the signal that ended the child
     std::string output;
 };
 
-/// Whether the output is read when the child has exited (it must fit a pipe then) or while it runs.
+/// When the output is read: after the exit, if it fits into the pipe, or while the child runs.
 enum class ReadOutput { afterExit, whileRunning };
 
-/// Runs one child on the calling thread until it has exited and its output has ended. It inherits standard
-/// input, environment and working directory. There is no time-out.
-/// Errors: std::system_error naming the executable when it cannot be started.
+/// Runs one child and blocks the calling thread until the child has exited and its output has ended. The
+/// child inherits standard input, environment and working directory. There is no time-out.
+/// Errors: std::system_error naming the executable if it cannot be started.
 [[nodiscard]] FinishedProcess runToEnd(const std::string& executable,
                                        const std::vector<std::string>& arguments, ReadOutput order);
 

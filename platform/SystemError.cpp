@@ -8,7 +8,7 @@
 namespace qelmo {
 
 void throwSystemError(int error, std::string_view operation, std::string_view object) {
-    // The longest path that a system takes; what is longer is cut.
+    // No system accepts a longer path. The rest is cut off.
     constexpr std::size_t longestShown = 4096;
     std::string shown = shownOnOneLine(object.substr(0, longestShown));
     if (object.size() > longestShown) shown += "...";

@@ -13,13 +13,13 @@ namespace qelmo {
 
 void undoInheritedRestrictions() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        // The wrong way round on purpose: a stream that was closed goes on failing.
+        // The access mode is reversed on purpose: a stream that was closed must still fail.
         if (::fcntl(stream, F_GETFD) < 0)
             (void)::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
     (void)std::signal(SIGCHLD, SIG_DFL);
     (void)std::signal(SIGPIPE, SIG_IGN);
-    // Writing beyond the user's limit of size then fails like writing to a full disk.
+    // A write beyond the file size limit then fails like a write to a full disk.
     (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-// clang compares every use of a field with its GUARDED_BY. Other compilers do not know these attributes.
+// clang checks every use of a field against its GUARDED_BY. Other compilers do not know these attributes.
 #ifdef __clang__
 #define QELMO_THREAD_RULE(rule) __attribute__((rule))
 #else
@@ -14,7 +14,7 @@
 
 namespace qelmo {
 
-/// A mutex that the compiler knows as one.
+/// A mutex that the thread-safety analysis of clang knows.
 class QELMO_THREAD_RULE(capability("mutex")) Mutex : public std::mutex {};
 
 /// Keeps the mutex locked until the end of the scope.

@@ -31,7 +31,7 @@ struct Step {
     bool wellFormed;
 };
 
-/// Length of the sequence at the start of `rest`, or of the longest start of one when it breaks off.
+/// Length of the sequence at the start of `rest`, or of its well-formed part if it is incomplete.
 Step sequenceAt(std::string_view rest) {
     const auto byte = [rest](std::size_t index) { return static_cast<std::uint8_t>(rest[index]); };
     if (byte(0) < 0x80) return {1, true};
@@ -49,8 +49,8 @@ Step sequenceAt(std::string_view rest) {
     return {1, false};
 }
 
-/// The control characters of ASCII and those of U+0080 to U+009F, which a terminal may obey too; the
-/// separators of lines and paragraphs; and what turns the direction of the text behind it.
+/// True for ASCII control characters, for U+0080 to U+009F, which a terminal may also obey, for line and
+/// paragraph separators, and for characters that change the direction of the text after them.
 bool endsOrTurnsALine(std::string_view character) {
     if (character.size() == 1) return static_cast<unsigned char>(character[0]) < 0x20 || character == "\x7F";
     return (character >= "\u0080" && character <= "\u009F") ||
@@ -58,7 +58,7 @@ bool endsOrTurnsALine(std::string_view character) {
            (character >= "\u2066" && character <= "\u2069");
 }
 
-/// The characters of `bytes`, as `shown` turns each of them; what is ill-formed is U+FFFD.
+/// Replaces each character of `bytes` by what `shown` returns for it. Each ill-formed part counts as U+FFFD.
 template <typename Shown>
 std::string textOf(std::string_view bytes, Shown shown) {
     std::string text;

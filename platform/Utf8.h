@@ -9,8 +9,8 @@ namespace qelmo {
 /// Standard recommends (section 3.9, "U+FFFD Substitution of Maximal Subparts"). Never fails.
 [[nodiscard]] std::string decodedUtf8(std::string_view bytes);
 
-/// The same for one line of a message: what would end the line, turn its direction or steer a terminal
-/// becomes a question mark.
+/// The same for one line of a message: a character that would end the line, change the direction of the text
+/// or control a terminal becomes a question mark.
 [[nodiscard]] std::string shownOnOneLine(std::string_view bytes);
 
 }  // namespace qelmo
