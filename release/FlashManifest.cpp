@@ -19,7 +19,7 @@ std::string kindOf(const json& value) {
     return kinds.at(static_cast<std::size_t>(value.type()));
 }
 
-/// One record's JSON object, whose fields are read by key; every read is required and strict.
+/// The JSON object of one record. A field that is read must exist and have exactly the expected type.
 template <typename Record>
 class KeyedContainer {
     using Key = typename Record::CodingKeys;
@@ -76,7 +76,7 @@ private:
     std::string path_;
 };
 
-/// The parser's own words without its error number and without the text it stumbled over, which may be long.
+/// The parser's message without its error number and without the offending text, which may be long.
 std::string parserWords(const json::exception& error) {
     std::string words = error.what();
     if (const auto number = words.find("] "); number != std::string::npos) words.erase(0, number + 2);
@@ -87,7 +87,7 @@ std::string parserWords(const json::exception& error) {
 }
 
 json parse(std::span<const std::byte> bytes) {
-    // No JSON text holds one; the parser would take it for the end of the text.
+    // JSON text never contains a NUL byte; the parser would mistake it for the end of the text.
     if (std::find(bytes.begin(), bytes.end(), std::byte{0}) != bytes.end())
         throw ManifestDecodingError("The flash manifest is not valid JSON: it holds a NUL byte");
 

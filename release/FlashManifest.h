@@ -12,14 +12,14 @@
 
 namespace qelmo {
 
-/// The decoder's error: one line that names the key with its path, or the place where the JSON text is wrong.
+/// The decoder's error: one line that names the key with its path, or the position of the JSON fault.
 class ManifestDecodingError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The decoded flash manifest: what the image is, where it goes and how the flash chip is driven. Every field
-/// is required. Nothing is judged here beyond its JSON type.
+/// The decoded flash manifest: what the image is, where it goes and how the flash chip is written. Every
+/// field is required. Only JSON types are checked here, not values.
 struct FlashManifest {
     /// The image file and where it goes.
     struct Binary {
@@ -69,9 +69,8 @@ struct FlashManifest {
     const Binary binary;
     const Flash flash;
 
-    /// Decodes the bytes of a manifest file. Keys that are not known are ignored at every level; of a key
-    /// that is written twice the last one counts. Errors: ManifestDecodingError for the first bad field in
-    /// the order above.
+    /// Decodes the bytes of a manifest file. Unknown keys are ignored at every level. If a key occurs twice,
+    /// the last one counts. Errors: ManifestDecodingError for the first bad field in the order above.
     [[nodiscard]] static FlashManifest decode(std::span<const std::byte> bytes);
 };
 

@@ -6,7 +6,7 @@
 
 namespace qelmo {
 
-/// A fault that the program itself has found. It carries the complete sentence for the user and nothing else.
+/// A fault that the program itself detected. It carries only the complete sentence for the user.
 class FlasherFailure : public std::exception {
 public:
     explicit FlasherFailure(std::string text) : message(std::move(text)) {}
@@ -16,8 +16,8 @@ public:
     const std::string message;
 };
 
-/// The text that a user is shown for any error: a FlasherFailure's whole message (it may hold a NUL, at which
-/// what() would end), any other error's what().
+/// The text shown to the user for any error: the whole message of a FlasherFailure (which may contain a NUL,
+/// where what() would end), or what() of any other error.
 [[nodiscard]] inline std::string errorDescription(const std::exception& error) {
     const auto* const failure = dynamic_cast<const FlasherFailure*>(&error);
     return failure == nullptr ? error.what() : failure->message;

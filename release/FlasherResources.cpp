@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t applicationOffset = 0x10000;
 constexpr std::byte imageMagic{0xE9};
 
-/// Far above what an image can sensibly be; it only bounds what a wrong file can cost.
+/// Far larger than any image. It only limits the time and memory that a wrong file can take.
 constexpr std::uint64_t imageLimitBytes = 256ULL << 20;
 
 constexpr std::string_view esptoolBelowHome = ".platformio/packages/tool-esptoolpy/esptool.py";
@@ -54,7 +54,7 @@ FlasherResources FlasherResources::load(const std::string& bundleURL, const std:
         FlashManifest::decode(RegularFile(manifestFile).readAll(manifestLimitBytes).span());
     requireSupportedRelease(manifest);
 
-    // Only after the manifest was read from inside it: a missing folder is reported as a missing manifest.
+    // Checked only after the manifest was read from it: a missing folder is reported as a missing manifest.
     std::error_code ignored;
     if (!fs::is_directory(folder, ignored))
         throw FlasherFailure("The application resource folder is missing.");
@@ -65,7 +65,7 @@ FlasherResources FlasherResources::load(const std::string& bundleURL, const std:
     requireImageLength(image.sizeBytes(), manifest);
     const std::string digest = verifiedImageDigest(image.readAll(imageLimitBytes).span(), manifest);
 
-    // Last on purpose: every fault of the release itself outranks a missing tool.
+    // Last on purpose: a fault of the release itself is reported before a missing tool.
     const std::string esptool = joinedPath(homeFolder, esptoolBelowHome);
     if (!isReadable(esptool))
         throw FlasherFailure("The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.");

@@ -13,18 +13,18 @@ namespace qelmo {
 /// The manifest's file name in a bundle's resource folder.
 inline constexpr const char* manifestFileName = "qelmo-varnox-flash-manifest.json";
 
-/// Far above what a manifest can sensibly be; it only bounds what a wrong file can cost.
+/// Far larger than any manifest. It only limits the time and memory that a wrong file can take.
 inline constexpr std::uint64_t manifestLimitBytes = 2ULL << 20;
 
-// What a release must say of itself, for the one device that the flasher serves.
+// The manifest values that a release for the Cardputer ADV must have.
 inline constexpr std::int64_t supportedSchemaVersion = 1;
 inline constexpr const char* supportedChipFamily = "ESP32-S3";
 inline constexpr std::int64_t wholeFlashAddress = 0;
 inline constexpr const char* supportedFlashSize = "8MB";
 inline constexpr const char* supportedFlashMode = "dio";
 
-/// A verified release. Holding one means that it passed every check when it was loaded; only `load` makes
-/// one. Copied freely, immutable. Paths are bytes.
+/// A verified release: it passed every check when it was loaded. Only `load` creates one. Immutable; can be
+/// copied. Paths are bytes.
 class FlasherResources {
 public:
     /// Reads and checks the release inside the bundle folder `bundleURL` (the one that contains "Contents"),
@@ -57,7 +57,7 @@ void requireSupportedRelease(const FlashManifest& manifest);
 /// The digest of an image as 64 lower-case hexadecimal digits.
 [[nodiscard]] std::string imageDigest(std::span<const std::byte> image);
 
-/// The path of the application's icon file in the bundle, when it exists. It is not opened.
+/// The path of the application's icon file in the bundle, if it exists. The file is not opened.
 [[nodiscard]] std::optional<std::string> applicationIconURL(const std::string& bundleURL);
 
 }  // namespace qelmo

@@ -8,7 +8,7 @@
 
 namespace qelmo {
 
-/// What is known of the release that was loaded before.
+/// The previously loaded release, if there was one.
 struct PreviousRelease {
     std::optional<std::string> version;
     std::optional<std::string> checksum;
