@@ -9,8 +9,8 @@
 
 namespace qelmo {
 
-/// The chip's own USB port and the USB-serial bridges, as macOS names their call-out nodes and, on Linux, as
-/// the kernel names them.
+/// Name prefixes of the chip's own USB port and of USB-serial bridges: those of the call-out nodes of macOS
+/// and, on Linux, also those of the kernel.
 constexpr auto candidatePrefixes = std::to_array<std::string_view>({
     "cu.usbmodem",
     "cu.usbserial",

@@ -10,11 +10,11 @@ namespace qelmo {
 /// The title of the port menu's only item when there is no port.
 inline constexpr const char* noBootPortTitle = "No ESP32-S3 boot port found";
 
-/// The paths of the device nodes in `deviceFolder` that can be a device in boot mode, sorted as bytes. A node
-/// is recognised by its name alone; nothing is opened. A folder that cannot be read holds no ports.
+/// The paths of the ports in `deviceFolder` that may be a Cardputer in boot mode, sorted as bytes. A port is
+/// recognised by its name only; nothing is opened. The list is empty if the folder cannot be read.
 [[nodiscard]] std::vector<std::string> listBootPorts(const std::string& deviceFolder);
 
-/// Whether a device node of this name can be one.
+/// Whether a device node of this name may be such a port.
 [[nodiscard]] bool isBootPortName(std::string_view name);
 
 /// The log line for the number of ports found.

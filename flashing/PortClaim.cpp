@@ -20,9 +20,9 @@ FileDescriptor claimPort(const std::string& port) {
     FileDescriptor claim(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!claim.isOpen()) throwSystemError(errno, "open", folder);
 
-    // A folder cannot be opened for writing, and an exclusive lock needs that. So everybody takes a shared
-    // lock and then asks whether an exclusive one would meet somebody else's. Of two at once, both may be
-    // refused.
+    // An exclusive lock needs a descriptor that is open for writing, and a folder has none. So each job takes
+    // a shared lock, then asks whether an exclusive lock would conflict with another job's. Of two jobs that
+    // start at once, both may be refused.
     struct flock lock {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;

@@ -11,22 +11,22 @@
 
 namespace qelmo {
 
-/// What a tool run reports to. `appendText` is called on a background thread, one call at a time;
-/// `completionStep` runs once, on the main queue, after the tool has ended.
+/// The handlers of one tool run. `appendText` is called on a background thread, one call at a time;
+/// `completionStep` runs once, on the main queue, after the tool has exited.
 struct ToolProcessHandlers {
     std::function<void(std::string text)> appendText;
     std::function<void(const std::shared_ptr<ChildProcess>& process)> completionStep;
 };
 
-/// Sets up one supervised run of the flashing tool; `launch` on the result starts it. When the tool has
-/// exited, what is still in the pipe is not read any more, and the completion step is posted. Nothing stops
-/// the child: there is no time-out and no cancelling.
+/// Sets up one supervised run of the flashing tool; call `launch` on the result to start it. When the tool
+/// has exited, the rest of its output is not read, and the completion step is posted. Nothing stops the
+/// child: there is no time-out and no way to cancel.
 [[nodiscard]] std::shared_ptr<ChildProcess> setUpToolProcess(ToolCommand command,
                                                              std::shared_ptr<MainQueue> mainQueue,
                                                              ToolProcessHandlers handlers);
 
-/// The text of one chunk as the log shows it: ill-formed UTF-8 becomes U+FFFD (each chunk is decoded on its
-/// own), and every carriage return becomes a line feed, so that each redraw of a line is a line.
+/// The text of one chunk as the log shows it. Ill-formed UTF-8 becomes U+FFFD; each chunk is decoded on its
+/// own. Every carriage return becomes a line feed, so that each redrawn line is a line of its own.
 [[nodiscard]] std::string logTextOfChunk(std::string_view bytes);
 
 }  // namespace qelmo

@@ -7,8 +7,8 @@
 
 namespace qelmo {
 
-/// What the window shows and allows, apart from the log and the items of the port menu. The defaults are
-/// those of a new window. Each function gives the state after one event.
+/// What the window shows and allows, except for the log and the items of the port menu. The defaults are
+/// those of a new window. Each function returns the state after one event.
 struct WindowState {
     enum class Colour { accent, warning, danger };
 
@@ -25,7 +25,7 @@ struct WindowState {
 
     /// The release was loaded; the ports are listed next.
     [[nodiscard]] WindowState withRelease(const FlasherResources& loaded) const;
-    /// The release was refused; `description` is the failure's.
+    /// The release was refused; `description` is the failure's text.
     [[nodiscard]] WindowState withRefusedRelease(const std::string& description) const;
     [[nodiscard]] WindowState withPorts(std::size_t portCount, bool hasRelease) const;
     [[nodiscard]] WindowState flashing() const;
