@@ -12,7 +12,7 @@ ActionButton::ActionButton(AppDelegate& target, Action sentAction, QWidget* pare
 }
 
 void ActionButton::setTitle(const QString& newTitle) {
-    // Wider than the window. More only takes time: the title comes from a file and may have any length.
+    // Wider than the window. The title comes from a file and may have any length; more only takes time.
     constexpr qsizetype longestShownTitle = 400;
     if (newTitle == title_) return;
     title_ = newTitle;
@@ -28,8 +28,7 @@ bool ActionButton::event(QEvent* event) {
     const auto& typed = static_cast<const QKeyEvent&>(*event);
     if (typed.key() != Qt::Key_Return && typed.key() != Qt::Key_Enter) return QPushButton::event(event);
 
-    // Return presses as the space bar does: when it is let go. A Return that is held down would answer the
-    // alert that the press opens, too.
+    // Return fires on release, like Space: a held Return would also confirm the alert that it opens.
     QKeyEvent space(typed.type(), Qt::Key_Space, typed.modifiers(), typed.text(), typed.isAutoRepeat());
     const bool isHandled = QPushButton::event(&space);
     event->setAccepted(space.isAccepted());

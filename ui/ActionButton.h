@@ -6,7 +6,7 @@ namespace qelmo {
 
 class AppDelegate;
 
-/// A push button that sends one operation to the delegate, and can be asked which.
+/// A push button that calls one operation of the delegate. The operation can be queried.
 class ActionButton : public QPushButton {
 public:
     using Action = void (AppDelegate::*)();
@@ -14,7 +14,7 @@ public:
     /// `target` must outlive the button.
     ActionButton(AppDelegate& target, Action sentAction, QWidget* parent);
 
-    /// The title as it stands: an ampersand is an ampersand, not a shortcut.
+    /// The literal title: an ampersand does not mark a shortcut.
     [[nodiscard]] QString title() const { return title_; }
     void setTitle(const QString& newTitle);
 

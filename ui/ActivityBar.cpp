@@ -38,7 +38,7 @@ void ActivityBar::paintEvent(QPaintEvent* /*event*/) {
     painter.drawRoundedRect(groove, radius, radius);
     if (!isAnimating()) return;
 
-    // The block goes there and back.
+    // The block moves to the right and back again.
     const int position = step_ <= stepsThere ? step_ : 2 * stepsThere - step_;
     const double blockWidth = groove.width() / 4;
     const double left = (groove.width() - blockWidth) * position / stepsThere;

@@ -5,13 +5,13 @@
 
 namespace qelmo {
 
-/// An indeterminate progress bar that is visible and still while it is stopped. It paints itself: a toolkit
-/// style would animate for ever once it had been started, and would show nothing while stopped.
+/// An indeterminate progress bar that stays visible, without motion, while it is stopped. It paints itself,
+/// because a style of Qt shows nothing while stopped and never stops once it has started.
 class ActivityBar : public QProgressBar {
 public:
     ActivityBar(const QColor& groove, const QColor& block, QWidget* parent);
 
-    /// Starts from the beginning, or stops; does nothing when it already is so.
+    /// Starts the animation from the beginning, or stops it. Does nothing if nothing changes.
     void setAnimating(bool wanted);
     [[nodiscard]] bool isAnimating() const { return timer_.isActive(); }
 

@@ -20,10 +20,10 @@ constexpr int informativeSize = 12;
 constexpr int textWidth = 440;
 constexpr int mostMessageLines = 4;
 constexpr int fewestInformativeLines = 4;
-/// Title bar, message, buttons and what is between them, generously.
+/// A generous estimate for the title bar, the message, the buttons and the space between them.
 constexpr int heightWithoutInformativeText = 220;
 
-/// As many as leave the buttons on the screen.
+/// As many lines as fit while the buttons stay on the screen.
 int mostInformativeLines(const QScreen& screen, const QFont& font) {
     const int height = screen.availableGeometry().height() - heightWithoutInformativeText;
     return std::max(fewestInformativeLines, height / QFontMetrics(font).lineSpacing());
@@ -39,7 +39,7 @@ void showPlainText(QMessageBox& box, const Alert& alert) {
     box.setInformativeText(fittingText(QString::fromStdString(alert.informativeText), informativeFont,
                                        textWidth, mostInformativeLines(*box.screen(), informativeFont)));
 
-    // The box passes neither its text format nor a font of its own on to the second text.
+    // The box applies neither its text format nor its font to the informative text.
     if (auto* message = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label")))
         message->setFont(messageFont);
     if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {

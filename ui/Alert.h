@@ -7,23 +7,22 @@ class QWidget;
 
 namespace qelmo {
 
-/// A free-standing modal alert. Its texts are shown as they stand; what would make it larger than the screen
-/// is cut, with "…" in its place.
+/// A modal alert. Its texts are shown as plain text. Text that would make it larger than the screen is cut
+/// and ends in "…".
 struct Alert {
     enum class Style { informational, critical };
 
-    /// The response of the first button; every further button's is one more.
+    /// The response of the first button. The response of each further button is one higher.
     static constexpr int firstButtonReturn = 1000;
 
     Style style;
     std::string messageText;
     std::string informativeText;
-    /// In the order in which they are shown. The first is the default and answers Return; the last answers
-    /// Escape.
+    /// In display order. The first is the default and answers Return; the last answers Escape.
     std::vector<std::string> buttons;
 
-    /// Shows the alert over `window` and waits for the answer: the pressed button's response, or 0 when the
-    /// alert ended without one. The event loop goes on meanwhile.
+    /// Shows the alert over `window` and waits for the answer. Returns the response of the pressed button, or
+    /// 0 if the alert closed without one. The event loop keeps running meanwhile.
     [[nodiscard]] int runModal(QWidget* window) const;
 };
 

@@ -105,13 +105,13 @@ void AppDelegate::refreshPorts() {
 void AppDelegate::flashDevice() {
     if (flashProcess || alertIsOpen_) return;
     if (!resources) return;
-    // The whole job works on this copy; a refresh while an alert is open does not reach it.
+    // The whole job uses this copy, so a refresh while an alert is open does not affect it.
     const FlasherResources release = *resources;
     const int selected = portPopup->currentIndex();
     if (selected < 0 || static_cast<std::size_t>(selected) >= ports.size()) return;
     const std::string port = ports[static_cast<std::size_t>(selected)];
 
-    // The alerts below run the event loop, in which the last other owner may let go.
+    // The alerts below run the event loop, and the last other owner may release the delegate meanwhile.
     const auto self = shared_from_this();
     try {
         if (embeddedRelease(context).checksum != release.checksum)
@@ -171,7 +171,7 @@ void AppDelegate::completeFlashJob(const ChildProcess& process, const FlasherRes
 void AppDelegate::endFlashJob(const WindowState& next) {
     flashProcess.reset();
     show(next);
-    // The toolkit moves the focus on when the control that has it is disabled.
+    // Qt moves the focus to another control when the focused one is disabled.
     if (focusBeforeJob_ != nullptr) focusBeforeJob_->setFocus();
 }
 

@@ -25,15 +25,15 @@ struct Alert;
 class LogTextView;
 class TextLabel;
 
-/// Owns the one window, the release that was validated last and the running flash process. Every action of
-/// the window is an operation of this class; what needs no widget is decided in the rooms below.
+/// Owns the one window, the last validated release and the running flash process. Every action of the window
+/// is an operation of this class. Decisions that need no widget are made in the layers below.
 ///
-/// Threads: all fields and operations are the main thread's, except `appendLog`. Background threads hold the
-///          delegate weakly and never resolve that reference themselves: only tasks of the main queue do.
-/// Ownership: create it with std::make_shared; the windowed start holds it for the life of the event loop.
+/// Threads: use all fields and operations on the main thread only, except `appendLog`. Background threads
+///          hold weak references to the delegate, and only tasks of the main queue resolve them.
+/// Ownership: create it with std::make_shared. The windowed start owns it for the life of the event loop.
 class AppDelegate : public QObject, public std::enable_shared_from_this<AppDelegate> {
 public:
-    /// Checks the live window and ends the process; the delegate may be gone.
+    /// Checks the live window and ends the process. `delegate` is null if it no longer exists.
     using WindowCheck = std::function<void(const std::shared_ptr<AppDelegate>& delegate)>;
 
     AppDelegate(std::shared_ptr<MainQueue> mainQueue, LaunchContext context, WindowCheck windowCheck);
@@ -47,8 +47,8 @@ public:
     const QColor warning = Palette::warning();
     const QColor danger = Palette::danger();
 
-    // The window and its controls: empty until `buildWindow`, then there for the life of the delegate. The
-    // controls belong to the window.
+    // The window and its controls: null until `buildWindow`, then valid for the life of the delegate. The
+    // window owns the controls.
     std::unique_ptr<QWidget> window;
     TextLabel* releaseLabel = nullptr;
     TextLabel* statusLabel = nullptr;
@@ -58,9 +58,9 @@ public:
     ActivityBar* progress = nullptr;
     LogTextView* logTextView = nullptr;
 
-    /// The release that passed validation last; none before the first validation and after a failed one.
+    /// The last validated release. Empty before the first validation and after a failed one.
     std::optional<FlasherResources> resources;
-    /// The running tool. Its presence is the one busy flag.
+    /// The running tool. Set exactly while a flash job runs; there is no other busy flag.
     std::shared_ptr<ChildProcess> flashProcess;
     /// The boot ports found last, in the order of the port menu's items.
     std::vector<std::string> ports;
@@ -76,17 +76,17 @@ public:
     void buildWindow();
 
     /// Loads and checks the embedded release, shows it or the reason why it was refused, and on success lists
-    /// the ports. Never throws. The caller sees to it that no flash job runs.
+    /// the ports. Never throws. The caller makes sure that no flash job is running.
     void validateReleaseAndRefresh(bool userInitiated);
 
-    /// Adds text to the log, later, on the main thread, in the order of the calls, with a line feed at its
-    /// end if one is asked for and not there yet. The only operation that may be called from any thread.
+    /// Posts text to the log, in the order of the calls. With `addNewline`, adds a line feed unless the text
+    /// ends with one. The only operation that may be called from any thread.
     void appendLog(std::string text, bool addNewline);
 
-    /// Returns when the alert has been dismissed.
+    /// Shows the error alert and returns when it has been dismissed.
     void showError(const std::string& message);
 
-    /// With "--window-self-test" among the arguments: runs the window's check a moment later.
+    /// Schedules the check of the window if "--window-self-test" is among the arguments.
     void runWindowSelfTestIfRequested();
 
     [[nodiscard]] const WindowState& state() const { return state_; }
@@ -107,9 +107,9 @@ private:
     const std::shared_ptr<MainQueue> mainQueue_;
     const WindowCheck windowCheck_;
     WindowState state_;
-    /// One alert is answered at a time, also when an assistive tool presses a button behind an open one.
+    /// Allows one alert at a time: an assistive tool can press a button while an alert is open.
     bool alertIsOpen_ = false;
-    /// The control that had the keyboard's focus at the start of the job, or null.
+    /// The control that had the keyboard focus when the job started, or null.
     QWidget* focusBeforeJob_ = nullptr;
 };
 

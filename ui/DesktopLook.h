@@ -7,15 +7,15 @@ class QApplication;
 
 namespace qelmo {
 
-/// Makes the controls that the toolkit draws belong to a dark window, whatever the desktop's theme. On macOS
-/// the native style stays and is only asked for its dark scheme.
+/// Gives all controls a dark look, whatever the theme of the desktop. On macOS the native style stays, and
+/// only its dark scheme is requested.
 void applyDarkControls(QApplication& application);
 
-/// Makes the ICNS file at `path` the application's icon, or, without a file that can be read, the one that is
-/// built into the program. Call it before the first window is made. On macOS it does nothing.
+/// Makes the ICNS file at `path` the icon of the application, or the built-in icon if there is no readable
+/// file. Call it before the first window is created. Does nothing on macOS.
 void setApplicationIcon(const std::optional<std::string>& path);
 
-/// Whether the system has an icon to show for the application.
+/// Whether the application has an icon.
 [[nodiscard]] bool hasApplicationIcon();
 
 }  // namespace qelmo

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int alertIconSize = 48;
 
-/// A disc with a sign on it, in place of the toolkit's pictures, which are drawn for a light ground.
+/// A disc with a sign on it, in place of Qt's alert icons, which are made for a light background.
 QIcon alertIcon(const QColor& colour, const QString& sign) {
     constexpr int sharpestScale = 2;
     QPixmap picture(alertIconSize * sharpestScale, alertIconSize * sharpestScale);
@@ -37,7 +37,7 @@ QIcon alertIcon(const QColor& colour, const QString& sign) {
     return picture;
 }
 
-/// The toolkit's own style, without what a desktop theme would change about alerts.
+/// Qt's own style, with alerts that do not depend on the theme of the desktop.
 class DarkStyle : public QProxyStyle {
 public:
     DarkStyle() : QProxyStyle(QStringLiteral("fusion")) {}
@@ -49,7 +49,7 @@ public:
         return QProxyStyle::standardIcon(icon, option, widget);
     }
 
-    /// The toolkit's sign of the keyboard's focus is darker than the buttons.
+    /// Draws our own focus ring, because that of the style is darker than the buttons.
     void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
                        const QWidget* widget) const override {
         QProxyStyle::drawPrimitive(element, option, painter, widget);
@@ -70,7 +70,7 @@ public:
 
     int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
                   QStyleHintReturn* returned) const override {
-        // The buttons come in the order in which the alert names them.
+        // The buttons stay in the order in which the alert lists them.
         if (hint == SH_DialogButtonLayout) return 0;
         return QProxyStyle::styleHint(hint, option, widget, returned);
     }
@@ -92,8 +92,8 @@ QPalette darkPalette() {
     return palette;
 }
 
-/// What a window manager shows is no larger. The file's first pictures, up to this size, need no decoder but
-/// the file's own; to read one of the others takes longer than the rest of the start.
+/// Window managers show no larger icon. The pictures up to this size come first in the file and need only the
+/// ICNS decoder. Reading a larger one takes longer than the rest of the start-up.
 constexpr int largestPictureWidth = 128;
 
 QIcon iconOfFile(const QString& path) {

@@ -13,8 +13,8 @@
 
 namespace qelmo {
 
-/// The toolkit lays out a whole paragraph whenever a piece is appended to it, and some take the square of its
-/// length. So a line that is longer is kept in several paragraphs.
+/// Qt lays out a whole paragraph again each time text is appended to it. For some paragraphs the time grows
+/// with the square of the length. So a longer line is stored as several paragraphs.
 constexpr int longestParagraph = 4096;
 
 LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& ground, int inset,
@@ -23,7 +23,7 @@ LogTextView::LogTextView(const QFont& font, const QColor& text, const QColor& gr
     setReadOnly(true);
     setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     setUndoRedoEnabled(false);
-    // It would promise that something can be typed here.
+    // A visible cursor would suggest that text can be typed here.
     setCursorWidth(0);
     setFont(font);
     setFrameShape(QFrame::NoFrame);
@@ -42,14 +42,14 @@ void LogTextView::append(const std::string& text) {
     const int anchor = selected.anchor(), position = selected.position();
     QTextCursor end(document());
     end.movePosition(QTextCursor::End);
-    // Nothing is laid out before the paragraphs have their lengths.
+    // Prevents layout until the paragraphs have been split.
     end.beginEditBlock();
     QTextBlock paragraph = end.block();
     end.insertText(QString::fromStdString(text));
     for (; paragraph.isValid(); paragraph = paragraph.next()) breakAfterLongestLength(paragraph);
     end.endEditBlock();
     if (anchor != position) {
-        // A selection that touches the end has grown with the text.
+        // A selection that touches the end has grown with the text. Restore it.
         selected.setPosition(anchor);
         selected.setPosition(position, QTextCursor::KeepAnchor);
         setTextCursor(selected);
@@ -58,10 +58,10 @@ void LogTextView::append(const std::string& text) {
 }
 
 void LogTextView::breakAfterLongestLength(const QTextBlock& paragraph) {
-    // The length counts the paragraph's end, too.
+    // length() includes the paragraph's end.
     if (paragraph.length() - 1 <= longestParagraph) return;
     int place = paragraph.position() + longestParagraph;
-    // Both halves of a character stay together.
+    // Keep both halves of a character together.
     if (document()->characterAt(place).isLowSurrogate()) --place;
     QTextCursor cursor(document());
     cursor.setPosition(place);

@@ -6,18 +6,17 @@
 
 namespace qelmo {
 
-/// The append-only log: plain text of one font and colour that can be selected and copied, with
-/// the mouse or with keys.
+/// The append-only log: plain text of one font and colour that can be selected and copied, with the mouse or
+/// with keys.
 class LogTextView : public QPlainTextEdit {
 public:
     LogTextView(const QFont& font, const QColor& text, const QColor& ground, int inset, QWidget* parent);
 
-    /// Appends the text as it stands and shows the end of the log, wherever the user had scrolled to.
+    /// Appends the text unchanged and scrolls to the end of the log, wherever the user had scrolled to.
     void append(const std::string& text);
 
-    /// Everything that was appended; what is copied is a part of it. The document, which an assistive tool
-    /// reads, has more paragraphs than this text has lines: a line that is too long to be laid out at once is
-    /// kept in several.
+    /// Everything that was appended. Copied text is a part of it. The document, which assistive tools read,
+    /// may have more paragraphs than this text has lines: a very long line is stored as several paragraphs.
     [[nodiscard]] QString toPlainText() const;
 
 protected:
@@ -31,8 +30,8 @@ private:
     [[nodiscard]] QString withoutAddedBreaks(const QString& text, int start) const;
     [[nodiscard]] bool showsFocus() const;
 
-    /// The ends of paragraphs that no text brought, in the document's positions, ascending. They stay valid:
-    /// the log only grows.
+    /// Document positions of the paragraph ends that were added, ascending. They stay valid because the log
+    /// only grows.
     std::vector<int> addedBreaks_;
 };
 

@@ -28,8 +28,8 @@ struct Palette {
     [[nodiscard]] static QColor danger() { return calibratedRgb(1.0, 0.3, 0.29); }
 };
 
-/// The platform's monospaced system font. Sizes are device-independent pixels, so that they do not depend on
-/// the resolution that a display claims to have.
+/// The platform's monospaced system font. Sizes are device-independent pixels, so they do not depend on the
+/// resolution that a display reports.
 [[nodiscard]] inline QFont monospacedFont(int sizePixels, QFont::Weight weight) {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setPixelSize(sizePixels);

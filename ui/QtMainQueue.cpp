@@ -9,8 +9,8 @@
 
 namespace qelmo {
 
-/// Gives the queue its turns of the event loop. An event, which any thread may post, begins; then it is a
-/// timer, because the loop paints and reads input before it looks at timers again.
+/// Runs the queue in turns of the event loop. An event, which any thread may post, starts the first turn. A
+/// timer starts the next ones, because the loop paints and reads input before it checks timers again.
 class QtMainQueue::Turns : public QTimer {
 public:
     explicit Turns(QtMainQueue& queue) : queue_(queue) {
@@ -66,7 +66,7 @@ bool QtMainQueue::takeNext(Task& task) {
 
 void QtMainQueue::runTurn() {
     if (failure_) return;
-    // Before the tasks: when one of them opens an alert, the alert's own loop goes on with the next ones.
+    // Started before the tasks: if one of them opens an alert, the alert's event loop runs the next ones.
     turns_->start();
     constexpr std::chrono::milliseconds budget{8};
     QElapsedTimer spent;

@@ -11,11 +11,12 @@ namespace qelmo {
 
 /// The main queue on Qt's event loop.
 ///
-/// Qt delivers everything that is posted to it before it lets the window paint, so a flood of posted tasks
-/// would freeze the window. Here one wake-up stands for all waiting tasks, and after a short time in a row
-/// the loop paints and reads input before the next tasks run.
+/// Qt delivers all posted events before it lets the window paint, so a flood of posted tasks would freeze the
+/// window. Here one event wakes the queue for all waiting tasks. When tasks have run for some milliseconds,
+/// the loop paints and reads input before the next ones.
 ///
-/// Create it on the main thread when the application object exists, and `close` it there before that goes.
+/// Create it on the main thread after the application object, and `close` it there before that object is
+/// gone.
 class QtMainQueue : public MainQueue {
 public:
     QtMainQueue();
@@ -24,11 +25,11 @@ public:
     void post(Task task) override;
     void postAfter(std::chrono::milliseconds delay, Task task) override;
 
-    /// Drops the waiting tasks and all that come later.
+    /// Discards queued and later tasks.
     void close();
 
-    /// Throws what a task has thrown, if one has. Call it when the loop has ended: through the toolkit itself
-    /// nothing may be thrown.
+    /// Rethrows the exception of a task, if there was one. Call it after the event loop has ended: exceptions
+    /// must not pass through Qt.
     void rethrowFailure() const;
 
 private:
@@ -41,7 +42,7 @@ private:
     std::deque<Task> tasks_ GUARDED_BY(mutex_);
     bool turnIsDue_ GUARDED_BY(mutex_) = false;
 
-    // The main thread's; other threads only post to the first one, under the mutex.
+    // Used on the main thread. Other threads only post to the first one, under the mutex.
     std::unique_ptr<Turns> turns_;
     std::exception_ptr failure_;
 };

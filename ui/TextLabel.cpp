@@ -9,8 +9,8 @@
 
 namespace qelmo {
 
-/// More than any label or alert has place for. Laying out a text whose characters combine takes the square of
-/// its length.
+/// More than any label or alert can show. Laying out characters that combine takes time that grows with the
+/// square of their number.
 constexpr qsizetype longestLaidOutText = 4096;
 
 QStringList shownLines(const QString& text, const QFont& font, int width, int maximumLines,
@@ -77,7 +77,7 @@ QStringList TextLabel::linesInWidth(int width) const {
 }
 
 int TextLabel::lineHeight() const {
-    // Every line takes whole pixels.
+    // The height of a line is a whole number of pixels.
     return qCeil(QFontMetricsF(font()).lineSpacing());
 }
 

@@ -7,17 +7,16 @@
 
 namespace qelmo {
 
-/// The lines in which a text is shown: none is wider than `width`, broken after a word or inside a word that
-/// is wider than a line. There are at most `maximumLines`; the last one ends in "…" when more would follow.
-/// The time it takes is bounded, whatever the text.
+/// Breaks a text into lines no wider than `width`, after a word or inside a word that is wider than a line.
+/// Returns at most `maximumLines`; if text is left over, the last one ends in "…". The time is bounded.
 [[nodiscard]] QStringList shownLines(
     const QString& text, const QFont& font, int width, int maximumLines,
     QTextOption::WrapMode wrapMode = QTextOption::WrapAtWordBoundaryOrAnywhere);
 
-/// The text for a label that wraps at words: itself when the label shows it whole so, else its shown lines.
+/// The text for a label that wraps at words: `text` itself if the label shows it all, else its shown lines.
 [[nodiscard]] QString fittingText(const QString& text, const QFont& font, int width, int maximumLines);
 
-/// A label that shows its text as it stands, never as markup, in its shown lines.
+/// A label that shows plain text, never markup, broken into lines by `shownLines`.
 class TextLabel : public QLabel {
 public:
     TextLabel(const QString& text, const QFont& font, const QColor& colour, QWidget* parent);
@@ -25,13 +24,13 @@ public:
     void setColour(const QColor& colour);
     [[nodiscard]] QColor colour() const;
 
-    /// When more would follow, the last line ends in "…".
+    /// If text is left over, the last line ends in "…".
     void setMaximumLines(int lines);
-    /// The text as it is drawn.
+    /// The lines as they are drawn.
     [[nodiscard]] QStringList lines() const { return linesInWidth(width()); }
 
-    /// From now on an assistive tool says every new text at once, without being asked. Before Qt 6.8 it only
-    /// hears of the label's new name, and decides itself.
+    /// From now on assistive tools announce every new text at once. Before Qt 6.8 they are only told that the
+    /// name of the label has changed, and decide themselves.
     void announceTexts() { announcesTexts_ = true; }
     void setText(const QString& text);
 

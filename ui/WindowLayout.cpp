@@ -27,7 +27,7 @@ namespace {
 namespace Length {
 constexpr int windowWidth = 720;
 constexpr int windowHeight = 650;
-/// The frame is not known before the window is shown; no usual one is higher.
+/// The real height is unknown until the window is shown. No usual title bar is higher.
 constexpr int titleBarHeight = 40;
 constexpr int columnSideInset = 26;
 constexpr int columnEndInset = 24;
@@ -49,7 +49,7 @@ constexpr int logInset = 10;
 constexpr int flashButtonHeight = 44;
 }  // namespace Length
 
-/// The wheel over the closed menu would choose another device, without a click.
+/// Ignores the wheel, which would choose another device without a click.
 class PortMenu : public QComboBox {
 public:
     using QComboBox::QComboBox;
@@ -58,7 +58,7 @@ protected:
     void wheelEvent(QWheelEvent* event) override { event->ignore(); }
 };
 
-/// Builds the rows of one window, in their order.
+/// Builds the rows of one window from top to bottom.
 class WindowBuilder {
 public:
     explicit WindowBuilder(AppDelegate& delegate) : delegate_(delegate) {}
@@ -92,7 +92,7 @@ private:
         colours.setColor(QPalette::Window, delegate_.background);
         window.setPalette(colours);
 
-#ifndef Q_OS_MACOS  // There the application's menu has it.
+#ifndef Q_OS_MACOS  // On macOS the application menu has this shortcut.
         auto* const quit = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q), &window);
         QObject::connect(quit, &QShortcut::activated, &window, &QWidget::close);
 #endif
@@ -133,13 +133,13 @@ private:
         row->addWidget(caption, 0, Qt::AlignVCenter);
 
         delegate_.portPopup = new PortMenu(parent());
-        // Before anything asks for its size: a long name must not widen the window.
+        // Set before anything asks for the size: a long name must not widen the window.
         delegate_.portPopup->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
         delegate_.portPopup->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
         delegate_.portPopup->setFont(monospacedFont(12, QFont::Medium));
         delegate_.portPopup->setFixedHeight(Length::portPopupHeight);
         delegate_.portPopup->setAccessibleName(QStringLiteral("Boot port"));
-        // Where a menu is named by its selected item, the caption says what it is.
+        // If a menu is announced by its selected item only, the caption says what it is.
         caption->setBuddy(delegate_.portPopup);
         row->addWidget(delegate_.portPopup, 0, Qt::AlignVCenter);
 
@@ -187,7 +187,7 @@ private:
         delegate_.flashButton = new ActionButton(delegate_, &AppDelegate::flashDevice, parent());
         delegate_.flashButton->setFont(monospacedFont(14, QFont::Bold));
         delegate_.flashButton->setFixedHeight(Length::flashButtonHeight);
-        // Whatever its title: the column decides the width.
+        // The column decides the width, whatever the title is.
         delegate_.flashButton->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
         column_->addWidget(delegate_.flashButton);
     }
@@ -203,8 +203,8 @@ private:
         QWidget::setTabOrder(delegate_.logTextView, delegate_.flashButton);
     }
 
-    /// All lengths are those of the widgets. Without this, a style whose controls have shadows, as macOS's,
-    /// places smaller rectangles, and the rows move.
+    /// Lays out whole widgets. A style whose controls have shadows, such as that of macOS, would otherwise
+    /// lay out smaller rectangles, and the rows would move.
     void placeWholeWidgets() {
         for (QWidget* const view : parent()->findChildren<QWidget*>())
             view->setAttribute(Qt::WA_LayoutUsesWidgetRect);

@@ -20,12 +20,12 @@ private:
     const int cornerRadius_;
 };
 
-/// Builds the delegate's window from top to bottom and fills its fields with the window and the controls that
-/// change later. What a WindowState holds is filled in by the delegate. The window is not shown yet.
+/// Builds the delegate's window and sets the fields for it and for the controls that change later. The
+/// delegate fills in what a WindowState holds. The window is not shown yet.
 void buildWindowLayout(AppDelegate& delegate);
 
-/// Where the corner of the window's frame goes on its screen: centred, or, where panels or a small screen
-/// leave no place there, moved into `available`. The title bar is inside in any case.
+/// The position of the top left corner of the window's frame: centred on the screen, or moved into
+/// `available` if panels or a small screen leave no room there. The title bar is always inside.
 [[nodiscard]] QPoint windowPosition(const QRect& screen, const QRect& available);
 
 }  // namespace qelmo
