@@ -8,7 +8,7 @@
 
 namespace qelmo {
 
-/// The newline characters of Unicode; well-formed UTF-8 can be searched for them as byte sequences.
+/// The line separators of Unicode. Well-formed UTF-8 can be searched for them as byte sequences.
 constexpr auto lineSeparators =
     std::to_array<std::string_view>({"\n", "\v", "\f", "\r", "\u0085", "\u2028", "\u2029"});
 

@@ -55,12 +55,12 @@ void checkWindow(const std::shared_ptr<AppDelegate>& delegate) {
     try {
         writeFileAtomically(delegate->context.windowReportFile, std::as_bytes(std::span(report)));
     } catch (const std::system_error&) {
-        // The file is a convenience; standard output and the status carry the verdict.
+        // Ignored: standard output and the status carry the verdict, too.
     }
     try {
         writeToStandardOutput(report);
     } catch (const std::system_error& error) {
-        // The status still tells the verdict.
+        // The status still carries the verdict.
         writeToStandardError(std::string("The report cannot be printed: ") + error.what() + "\n");
     }
     QCoreApplication::exit(passed ? EXIT_SUCCESS : EXIT_FAILURE);

@@ -28,13 +28,13 @@ namespace qelmo {
 
 namespace {
 
-/// The toolkit ends the process when it finds no display, and later by a fatal message, or by `exit` when its
-/// connection to the display breaks. Its warnings about the user's desktop help nobody who holds a device.
+/// Qt ends the process if it finds no display, later on a fatal message, and through `exit` if the connection
+/// to the display breaks. Its warnings about the desktop do not help the user and are not shown.
 enum class Window { isNotThereYet, isThere, isGone };
 std::atomic<Window> theWindow = Window::isNotThereYet;
 
 std::mutex lastWordsMutex;
-std::string lastWords;  ///< the toolkit's, since the window is there
+std::string lastWords;  ///< Qt's last message while the window exists
 
 [[noreturn]] void endWith(std::string_view sentence) {
     writeToStandardError(sentence);
@@ -50,7 +50,7 @@ std::string lastWords;  ///< the toolkit's, since the window is there
 void handleToolkitsWords(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
     if (theWindow == Window::isNotThereYet && type == QtFatalMsg)
         endWith("The window cannot be opened: no display can be used. --self-test works without one.\n");
-    // The toolkit still writes messages while the process exits, when `lastWords` is already destroyed.
+    // Qt still writes messages while the process exits, when `lastWords` has already been destroyed.
     if (theWindow != Window::isThere) return;
     {
         const std::lock_guard lock(lastWordsMutex);
@@ -59,8 +59,8 @@ void handleToolkitsWords(QtMsgType type, const QMessageLogContext& /*context*/, 
     if (type == QtFatalMsg) endBecauseOfLastWords();
 }
 
-/// While it starts, the toolkit waits forever for a thread that it does not get, and aborts when descriptors
-/// run out. Here either is an error that can be shown.
+/// While Qt starts, it waits forever for a thread that it cannot get, and aborts if descriptors run out. Here
+/// both become errors that can be shown.
 void requireThreadAndDescriptors() {
     constexpr const char* what = "the window";
     try {
@@ -78,15 +78,14 @@ void requireThreadAndDescriptors() {
 int windowedStart(const LaunchContext& context) {
     requireThreadAndDescriptors();
     qInstallMessageHandler(handleToolkitsWords);
-    // The toolkit gets a name, whatever the program was started as, and no arguments: it would take some for
-    // itself, and one of them could end the program.
+    // Qt gets a fixed name and no arguments: it would interpret some, and one of them could end the program.
     char name[] = "QelmoFlasher";
     char* arguments[] = {name, nullptr};
     int argumentCount = 1;
-    // A native alert interprets markup in its texts.
+    // Native alerts interpret markup in their texts.
     QApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
-    // With shared memory, an X server hands over a descriptor for every new window, and when none is left an
-    // alert waits for it forever. The flashing tool gets the environment of the start.
+    // With shared memory, the X server passes a descriptor for every new window, and an alert would wait
+    // forever when none is left. The flashing tool still gets the environment that was read at start-up.
     qputenv("QT_XCB_NO_MITSHM", "1");
     QApplication application(argumentCount, arguments);
     (void)std::atexit([] {

@@ -14,16 +14,16 @@ namespace qelmo {
 
 namespace {
 
-/// Runs the window, which is a library of the bundle, until the user quits. Returns the exit status: without
-/// the library, its toolkit or a display it is 1, after one sentence on standard error.
+/// Loads the window library of the bundle and runs the window until the user quits. Returns the exit status:
+/// 1, after one sentence on standard error, if the library, Qt or a display is missing.
 int runWindowedStart(const LaunchContext& context) {
-    // By name, found through the program's own run path. In a full path the loader would expand "$ORIGIN" and
-    // the like, and a bundle's folder may have such a name.
-    // Never unloaded: background threads may still run its code when the process ends.
+    // Loaded by name through the program's run path: in a full path the loader would expand "$ORIGIN" and the
+    // like, which the name of a folder may contain. Never unloaded, because background threads may still run
+    // its code when the process exits.
     void* const loaded = ::dlopen(QELMO_WINDOW_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     void* const entry = loaded == nullptr ? nullptr : ::dlsym(loaded, "qelmoWindowedStart");
     if (entry == nullptr) {
-        // The loader's reason comes first; on some systems a list of tried paths follows.
+        // The loader's reason is the first line; on some systems a list of tried paths follows.
         const std::string_view said = ::dlerror();
         writeToStandardError(
             "The window cannot be opened: " + shownOnOneLine(said.substr(0, said.find('\n'))) +
@@ -39,8 +39,8 @@ int runWindowedStart(const LaunchContext& context) {
 struct QelmoFlasherMain {
     static int main(int argumentCount, const char* const* arguments) {
         undoInheritedRestrictions();
-        // Before the toolkit is loaded, which takes variables out of the environment: the flashing tool gets
-        // all of them.
+        // Read before Qt is loaded: Qt removes variables from the environment, and the flashing tool gets all
+        // of them.
         const LaunchContext context = LaunchContext::ofThisProcess(argumentCount, arguments);
         return context.hasArgument("--self-test") ? runHeadlessSelfTest(context) : runWindowedStart(context);
     }
