@@ -1,31 +1,30 @@
-# What every target of this project is compiled with: qelmo_settings is linked privately by each of them.
+# The compiler settings of this project. Every target links qelmo_settings privately.
 add_library(qelmo_settings INTERFACE)
 target_include_directories(qelmo_settings INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(qelmo_settings INTERFACE
     -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
     -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wformat=2
-    # Which lock guards what: platform/ThreadSafety.h.
+    # Checks which lock guards what: platform/ThreadSafety.h.
     $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>)
 if(QELMO_SANITIZE)
-    # The check of virtual tables opens a pipe each time, and takes an object for a wrong one when there is none
-    # to be had.
+    # The vptr check opens a pipe each time, and reports a false error when no pipe is available.
     set(sanitize "-fsanitize=${QELMO_SANITIZE}" -fno-sanitize=vptr)
-    # Instrumented code is warned of for what is not there; the other builds make warnings errors.
+    # Instrumented code causes false warnings. The other builds treat warnings as errors.
     target_compile_options(qelmo_settings INTERFACE ${sanitize} -fno-omit-frame-pointer -fno-sanitize-recover=all
                            -Wno-error)
     target_link_options(qelmo_settings INTERFACE ${sanitize})
-    # For tests of memory: a sanitizer takes a multiple of it.
+    # For tests of memory use: a sanitizer needs several times as much.
     target_compile_definitions(qelmo_settings INTERFACE QELMO_SANITIZED)
 endif()
 
-# Hardening: what a fault in this program or in a library could be used for is made small. Sanitizers replace it.
+# Hardening: limits what an attacker can do with a fault in this program or in a library. Sanitizers replace it.
 if(NOT QELMO_SANITIZE)
     include(CheckPIESupported)
     check_pie_supported(LANGUAGES CXX)
     include(CheckCXXCompilerFlag)
-    # The processor's own control-flow protection has one name a family. "standard" also signs return addresses.
-    # Apple's unwinder takes no signed address in a program that is built for plain arm64: every C++ exception
-    # that leaves its function would end the program there.
+    # The option for the processor's control-flow protection depends on the processor family. "standard" also signs
+    # return addresses. Apple's unwinder does not accept signed addresses in a program that is built for plain arm64:
+    # every C++ exception that leaves its function would end the program.
     set(branch_protection standard)
     if(APPLE)
         set(branch_protection bti)
@@ -39,11 +38,11 @@ if(NOT QELMO_SANITIZE)
         endif()
     endforeach()
     target_compile_options(qelmo_settings INTERFACE -fstack-protector-strong)
-    # Checked library calls need an optimising compiler.
+    # Checked library calls need an optimised build.
     target_compile_options(qelmo_settings INTERFACE
         "$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2;-D_GLIBCXX_ASSERTIONS>")
     if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
-        # And a symbol that no library supplies is an error when the window library is linked, not when it is loaded.
+        # --no-undefined: a missing symbol is an error when the window library is linked, not when it is loaded.
         target_link_options(qelmo_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--no-undefined)
     endif()
 endif()

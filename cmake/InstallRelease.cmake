@@ -1,6 +1,6 @@
-# Installs the release of the bundle whose resource folder is ${resources}: the manifest and the image it names. It has
-# to be the release that the build is set to (${wanted_name}, ${wanted_version}, ${wanted_image}): a build that was
-# refused or forgotten leaves the one before in the bundle.
+# Installs the release of the bundle whose resource folder is ${resources}: the manifest and its image. The release must
+# be the one that the build is configured for (${wanted_name}, ${wanted_version}, ${wanted_image}), because a build that
+# failed or was forgotten leaves the previous release in the bundle.
 set(manifest "${resources}/qelmo-varnox-flash-manifest.json")
 if(NOT EXISTS "${manifest}")
     message(FATAL_ERROR "The bundle holds no release: build it first.")

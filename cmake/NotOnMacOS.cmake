@@ -1,5 +1,5 @@
-# The sources that are not compiled for macOS, each with the reason. Every other one in the repository is: the check of
-# the build for macOS compares.
+# The sources that are not compiled for macOS, each with the reason. All other sources in the repository are; the check
+# of the build for macOS compares.
 set(QELMO_NOT_ON_MACOS
     "platform/Sha256OpenSsl.cpp: CommonCrypto computes digests there"
     "benchmarks/EmptyWindow.cpp: ./bench runs on Linux only"
@@ -13,7 +13,8 @@ set(QELMO_NOT_ON_MACOS
     "tools/pack-release/Md5OpenSsl.cpp: CommonCrypto computes digests there"
     "ui/DesktopLookLinux.cpp: ui/DesktopLookMac.cpp takes its place")
 
-# qelmo_keep_sources_for_this_system(VARIABLE): takes from the list of sources what this system does not compile.
+# qelmo_keep_sources_for_this_system(VARIABLE): removes from the list of sources those that this system does not
+# compile.
 function(qelmo_keep_sources_for_this_system variable)
     set(kept)
     foreach(source IN LISTS ${variable})

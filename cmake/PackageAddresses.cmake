@@ -1,4 +1,4 @@
-# Who answers for the packages. The package, the metainfo, the man page and the papers take it from here.
+# The addresses of the maintainers. The packages, the metainfo, the man page and the other documents use them.
 set(QELMO_HOMEPAGE "https://qelmo.example/varnox-flasher" CACHE STRING "The project's web page")
 set(QELMO_MAINTAINER "QELMO Varnox Flasher developers <maintainers@qelmo.example>"
     CACHE STRING "Who makes the packages: Name <mail address>")
@@ -14,7 +14,7 @@ if(NOT QELMO_MAINTAINER MATCHES "^[^][<>\"\\]+ <[^][ <>\"\\@]+@[^][ <>\"\\@]+>$"
 endif()
 string(REGEX REPLACE ".*<(.*)>$" "\\1" QELMO_MAIL "${QELMO_MAINTAINER}")
 
-# No address can exist below ".example".
+# Addresses below ".example" never exist.
 if(NOT QELMO_CARRIES_SAMPLE)
     foreach(variable QELMO_HOMEPAGE QELMO_MAINTAINER QELMO_SUPPORT)
         if("${${variable}}" MATCHES "\\.example([/:?#>]|$)")

@@ -1,4 +1,4 @@
-# What the packages' papers say of the release that they carry, and the form of texts in XML and in a man page.
+# What the documents in the packages say about the release, and the escaping of texts for XML and for a man page.
 
 function(qelmo_xml_text variable text)
     string(REPLACE "&" "&amp;" text "${text}")
@@ -7,7 +7,7 @@ function(qelmo_xml_text variable text)
     set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
 
-# Not at the beginning of a line, where "." and "'" have a meaning.
+# Not for the beginning of a line, where "." and "'" have a meaning.
 function(qelmo_man_text variable text)
     string(REPLACE "\\" "\\(rs" text "${text}")
     string(REPLACE "\"" "\\(dq" text "${text}")
@@ -15,7 +15,7 @@ function(qelmo_man_text variable text)
     set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
 
-# qelmo_package_time(VARIABLE FORMAT): the commit's, like every other time in the packages.
+# qelmo_package_time(VARIABLE FORMAT): the time of the commit, like every other time in the packages.
 function(qelmo_package_time variable format)
     set(outside "$ENV{SOURCE_DATE_EPOCH}")
     if(NOT QELMO_SOURCE_DATE_EPOCH STREQUAL "")

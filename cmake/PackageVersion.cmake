@@ -1,12 +1,12 @@
-# QELMO_PACKAGE_VERSION: the packages' version, the release's first, so that apt upgrades with each new release and with
-# each new application.
-#   1.2.4 in the application 1.0.0: 1.2.4+app1.0.0
+# QELMO_PACKAGE_VERSION: the version of the packages. It begins with the version of the release, so that apt upgrades to
+# each new release and to each new application.
+#   release 1.2.4 in application 1.0.0: 1.2.4+app1.0.0
 if(QELMO_CARRIES_SAMPLE)
-    # Lower than every version that a release can have.
+    # Sorts before every version that a release can have.
     set(release 0~~sample)
 else()
-    # In Debian's order "~" is lower than no character at all, as a pre-release has to be, and "." is higher than the
-    # "+" that follows the release.
+    # Debian sorts "~" before the end of the text, as a pre-release needs, and "." after the "+" that follows the
+    # release.
     string(REGEX REPLACE "^[vV]([0-9])" "\\1" release "${QELMO_CARRIED_VERSION}")
     string(REPLACE "-" "~" release "${release}")
     string(REPLACE "+" "." release "${release}")

@@ -1,5 +1,5 @@
-# cpack, from the build folder, makes the Debian package and the portable tar in packages/ there.
-# Both carry the same bundle; what a user starts and sees in menus comes with the Debian package.
+# Run cpack in the build folder to make the Debian package and the portable tar in packages/ there. Both contain the
+# same bundle. Only the Debian package adds the command, the menu entry and the man page.
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux" OR NOT QELMO_WINDOW OR QELMO_SANITIZE)
     return()
 endif()
@@ -13,10 +13,10 @@ set(sources "${PROJECT_SOURCE_DIR}/packaging")
 set(made "${CMAKE_BINARY_DIR}/packaging")
 file(MAKE_DIRECTORY "${made}/bin")
 
-# ---- what the build makes for the packages ----
+# ---- files that the build makes for the packages ----
 
 function(qelmo_add_compressed file source)
-    # Without a name and a time inside, and whatever GZIP in the environment says.
+    # Stores no name and no time, and ignores GZIP in the environment.
     add_custom_command(OUTPUT "${file}"
         COMMAND ${CMAKE_COMMAND} -E env --unset=GZIP sh -c "gzip -9 -n -c \"$1\" >\"$2\"" sh "${source}" "${file}"
         DEPENDS "${source}" VERBATIM)
@@ -33,10 +33,10 @@ foreach(size 48 128 256)
 endforeach()
 add_custom_target(packaging ALL DEPENDS ${packaged})
 
-# ---- where it goes ----
+# ---- where the files go ----
 
-# The release comes first, so that a wrong one stops everything. It is asked for when the package is made, because it may
-# have been replaced since the build; the image that it replaced is left out.
+# Installs the release first, so that a wrong one stops everything. Reads it when the package is made, because it may
+# have been replaced since the build. The image of a replaced release is left out.
 function(qelmo_install_bundle folder component)
     set(contents "${folder}/QELMO Varnox Flasher.app/Contents")
     cmake_parse_arguments(PARSE_ARGV 2 arg "EXCLUDE_FROM_ALL" "" "")
@@ -73,7 +73,7 @@ foreach(size 48 128 256)
     install(FILES "${made}/icon-${size}.png" DESTINATION share/icons/hicolor/${size}x${size}/apps
             RENAME ${QELMO_APP_ID}.png COMPONENT debian)
 endforeach()
-# One page for both commands.
+# One man page for both commands.
 file(CREATE_LINK ${QELMO_PACKAGE}.1.gz "${made}/${QELMO_PACKAGE}-install-esptool.1.gz" SYMBOLIC)
 install(FILES "${made}/${QELMO_PACKAGE}.1.gz" "${made}/${QELMO_PACKAGE}-install-esptool.1.gz"
         DESTINATION share/man/man1 COMPONENT debian)
@@ -106,7 +106,7 @@ set(CPACK_PACKAGE_VENDOR "QELMO")
 set(CPACK_PACKAGE_CONTACT "${QELMO_MAINTAINER}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_SOURCE_GENERATOR "")
-# A release's name may hold characters that CMake would read as its own.
+# The name of a release may contain characters that have a meaning for CMake.
 set(CPACK_VERBATIM_VARIABLES ON)
 
 configure_file("${sources}/description.in" "${made}/description" @ONLY)
@@ -117,7 +117,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
-# The linker's view, then what is loaded by name at run time or run as another program.
+# SHLIBDEPS finds the linked libraries. These are loaded by name at run time, or run as another program.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "qt6-image-formats-plugins, python3, python3-serial, python3-intelhex")

@@ -1,4 +1,4 @@
-# Read by cpack once for each package that it makes.
+# cpack reads this once for each package.
 if(CPACK_GENERATOR STREQUAL "DEB")
     set(component debian)
     set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -11,7 +11,7 @@ list(GET CPACK_INSTALL_CMAKE_PROJECTS 0 build)
 list(GET CPACK_INSTALL_CMAKE_PROJECTS 1 project)
 set(CPACK_INSTALL_CMAKE_PROJECTS "${build};${project};${component};/")
 
-# The times in the packages are the commit's, so that the same commit gives the same packages.
+# Packages carry the time of the commit, so that the same commit gives the same packages.
 if("$ENV{SOURCE_DATE_EPOCH}" STREQUAL "" AND NOT CPACK_QELMO_SOURCE_DATE_EPOCH STREQUAL "")
     set(ENV{SOURCE_DATE_EPOCH} "${CPACK_QELMO_SOURCE_DATE_EPOCH}")
 endif()

@@ -1,5 +1,5 @@
-# Run by cpack after each package. Its own tar holds the files in the order of the file system and with the
-# builder's number as owner; this one depends on neither.
+# cpack runs this after it has made each package. The tar of cpack depends on the order of the files on the disk and on
+# the user id of the builder. This one does not.
 if(CPACK_GENERATOR STREQUAL "TGZ")
     get_filename_component(parent "${CPACK_TEMPORARY_DIRECTORY}" DIRECTORY)
     get_filename_component(folder "${CPACK_TEMPORARY_DIRECTORY}" NAME)

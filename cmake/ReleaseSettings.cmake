@@ -1,6 +1,6 @@
-# Which release the bundle carries: the sample, or the one that the first three of these name.
+# The release that the bundle carries: the one named by the first three of these variables, or the sample.
 #   cmake -DQELMO_RELEASE_IMAGE=merged.bin -DQELMO_RELEASE_VERSION=1.2.3 -DQELMO_RELEASE_NAME=Varnox
-# FILEPATH, so that a relative path is one from where cmake was called.
+# The type FILEPATH makes a relative path start in the folder where cmake was called.
 set(QELMO_RELEASE_IMAGE "" CACHE FILEPATH "Merged image of the release to embed (empty: the sample)")
 set(QELMO_RELEASE_VERSION "" CACHE STRING "Version of the release to embed")
 set(QELMO_RELEASE_NAME "" CACHE STRING "Name of the release to embed")
@@ -20,7 +20,7 @@ if(given AND missing)
     message(FATAL_ERROR "A release needs its image, its version and its name: ${missing} missing.")
 endif()
 
-# The release by these names, whether it is the sample or not.
+# QELMO_CARRIED_...: the same values for a given release and for the sample.
 if(given)
     if(NOT EXISTS "${QELMO_RELEASE_IMAGE}" OR IS_DIRECTORY "${QELMO_RELEASE_IMAGE}")
         message(FATAL_ERROR "QELMO_RELEASE_IMAGE: there is no file ${QELMO_RELEASE_IMAGE}")
@@ -33,7 +33,7 @@ if(given)
     set(QELMO_CARRIED_NAME "${QELMO_RELEASE_NAME}")
     set(QELMO_CARRIED_VERSION "${QELMO_RELEASE_VERSION}")
 else()
-    # Its words make plain that it is a sample.
+    # Name and version say that it is a sample.
     set(QELMO_CARRIES_SAMPLE ON)
     set(QELMO_CARRIED_IMAGE "${CMAKE_BINARY_DIR}/sample/sample-firmware.bin")
     set(QELMO_CARRIED_NAME "Sample, not firmware")

@@ -1,12 +1,12 @@
-# The same commit gives the same bytes, whatever the folder, the time and the user of the build.
+# The same commit gives the same bytes, in any folder, at any time and for any user.
 
-# Every object, also those that Qt's functions add: no folder of this machine in debug information or messages,
-# and nothing that asks the compiler for the time.
+# For every object, including those that the functions of Qt add: no folder of this machine in debug information or
+# messages, and no use of the current time.
 add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}=." "-ffile-prefix-map=${CMAKE_BINARY_DIR}=./build"
                     -Werror=date-time)
 if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     add_link_options(-Wl,--build-id=sha1)
-    # Archives without times and owners, also where the binutils are not built for that.
+    # Archives without times and owners, even if that is not the default of the installed binutils.
     set(CMAKE_CXX_ARCHIVE_CREATE "<CMAKE_AR> qcD <TARGET> <LINK_FLAGS> <OBJECTS>")
     set(CMAKE_CXX_ARCHIVE_APPEND "<CMAKE_AR> qD <TARGET> <LINK_FLAGS> <OBJECTS>")
     set(CMAKE_CXX_ARCHIVE_FINISH "<CMAKE_RANLIB> -D <TARGET>")
@@ -14,7 +14,7 @@ endif()
 
 list(APPEND CPACK_POST_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/SettledDebianPackage.cmake")
 
-# The time that the results carry: the commit's. Empty when there is none to be had.
+# The time that the results carry: that of the commit. Empty if it is unknown.
 set(QELMO_SOURCE_DATE_EPOCH "$ENV{SOURCE_DATE_EPOCH}")
 if(QELMO_SOURCE_DATE_EPOCH STREQUAL "")
     find_program(GIT git)

@@ -1,5 +1,5 @@
-# The bill of materials: what the application of this build stands on, in the versions that this build found, and the
-# release that it carries.
+# The bill of materials: the dependencies of the application, in the versions that this build found, and the release
+# that it carries.
 set(QELMO_SBOM "${CMAKE_BINARY_DIR}/QELMO-Varnox-Flasher.cdx.json")
 
 find_package(nlohmann_json 3.11 REQUIRED)
