@@ -1,4 +1,4 @@
-"""Images as the ESP32-S3 starts them: a program, a partition table, and the merged image of a whole flash."""
+"""Builds images that the ESP32-S3 can start: a program, a partition table, and the merged image of a whole flash."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ CHECKSUM_SEED = 0xEF
 
 
 def xor_of(data: bytes) -> int:
-    """The exclusive or of all bytes: one large number folded in halves, as a loop over bytes is slow."""
+    """The exclusive or of all bytes. Folds one large number in halves, because a loop over bytes is slow."""
     value, width = int.from_bytes(data, "little"), len(data)
     while width > 1:
         half = (width + 1) // 2
@@ -42,19 +42,19 @@ def program(entry: int, segments: Sequence[tuple[int, bytes]], *, chip: int = CH
 
 
 def partition_table(partitions: Sequence[tuple[str, int, int, int, int]]) -> bytes:
-    """Of (label, type, subtype, offset, size)."""
+    """The partition table for rows of (label, type, subtype, offset, size)."""
     rows = b"".join(struct.pack("<2sBBII16sI", b"\xAA\x50", kind, subtype, offset, size, label.encode(), 0)
                     for label, kind, subtype, offset, size in partitions)
     return rows + b"\xEB\xEB" + ERASED * 14 + hashlib.md5(rows, usedforsecurity=False).digest()
 
 
 def merged(loader: bytes, table: bytes, application: bytes) -> bytes:
-    """The merged image, cut after the application."""
+    """The merged image. It ends after the application."""
     return (loader.ljust(TABLE_AT, ERASED) + table).ljust(APPLICATION_AT, ERASED) + application
 
 
 def small_image(content: bytes, **header_of_loader: int) -> bytes:
-    """A merged image for tests that can be packed and holds the given bytes; nothing in it runs."""
+    """A merged image for tests. It can be packed and holds the given bytes; nothing in it runs."""
     loader = program(0x403C9700, [(0x403C9700, bytes(16))], **header_of_loader)
     table = partition_table([("factory", 0, 0, APPLICATION_AT, 0x100000)])
     return merged(loader, table, program(0x40374000, [(0x40374000, content + bytes(-len(content) % 4))]))

@@ -1,10 +1,10 @@
-"""Writes a file in one step, for the tools beside it."""
+"""Writes a file in one step, for the other tools in this folder."""
 
 import os
 
 
 def write_whole(path: str, data: bytes) -> None:
-    """Either the complete file appears under its name, or what was there before stays. Raises OSError."""
+    """Either the complete file appears under its name, or the old file stays. Raises OSError."""
     part = f"{path}.{os.getpid()}.part"
     try:
         with open(part, "xb") as file:

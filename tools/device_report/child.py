@@ -1,4 +1,4 @@
-"""Child processes that end with the script, whatever ends it."""
+"""Child processes that end when the script ends."""
 
 from __future__ import annotations
 
@@ -10,7 +10,7 @@ import subprocess
 from typing import Callable, Iterator, NamedTuple, Optional, Sequence
 
 STOPPING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
-# The tool draws its progress over the last one with backspaces; the log keeps the last one only.
+# The tool overwrites its progress with backspaces; the log keeps only the last state.
 REDRAWN = re.compile(r"[^\n]*\x08")
 
 
@@ -21,8 +21,8 @@ class Interrupted(Exception):
 
 
 class Signals:
-    """Turns the first signal that asks to stop into `Interrupted`; later ones are ignored, so that the last
-    words are said in peace."""
+    """Turns the first signal that asks to stop into `Interrupted`. Later ones are ignored, so that the last lines
+    are printed."""
 
     def __init__(self) -> None:
         self._held = False
@@ -49,7 +49,7 @@ class Signals:
 
     @contextlib.contextmanager
     def hold(self) -> Iterator[None]:
-        """A signal that comes inside is raised at the end."""
+        """A signal that arrives inside the block is raised at its end."""
         self._held = True
         try:
             yield
@@ -64,14 +64,14 @@ class Ended(NamedTuple):
 
 
 class Children:
-    """Runs one child after the other. Each has a session of its own: Ctrl+C reaches this script only, which then
-    ends the child and everything that the child has started."""
+    """Runs one child after the other. Each has its own session: Ctrl+C reaches only this script, which then ends the
+    child and everything that the child has started."""
 
     def __init__(self, signals: Signals, show: Callable[[bytes], None]) -> None:
         self._signals, self._show = signals, show
 
     def run(self, command: Sequence[str], keep: Callable[[str], None] = lambda text: None) -> Ended:
-        """Shows the output while it comes, and hands it to `keep` at the end, whatever ends the child."""
+        """Shows the output as it arrives and passes it to `keep` at the end, however the child ends."""
         output = bytearray()
         process = None
         try:

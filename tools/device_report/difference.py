@@ -1,4 +1,4 @@
-"""Two contents of the flash: where they differ, and what is known to make them differ."""
+"""Compares two contents of the flash and names the known causes of differences."""
 
 from __future__ import annotations
 
@@ -6,7 +6,7 @@ import struct
 from typing import Iterator, List, NamedTuple, Optional
 
 SECTOR = 4096
-NEAR = 8  # differing bytes that lie nearer than this make one range
+NEAR = 8  # differing bytes that are closer than this form one range
 MOST_RANGES = 20
 
 LOADER_MAGIC, LOADER_HEADER, DIGEST_FLAG_AT, DIGEST_SIZE = 0xE9, 24, 23, 32
@@ -54,7 +54,7 @@ def differing_ranges(expected: bytes, found: bytes) -> List[Range]:
 
 
 def loader_digest(image: bytes) -> Optional[Range]:
-    """Where the digest of the boot loader at the image's start lies, if there is one."""
+    """The range of the digest of the boot loader at the start of the image, if there is one."""
     if len(image) < LOADER_HEADER or image[0] != LOADER_MAGIC or image[DIGEST_FLAG_AT] != 1:
         return None
     at = LOADER_HEADER

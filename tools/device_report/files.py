@@ -1,4 +1,4 @@
-"""Files that are there as a whole or not at all."""
+"""Files that are either complete or absent."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ def sync(path: Path) -> None:
     """Waits until the file, or the folder's list of names, is on the disk."""
     descriptor = os.open(path, os.O_RDONLY)
     try:
-        # On macOS fsync leaves the bytes in the disk's own memory.
+        # On macOS fsync leaves the bytes in the cache of the disk.
         if hasattr(fcntl, "F_FULLFSYNC") and path.is_file():
             fcntl.fcntl(descriptor, fcntl.F_FULLFSYNC)
         else:
@@ -21,7 +21,7 @@ def sync(path: Path) -> None:
 
 
 def settle(temporary: Path, final: Path) -> None:
-    """Gives a finished file its name for good."""
+    """Gives a finished file its final name and waits until both are on the disk."""
     sync(temporary)
     os.replace(temporary, final)
     sync(final.parent)

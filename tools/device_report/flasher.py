@@ -8,9 +8,9 @@ from typing import Dict, List, NamedTuple, Tuple
 FLASH_SIZE = 8 * 1024 * 1024
 BUNDLE = "QELMO Varnox Flasher.app"
 BAUD = "921600"
-# The ROM's number of the port that it was loaded through.
+# Here the ROM stores the kind of port that it was loaded through.
 PORT_REGISTER = "0x3FCEF14C"
-# Without these three the tool would rewrite the header of a loader that it puts back.
+# Without these three the tool would rewrite the header of the loader in the backup.
 KEEP = ("--flash_mode", "keep", "--flash_freq", "keep", "--flash_size", "keep")
 
 # Where the builds put the program and the bundle, below the repository.
@@ -18,7 +18,7 @@ BUILDS = (("build", "build"), ("build/macos/tree", "build/macos"))
 
 
 def default_build(root: Path) -> Tuple[Path, Path]:
-    """The build folder and the bundle: of the first build that is there."""
+    """The build folder and the bundle of the first build that exists."""
     for build, above_bundle in BUILDS:
         if (root / above_bundle / BUNDLE).is_dir() and (root / build / "CMakeCache.txt").exists():
             return root / build, root / above_bundle / BUNDLE
@@ -26,7 +26,7 @@ def default_build(root: Path) -> Tuple[Path, Path]:
 
 
 class Flasher(NamedTuple):
-    """One port, and what the application says that it would flash it with."""
+    """One port, and what the application would flash it with."""
     program: Path
     bundle: Path
     port: str

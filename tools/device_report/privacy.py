@@ -1,4 +1,4 @@
-"""What a report that is sent to strangers must not hold."""
+"""Removes personal data from a report that is sent to others."""
 
 from __future__ import annotations
 
@@ -8,7 +8,7 @@ import re
 from typing import List, Pattern, Tuple
 
 MAC = re.compile(r"(?<![0-9A-Fa-f])(?:[0-9A-Fa-f]{2}[:-]){5,7}[0-9A-Fa-f]{2}(?![0-9A-Fa-f])")
-# A port on macOS may be named after the device's serial number, which is the address.
+# On macOS the name of a port may contain the device's serial number, which is its MAC address.
 MAC_IN_A_PORT = re.compile(r"(usbmodem|usbserial-?)[0-9A-Fa-f]{12}")
 MASK = "xx:xx:xx:xx:xx:xx"
 SHORT_MASK = "xxxxxxxxxxxx"

@@ -1,4 +1,4 @@
-"""The one file that is sent to us."""
+"""The report, the only file that is sent to us."""
 
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ def first(pattern: str, text: str) -> Optional[str]:
 
 
 def chip_facts(output: str) -> Dict[str, Optional[str]]:
-    """From what the tool says when it has asked the chip."""
+    """From the output of the tool about the chip."""
     return {"chip": first(r"^Chip is (.*)$", output), "features": first(r"^Features: (.*)$", output),
             "crystal": first(r"^Crystal is (.*)$", output), "flash maker": first(r"^Manufacturer: (.*)$", output),
             "flash device": first(r"^Device: (.*)$", output),
@@ -65,7 +65,7 @@ class Report:
         self._steps.append(step)
 
     def note(self, text: str) -> None:
-        """A line, or a program's output, for the log."""
+        """Adds a line, or the output of a program, to the log."""
         self._log.append(text if text.endswith("\n") else text + "\n")
 
     def text(self, result: str) -> str:

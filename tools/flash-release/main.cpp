@@ -1,5 +1,6 @@
-// The application's flash job without its window, for tools/device-report. A developer's program: no package
-// and no bundle holds it. Release, checks, arguments and environment are the application's own code.
+// Runs the application's flash job without the window, for tools/device-report. A tool for developers: no
+// package and no bundle contains it. Release, checks, arguments and environment come from the application's
+// own code.
 
 #include <unistd.h>
 
@@ -55,8 +56,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// Becomes the tool, as the window would run it. The tool ends when its caller ends it: unlike a job of the
-/// window, this one is followed by somebody who puts the device's old content back.
+/// Replaces this process with the tool, as the window would run it. Unlike a job of the window, the tool ends
+/// when its caller ends it, because the caller restores the old content of the device afterwards.
 [[noreturn]] void becomeTool(const LaunchContext& context, const FlasherResources& release,
                              const std::string& port) {
     writeToStandardOutput(FlashTexts::startLine(port) + "\n");

@@ -1,11 +1,12 @@
-# What Qt's own packages look for on macOS and a Debian machine does not have: the code here uses none of it.
+# Qt's packages look for these on macOS, and a Debian machine does not have them. The code here does not use them.
 foreach(target IN ITEMS WrapOpenGL::WrapOpenGL WrapVulkanHeaders::WrapVulkanHeaders WrapAtomic::WrapAtomic)
     if(NOT TARGET ${target})
         add_library(${target} INTERFACE IMPORTED GLOBAL)
     endif()
 endforeach()
 
-# CMake gives libraries an @rpath name, and programs a run path, only where it can ask the machine for its macOS version.
+# Without these settings CMake gives libraries an @rpath name, and programs a run path, only if it can ask the machine
+# for its macOS version.
 foreach(kind IN ITEMS SHARED_LIBRARY EXECUTABLE)
     set(CMAKE_${kind}_RUNTIME_C_FLAG "-Wl,-rpath,")
     set(CMAKE_${kind}_RUNTIME_CXX_FLAG "-Wl,-rpath,")

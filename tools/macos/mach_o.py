@@ -1,6 +1,6 @@
-"""Reads Mach-O files: what each architecture inside is for, what it calls itself, what it loads and where it looks.
+"""Reads Mach-O files: for each architecture the system it is for, its own name, its libraries and its run paths.
 
-For Python 3.9 as well, the one of Apple's command line tools.
+Runs with Python 3.9, which Apple's command line tools have.
 """
 
 from __future__ import annotations
@@ -11,7 +11,7 @@ from typing import Iterator, NamedTuple
 ONE, ONE_SWAPPED = 0xFEEDFACF, 0xCFFAEDFE
 SEVERAL = {0xCAFEBABE: ">5I", 0xCAFEBABF: ">2I2Q2I"}  # each with the layout of one entry of its table
 LC_ID_DYLIB, LC_RPATH, LC_BUILD_VERSION = 0x0D, 0x8000001C, 0x32  # the last one since macOS 10.14
-# As usual, weak, exported again, and the two for libraries that load each other.
+# The usual kind, weak, re-exported, and two kinds for libraries that load each other.
 LOADS_A_LIBRARY = (0x0C, 0x80000018, 0x8000001F, 0x20, 0x80000023)
 PLATFORM_MACOS = 1
 
@@ -25,14 +25,14 @@ class Image(NamedTuple):
 
     cpu: int
     type: int
-    minimum: str  # the oldest macOS, "14.0"; empty when the file names none
-    name: str  # what a library calls itself; this is no dependency
+    minimum: str  # the oldest macOS, such as "14.0"; empty if the file names none
+    name: str  # the library's own name; not a dependency
     libraries: tuple[str, ...]
     run_paths: tuple[str, ...]
 
 
 def as_numbers(version: str) -> tuple[int, ...]:
-    """For comparing: 9.0 is older than 13.0, and 13 is 13.0."""
+    """For comparisons: 9.0 is older than 13.0, and 13 equals 13.0."""
     numbers = [int(number) for number in version.split(".")]
     return tuple((numbers + [0, 0, 0])[:3])
 
@@ -77,7 +77,7 @@ def image(raw: bytes) -> Image:
 
 
 def images(path: str) -> list[Image]:
-    """One for each architecture; none when the file is no Mach-O file. Errors: MachOError, OSError."""
+    """One image for each architecture; none if the file is not a Mach-O file. Errors: MachOError, OSError."""
     with open(path, "rb") as file:
         raw = file.read()
     magic = struct.unpack(">I", raw[:4])[0] if len(raw) > 32 else 0

@@ -1,12 +1,12 @@
-# Replaces what is personal in the lines that it reads. Run it with LC_ALL=C, so that every byte is a character.
+# Replaces personal data in the lines that it reads. Run it with LC_ALL=C, so that every byte is a character.
 #   awk -v names=FILE -f redact.awk
 #
 # Each line of FILE is KIND, REPLACEMENT and TEXT, with tabs between them. The kind says where the text is replaced:
-#   path    where no longer name of a file continues it
-#   word    where no letter, digit or underscore touches it
-#   folder  as a folder's name behind /Users/ or /home/ only: a user may be called "a"
-# Case does not count. A line that begins with the control character 2 holds words of our own up to the next one; these
-# are printed as they are.
+#   path    unless a longer file name continues it
+#   word    unless a letter, digit or underscore is next to it
+#   folder  only as the name of a folder after /Users/ or /home/, because a user may be called "a"
+# Case is ignored. If a line begins with the control character 2, the text up to the next one is ours and is printed
+# unchanged.
 
 BEGIN {
     while ((getline name < names) > 0) add(name)
@@ -21,12 +21,12 @@ BEGIN {
         line = substr(line, end + 2)
     }
     for (i = 1; i <= count; i++) line = without(line, i)
-    # A replacement may hold a name again, so all of them come last.
+    # A replacement may contain a name, so all replacements are inserted last.
     for (i = 1; i <= count; i++) line = with(line, "\001" i "\001", replacement[i])
     print ours line
 }
 
-# The longest text first, because a home folder's path holds the user's name.
+# The longest text comes first, because the path of a home folder contains the user's name.
 function add(name,    parts, place) {
     split(name, parts, "\t")
     for (place = ++count; place > 1 && length(text[place - 1]) < length(parts[3]); place--) {
@@ -68,7 +68,7 @@ function is_name(i, before, after,    following) {
     return !is_letter(substr(before, length(before)))
 }
 
-# Bytes above 127 are parts of letters.
+# Bytes above 127 count as letters.
 function is_letter(byte) {
     return byte ~ /^[A-Za-z0-9_]$/ || byte > "\177"
 }

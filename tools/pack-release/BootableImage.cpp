@@ -37,7 +37,7 @@ std::string hex(std::size_t value) {
 /// Reads one program of the merged image from its first byte to its last.
 class ProgramReader {
 public:
-    /// `space` begins with the program and ends where it must have ended.
+    /// `space` begins with the program and ends where the program must end at the latest.
     ProgramReader(std::string_view name, std::size_t offset, Bytes space)
         : start_("The " + std::string(name) + " at " + hex(offset)), offset_(offset), space_(space) {}
 
@@ -86,7 +86,7 @@ private:
         return checksum;
     }
 
-    /// It is the last byte of a row of 16.
+    /// The checksum is the last byte of a row of 16.
     void requireChecksum(std::byte expected) {
         constexpr std::size_t row = 16;
         const Bytes padded = taken(row - position_ % row, "the checksum");
@@ -106,13 +106,13 @@ private:
                    "unchanged.");
     }
 
-    const std::string start_;  ///< of every sentence
+    const std::string start_;  ///< of every message
     const std::size_t offset_;
     const Bytes space_;
     std::size_t position_ = 0;
 };
 
-/// False when there is no table. One that ends without an MD5 was built so.
+/// Returns false if there is no table. A table without an MD5 was built like that and is accepted.
 bool hasIntactPartitionTable(Bytes image) {
     constexpr std::size_t rowBytes = 32;
     constexpr std::size_t maximumBytes = 0xC00;

@@ -7,12 +7,12 @@
 
 namespace qelmo {
 
-/// Refuses a merged image that the chip cannot start. The boot loader at 0 and the application at 0x10000 are
-/// read as the chip reads them: chip id, segments, checksum and, where the header announces one, the SHA-256
-/// after it. A partition table at 0x8000 must have the MD5 that it announces. `image` is complete: both magic
-/// bytes are there. Returns one sentence for each thing that is unusual but can be right. Errors:
-/// FlasherFailure; the sentence names the part, the offset and what to do. Sources: "Firmware Image Format"
-/// in esptool's documentation, "Partition Tables" in that of ESP-IDF.
+/// Refuses a merged image that the chip cannot start. Reads the boot loader at 0 and the application at
+/// 0x10000 as the chip does: chip id, segments, checksum and, if the header announces one, the SHA-256 after
+/// it. A partition table at 0x8000 must match the MD5 that it announces. `image` is complete: both magic
+/// bytes are there. Returns one sentence for each thing that is unusual but may be correct.
+/// Errors:  FlasherFailure; the sentence names the part, the offset and what to do.
+/// Sources: "Firmware Image Format" in esptool's documentation, "Partition Tables" in that of ESP-IDF.
 [[nodiscard]] std::vector<std::string> requireBootableImage(std::span<const std::byte> image);
 
 }  // namespace qelmo

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t modeAt = 2;
 constexpr std::size_t sizeAndFrequencyAt = 3;
 
-// The codes of the ESP32-S3's image header. Mode and size are the only ones that a release may have.
+// The codes of the ESP32-S3's image header. A release can have only this mode and this size.
 constexpr std::uint8_t modeDio = 0x02;
 constexpr std::uint8_t size8MB = 0x30;
 

@@ -12,10 +12,10 @@ namespace qelmo {
 /// The flash clocks that the flashing tool knows for the ESP32-S3, the usual one first.
 [[nodiscard]] std::vector<std::string> flashFrequencies();
 
-/// Refuses an image whose header the flashing tool would rewrite: bytes 2 and 3 name the flash mode, size and
-/// clock, and where they differ from the tool's options, it writes its own. The device would then not hold
-/// the bytes that were verified. `image` is a complete image, the manifest a supported one. Errors:
-/// FlasherFailure.
+/// Refuses an image whose header the flashing tool would rewrite. Bytes 2 and 3 name the flash mode, size and
+/// clock. If they differ from the options of the tool, the tool writes its own, and the device would not hold
+/// the bytes that were verified. `image` is a complete image, the manifest a supported one.
+/// Errors: FlasherFailure.
 void requireUnchangedHeader(std::span<const std::byte> image, const FlashManifest& manifest);
 
 }  // namespace qelmo

@@ -2,7 +2,7 @@
 
 #include "tools/pack-release/Md5.h"
 
-// Apple marks it as unsafe against an attacker, which is not what it is used for here.
+// Apple deprecates MD5 because it is not safe against attackers. Here it only detects accidental damage.
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
 
 namespace qelmo {

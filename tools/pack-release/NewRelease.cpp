@@ -61,7 +61,7 @@ NewRelease newRelease(const PackRequest& request) {
     FileBytes image = readImage(request.image);
     std::string text = composedManifest(request, image.span());
 
-    // Judged from the text and not from the request: this is what the application will read.
+    // Check the text, not the request: the application will read the text.
     FlashManifest manifest = FlashManifest::decode(std::as_bytes(std::span(text)));
     requireSupportedRelease(manifest);
     (void)verifiedImageDigest(image.span(), manifest);

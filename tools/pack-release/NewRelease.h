@@ -11,7 +11,7 @@
 
 namespace qelmo {
 
-/// No image is larger.
+/// The largest possible image.
 inline constexpr std::uint64_t deviceFlashBytes = 8ULL << 20;
 
 /// A release that is ready for a bundle: checked, but not yet written anywhere.
@@ -22,15 +22,16 @@ struct NewRelease {
     std::vector<std::string> warnings;  ///< one sentence each
 };
 
-/// Reads the image, composes the manifest and checks both as the application will, then whether the chip can
-/// start it. Errors: FlasherFailure, with the application's own sentence where it would refuse the release;
+/// Reads the image, composes the manifest, checks both as the application will, and checks that the chip can
+/// start the image.
+/// Errors: FlasherFailure, with the application's own sentence if it would refuse the release;
 ///         std::system_error for the image file.
 [[nodiscard]] NewRelease newRelease(const PackRequest& request);
 
 /// The file name under which pack-release stores the image with this digest.
 [[nodiscard]] std::string packedImageName(std::string_view digest);
 
-/// True for names that `packedImageName` gives.
+/// True for names that `packedImageName` returns.
 [[nodiscard]] bool isPackedImageName(std::string_view name);
 
 }  // namespace qelmo

@@ -11,7 +11,7 @@ namespace qelmo {
 
 namespace {
 
-/// A forgotten value must not swallow the next option.
+/// An option whose value was forgotten must not take the next option as its value.
 std::string faultOfValue(const std::string& value) {
     return value.empty() || value.starts_with("--") ? "the value is missing" : "";
 }
@@ -19,7 +19,7 @@ std::string faultOfValue(const std::string& value) {
 std::string faultOfText(const std::string& text) {
     if (decodedUtf8(text) != text) return "not valid UTF-8";
     if (shownOnOneLine(text) != text) return "holds a line break or another control character";
-    // The flashing tool would read its arguments from a file of the name that follows.
+    // The flashing tool would read arguments from the file that is named after the "@".
     if (text.starts_with('@')) return "must not begin with @";
     return "";
 }

@@ -8,7 +8,7 @@
 
 namespace qelmo {
 
-/// What one run of pack-release is asked to do. Paths are bytes, every other text is well-formed UTF-8.
+/// What one run of pack-release has to do. Paths are bytes; all other texts are well-formed UTF-8.
 struct PackRequest {
     std::string bundle;  ///< the bundle's root folder
     std::string image;   ///< path of the merged image
@@ -24,16 +24,16 @@ struct PackRequest {
     bool sign = false;                 ///< the bundle is signed ad hoc afterwards
 };
 
-/// A command line that is not understood; the message names the option.
+/// A fault in the command line; the message names the option.
 class OptionError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Reads the arguments after the program's name; nothing when they ask for help. Errors: OptionError.
+/// Reads the arguments after the program's name. Returns nothing if they ask for help. Errors: OptionError.
 [[nodiscard]] std::optional<PackRequest> packRequest(std::span<const std::string> arguments);
 
-/// The text for those who ask for help.
+/// The text of --help.
 [[nodiscard]] std::string packUsage();
 
 }  // namespace qelmo

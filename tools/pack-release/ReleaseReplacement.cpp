@@ -31,7 +31,7 @@ std::string madeResourceFolder(const std::string& bundle) {
     return folder;
 }
 
-/// The lock lasts as long as the descriptor, so that a killed process leaves none behind.
+/// The lock ends with the descriptor, so a killed process leaves no lock behind.
 FileDescriptor lockedFolder(const std::string& folder) {
     FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened.isOpen()) throwSystemError(errno, "open", folder);
@@ -45,11 +45,11 @@ std::optional<FlashManifest> presentManifest(const std::string& path) {
     try {
         return FlashManifest::decode(RegularFile(path).readAll(manifestLimitBytes).span());
     } catch (const ManifestDecodingError&) {
-        return std::nullopt;  // no release, so nothing of it has to stay
+        return std::nullopt;  // not a release, so there is no image to keep
     }
 }
 
-/// Never fails: what cannot be read is not there.
+/// Never throws: returns false for a file that cannot be read.
 bool holds(const std::string& path, std::span<const std::byte> bytes) {
     try {
         const FileBytes present = RegularFile(path).readAll(bytes.size());
@@ -69,7 +69,7 @@ bool isOwnTemporaryName(std::string_view name) {
            (target == manifestFileName || isPackedImageName(target));
 }
 
-/// True for an image that an earlier run wrote: the file holds what its name says.
+/// True for an image that an earlier run wrote: its digest matches its name.
 bool isPackedImage(const std::string& path, std::string_view name) {
     if (!isPackedImageName(name)) return false;
     RegularFile file(path);
@@ -77,10 +77,10 @@ bool isPackedImage(const std::string& path, std::string_view name) {
            packedImageName(imageDigest(file.readAll(deviceFlashBytes).span())) == name;
 }
 
-/// Removes what earlier runs have left, except the images of the new and the replaced release.
+/// Removes files that earlier runs left, except the images of the new and the replaced release.
 void removeLeftovers(const std::string& folder, const std::string& newImage,
                      const std::optional<FlashManifest>& replaced) {
-    // By identity, because a manifest that was written by hand may spell the image's path in another way.
+    // Compares file identity, because a manifest that was written by hand may spell the path differently.
     const auto isKept = [&](const std::string& path) {
         std::error_code none;
         return path == newImage ||
@@ -109,7 +109,7 @@ std::optional<FlashManifest> replaceRelease(const std::string& bundle, const New
         writeFileAtomically(manifestPath, manifestBytes);
         removeLeftovers(folder, imagePath, replaced);
     } catch (const std::exception& error) {
-        // A write that failed may still have given the file its name: only a look tells which release counts.
+        // A failed write may already have renamed the file. Only the files tell which release is in place.
         if (holds(manifestPath, manifestBytes) && holds(imagePath, release.image.span()))
             throw FlasherFailure("the new release is in place, but: " + errorDescription(error));
         if (!imageWasThere) ::unlink(imagePath.c_str());

@@ -11,7 +11,7 @@ namespace qelmo {
 
 namespace {
 
-/// A name that starts with a dash would be taken for an option.
+/// A name that starts with a dash would be mistaken for an option.
 std::string asArgument(const std::string& path) {
     return path.starts_with('-') ? "./" + path : path;
 }

@@ -31,7 +31,7 @@ std::string summary(const PackRequest& request, const FlashManifest& manifest,
            "\n" + "Replaced  " + (replaced ? replaced->name + " " + replaced->version : "no release") + "\n";
 }
 
-/// The release counts, whether or not anybody can read about it.
+/// The new release is in place even if the report cannot be printed; the error says so.
 void printReport(const std::string& report) {
     try {
         writeToStandardOutput(report);
