@@ -1,25 +1,25 @@
 #!/bin/bash
-# Builds the application on a Mac and makes it whole: Qt inside, a release inside, signed ad hoc, tested.
-# Start it by a double click in Finder, or in Terminal with a release of your own:
+# Builds the complete application on a Mac: with Qt and a release inside, signed ad hoc and tested.
+# Double-click it in Finder, or run it in Terminal with a release of your own:
 #
 #   ./BUILD-FULL-MAC.command [--image MERGED.bin --name NAME --version VERSION [--accept-header-rewrite]]
 #                            [--use-installed-qt]
 #
-#   --image, --name, --version   the release to embed (the sample, which is no firmware)
-#   --accept-header-rewrite      take an image whose header the flashing tool will change
-#   --use-installed-qt           leave Qt where Homebrew has it; the application then runs on this Mac only
-#   --system-root DIR            look below DIR for what macOS and Homebrew have at fixed places (for tests)
+#   --image, --name, --version   the release to embed (default: the sample, which is not firmware)
+#   --accept-header-rewrite      accept an image whose header the flashing tool will change
+#   --use-installed-qt           use Homebrew's Qt in place; the application then runs on this Mac only
+#   --system-root DIR            look below DIR for the fixed paths of macOS and Homebrew (for tests)
 #
-# Each step prints one line. One that fails says what to run next, and the application of an earlier run stays. So it
-# does when the command is interrupted, at any moment; when it is killed, the next run puts it back.
-# Status: 0 built, 1 a step failed, 2 command line not understood, 128 and its number when a signal interrupted it.
+# Each step prints one line. A step that fails says what to run next. The application of an earlier run stays if a step
+# fails or the command is interrupted. If the command is killed, the next run restores that application.
+# Status: 0 built, 1 a step failed, 2 wrong command line, 128 plus the number of the signal that interrupted it.
 #
-# Written for bash 3.2, which is what macOS has. No errexit: every step says itself how it ended.
+# Written for bash 3.2, the version of macOS. No errexit: each step reports its own result.
 set -uo pipefail
 unset CDPATH # it would make cd print
 
-oldest_qt=6.9.2 # older ones cannot be linked with the SDK of macOS 26: it has no AGL framework any more
-oldest_macos_of_homebrew=14 # for which it has a compiled Qt
+oldest_qt=6.9.2 # older ones need the AGL framework, which the SDK of macOS 26 no longer has
+oldest_macos_of_homebrew=14 # for which Homebrew has a compiled Qt
 tool_package='platformio/tool-esptoolpy@~1.40501.0' # esptool 4.5.1, which imports pyserial and nothing else
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P) || exit 1
@@ -35,14 +35,14 @@ tree=$work/tree
 log=$work/build.log
 bundle_name='QELMO Varnox Flasher.app'
 finished=$work/$bundle_name
-arriving=$work/arriving # the new application, in the file system of the finished one
-previous=$work/previous # the one of an earlier run, while the new one takes its place
-temporary=              # here the new one is made
+arriving=$work/arriving # the new application, on the same file system as the finished one
+previous=$work/previous # the application of an earlier run, while the new one replaces it
+temporary=              # where the new application is made
 app=
 
-# ---- how a step reports ----
+# ---- the report of a step ----
 
-step= # the one that is at work
+step= # the step that is running
 
 begin() {
     step=$1
@@ -54,13 +54,13 @@ passed() {
     printf 'ok, %s\n' "$1"
 }
 
-# failed OUTCOME COMMAND [STATUS]: the command is what to run next.
+# failed OUTCOME COMMAND [STATUS]: COMMAND is what the user should run next.
 failed() {
     printf 'failed, %s\n  Next: %s\n' "$1" "$2"
     exit "${3:-1}"
 }
 
-# interrupted STATUS: by a signal. Bash waits for the program of the step before it runs this.
+# interrupted STATUS: after a signal. Bash waits for the program of the current step before it calls this.
 interrupted() {
     trap '' HUP INT TERM
     [ -n "$step" ] || begin "Application"
@@ -109,13 +109,13 @@ parse_arguments() {
     if [ ! -f "$image" ] || [ ! -r "$image" ]; then usage "--image: there is no file to read at $image"; fi
 }
 
-# ---- what must be there ----
+# ---- the requirements ----
 
 check_system() {
     begin "macOS"
     [ "$(uname -s)" = Darwin ] || failed "this is another system" "./check"
     processor=$(uname -m)
-    # Under Rosetta the compiler makes Intel programs, and Homebrew's Qt is not for those.
+    # Under Rosetta the compiler makes Intel programs, which cannot use the Qt of Homebrew for Apple processors.
     if [ "$processor" != arm64 ] && [ "$(sysctl -n hw.optional.arm64 2>/dev/null)" = 1 ]; then
         failed "this Terminal runs under Rosetta, as an Intel program" "arch -arm64 $again"
     fi
@@ -123,12 +123,12 @@ check_system() {
     passed "$macos"
 }
 
-# Before anything else of Apple's: without these tools /usr/bin/python3 only opens a dialogue.
+# Comes before any other tool of Apple: without these, /usr/bin/python3 only opens a dialogue.
 check_xcode_tools() {
     local folder output xcrun=$system_root/usr/bin/xcrun
     begin "Xcode command line tools"
     folder=$("$system_root/usr/bin/xcode-select" -p 2>/dev/null) || failed "not installed" "xcode-select --install"
-    # Finding the compiler may say nothing of the licence, starting it does.
+    # xcrun may find the compiler without an accepted licence; starting it then fails.
     if ! output=$({ "$xcrun" --find clang++ && "$xcrun" clang++ --version; } 2>&1); then
         case $output in
             *"not agreed to the Xcode license"*)
@@ -142,13 +142,13 @@ check_xcode_tools() {
     passed "$folder"
 }
 
-# Finder's Terminal may know neither Homebrew nor PlatformIO, and an Intel Homebrew that came from an older Mac may be
-# the first one that it knows.
+# A Terminal that Finder opens may have neither Homebrew nor PlatformIO in PATH, or may find an Intel Homebrew from an
+# older Mac first.
 set_search_path() {
     if [ "$processor" = arm64 ]; then PATH=$system_root/opt/homebrew/bin:$PATH; fi
     PATH=$PATH:$system_root/usr/local/bin:$HOME/.platformio/penv/bin
     export PATH HOMEBREW_NO_AUTO_UPDATE=1
-    unset PLATFORMIO_CORE_DIR PLATFORMIO_PACKAGES_DIR # the application looks in the usual folder only
+    unset PLATFORMIO_CORE_DIR PLATFORMIO_PACKAGES_DIR # the application uses only the usual folder
 }
 
 check_homebrew() {
@@ -161,7 +161,7 @@ check_homebrew() {
     passed "$(command -v brew)"
 }
 
-# The installed version of a formula; nothing when it is not installed. The newest of several comes last.
+# Prints the installed version of a formula, or nothing if it is not installed. The newest of several versions is last.
 installed_version() {
     local versions
     versions=$(brew list --versions "$1" 2>/dev/null) || return 0
@@ -181,7 +181,7 @@ is_at_least() {
     done
 }
 
-# Programs count wherever they come from: a second cmake beside somebody's own is a conflict that nobody needs.
+# A program counts wherever it comes from, because a second cmake would only cause a conflict.
 missing_packages() {
     command -v cmake >/dev/null || printf ' cmake'
     command -v ninja >/dev/null || printf ' ninja'
@@ -194,7 +194,7 @@ missing_packages() {
 check_packages() {
     local missing
     begin "Homebrew packages"
-    # Before Homebrew divided Qt, all of it was one package.
+    # Homebrew used to have all of Qt in one package.
     qt_formula=qtbase
     qt_version=$(installed_version qtbase)
     if [ -z "$qt_version" ]; then
@@ -207,7 +207,7 @@ check_packages() {
     [ -z "$missing" ] || failed "missing:$missing" "brew install$missing"
     is_at_least "$qt_version" "$oldest_qt" ||
         failed "Qt is $qt_version, and $oldest_qt is the oldest that can be linked here" "brew upgrade $qt_formula"
-    # Homebrew names a folder for packages that are not there, too.
+    # Homebrew prints a folder even for a package that is not installed.
     qt=$(brew --prefix "$qt_formula" 2>/dev/null)
     [ -d "$qt/lib/cmake/Qt6" ] ||
         failed "there is no Qt for developers in $qt" "brew reinstall $qt_formula"
@@ -242,14 +242,15 @@ install_tool() {
 
 esptool() { "$system_root/usr/bin/python3" -B "$@" 2>&1 </dev/null; }
 
-# Asks for help only, so no port is touched.
+# Only prints the help of esptool, so no port is touched.
 accepts_verify() {
     local help
     [ -r "$1" ] && help=$(esptool "$1" write_flash --help) || return 1
     case $help in *--verify*) ;; *) return 1 ;; esac
 }
 
-# PlatformIO lets several versions stand side by side, and knows them by what is in a folder, not by its name.
+# PlatformIO keeps several versions in separate folders, and identifies them by their contents, not by the name of the
+# folder.
 refuse_version_5() {
     local path=${tool%/*}
     failed "it is version 5, which does not know --verify any more" \
@@ -261,7 +262,7 @@ check_tool() {
     begin "esptool under Apple's Python"
     if ! output=$(esptool "$tool" version); then
         case $output in
-            # Version 5 on the Python of the command line tools, which is 3.9.
+            # Version 5 under Apple's Python 3.9.
             *"unsupported operand type(s) for |"* | *rich_click*) refuse_version_5 ;;
             *"No module named"* | *"yserial is not installed"*)
                 failed "$(last_line "$output")" "\"$python\" -m pip install --user pyserial intelhex" ;;
@@ -284,8 +285,8 @@ build() {
     passed "$tree"
 }
 
-# What follows changes a copy, so that the next build finds its own files as it left them. In a temporary folder,
-# because one that iCloud looks after (Desktop, Documents) gives files attributes that codesign does not sign.
+# The next steps change a copy, so that the next build finds its own files unchanged. The copy is in a temporary folder:
+# in a folder that iCloud syncs (Desktop, Documents) files get attributes that codesign does not sign.
 copy_bundle() {
     temporary=$(mktemp -d "${TMPDIR%/}/qelmo-varnox-build.XXXXXX" 2>>"$log") ||
         failed "there is no temporary folder: $(last_words)" "df -h \"$TMPDIR\""
@@ -301,7 +302,7 @@ embed_release() {
         passed "the sample, which is no firmware"
         return
     fi
-    # The sample goes first: the packer keeps what it replaces.
+    # Remove the sample first, because the packer keeps what it replaces.
     rm -f "$resources"/*.bin "$resources/qelmo-varnox-flash-manifest.json"
     logged "$tree/tools/pack-release" --bundle "$app" --image "$image" --name "$name" --version "$version" \
         ${accept_rewrite:+"$accept_rewrite"} ||
@@ -309,8 +310,9 @@ embed_release() {
     passed "$name $version"
 }
 
-# The executable links no Qt; the library that it loads does. Named as an executable it also makes the tool write
-# references relative to each library instead of to the program. The tool ends with 0 whatever it could not find.
+# The library links Qt; the executable does not. Passing the library as an executable also makes the tool write
+# references relative to each library instead of to the program. The tool exits with 0 even if it could not find
+# something.
 deploy_qt() {
     local settled
     begin "Qt in the bundle"
@@ -328,10 +330,10 @@ deploy_qt() {
     passed "$settled"
 }
 
-# Last, because every change in the bundle after it breaks the signature.
+# Signs last, because every later change in the bundle breaks the signature.
 sign() {
     begin "Signature"
-    # What came along from a folder of iCloud. If something cannot be removed, codesign tells.
+    # Removes the attributes of iCloud. If one cannot be removed, codesign reports it.
     logged xattr -cr "$app"
     logged codesign --force --deep --sign - "$app" || failed "$(last_words)" "less \"$log\""
     logged codesign --verify --deep --strict "$app" || failed "it does not verify: $(last_words)" "less \"$log\""
@@ -344,7 +346,7 @@ self_test() {
     passed "$3"
 }
 
-# An application that a killed run has left between the two moves below goes back to its place.
+# If an earlier run was killed between the two moves below, its application is put back.
 recover() {
     local said
     [ -e "$previous" ] || return 0
@@ -362,12 +364,13 @@ clean_up() {
     rm -rf ${temporary:+"$temporary"} "$arriving"
 }
 
-# Its signature is not verified again there: iCloud may give it attributes any time, and the files stay the same.
+# The signature is not verified again at the new place: iCloud may add attributes at any time, and the files do not
+# change.
 finish() {
     begin "Application"
     rm -rf "$arriving" # of a killed run
     logged mv "$app" "$arriving" || failed "$(last_words)" "df -h \"$work\""
-    # Two renames without a signal in between, not even for mv itself.
+    # No signal may interrupt the two renames, not even in mv itself.
     trap '' HUP INT TERM
     if [ -e "$finished" ]; then
         logged mv "$finished" "$previous" || failed "$(last_words)" "ls -la \"$work\""
@@ -381,7 +384,7 @@ finish() {
     passed "$finished"
 }
 
-parse_arguments ${1+"$@"} # some old versions of bash take a bare "$@" of nothing for unset
+parse_arguments ${1+"$@"} # some old versions of bash treat an empty "$@" as unset
 TMPDIR=${TMPDIR:-/tmp}
 trap clean_up EXIT
 trap 'interrupted 129' HUP
