@@ -18,7 +18,7 @@ BUILDS = (("build", "build"), ("build/macos/tree", "build/macos"))
 
 
 def default_build(root: Path) -> Tuple[Path, Path]:
-    """The build folder and the bundle of the first build that exists."""
+    """The build folder and the bundle of the first build that exists; those of ./check if there is none."""
     for build, above_bundle in BUILDS:
         if (root / above_bundle / BUNDLE).is_dir() and (root / build / "CMakeCache.txt").exists():
             return root / build, root / above_bundle / BUNDLE
