@@ -310,9 +310,9 @@ embed_release() {
     passed "$name $version"
 }
 
-# The library links Qt; the executable does not. Passing the library as an executable also makes the tool write
-# references relative to each library instead of to the program. The tool exits with 0 even if it could not find
-# something.
+# The window library links Qt; the executable does not. Passing the library as an executable also makes macdeployqt
+# write references relative to each library instead of to the program. macdeployqt exits with 0 even if it could not
+# find something.
 deploy_qt() {
     local settled
     begin "Qt in the bundle"

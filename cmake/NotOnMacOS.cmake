@@ -1,5 +1,5 @@
-# The sources that are not compiled for macOS, each with the reason. All other sources in the repository are; the check
-# of the build for macOS compares.
+# The sources that are not compiled for macOS, each with the reason. All other sources of the repository are compiled
+# for macOS, which tools/macos/compiled-sources checks.
 set(QELMO_NOT_ON_MACOS
     "platform/Sha256OpenSsl.cpp: CommonCrypto computes digests there"
     "benchmarks/EmptyWindow.cpp: ./bench runs on Linux only"
