@@ -1,4 +1,4 @@
-// The reference for the start: a toolkit's application with one empty window of our window's size.
+// The reference for the start: a Qt application with one empty window of our window's size.
 
 #include <QApplication>
 #include <QWidget>

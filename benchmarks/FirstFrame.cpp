@@ -1,6 +1,6 @@
-// Preloaded into a program with a window: writes the moment at which the first picture of a window goes to
-// the X server, in nanoseconds of the monotonic clock, into the file that QELMO_FIRST_FRAME names. The
-// toolkit uses this function when it shares no memory with the server.
+// Preloaded into a program with a window. Writes the time at which the window's first picture goes to the X
+// server, in nanoseconds of the monotonic clock, to the file that QELMO_FIRST_FRAME names. Qt calls this
+// function if it shares no memory with the server.
 
 #include <dlfcn.h>
 #include <xcb/xcb.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Icons and pointers are smaller.
+// Icons and cursors are smaller.
 constexpr unsigned smallestFrame = 300;
 
 void note(unsigned width) {
@@ -34,7 +34,7 @@ extern "C" __attribute__((visibility("default"))) xcb_void_cookie_t xcb_put_imag
     uint16_t width, uint16_t height, int16_t x, int16_t y, uint8_t leftPad, uint8_t depth, uint32_t length,
     const uint8_t* bytes) {
     note(width);
-    // The toolkit's plugin brings the library along for itself only, so it is not the next one after this.
+    // Qt's plugin loads the library with local scope, so RTLD_NEXT would not find it.
     auto* const original =
         reinterpret_cast<decltype(xcb_put_image)*>(dlsym(dlopen("libxcb.so.1", RTLD_LAZY), "xcb_put_image"));
     return original(connection, format, drawable, context, width, height, x, y, leftPad, depth, length,

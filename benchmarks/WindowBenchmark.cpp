@@ -1,10 +1,10 @@
-// Measures the real window from inside. Its own bundle holds the release, HOME the tool.
-//   window_benchmark bare              the reference for the start: the window, nothing validated, no icon
-// Print a line of two numbers a round, the nanoseconds of what is measured and of its reference:
-//   window_benchmark load ROUNDS       a load of the release, and its digest alone, bytes in memory
+// Measures the real window from inside. The release is in the program's own bundle, the tool below HOME.
+//   window_benchmark bare              the reference for the start: the window without validation and icon
+// Print one line of two numbers per round, in nanoseconds: what is measured, then its reference.
+//   window_benchmark load ROUNDS       a load of the release, and only the digest of the same bytes in memory
 //   window_benchmark refresh ROUNDS    how long the refresh button blocks, and one load
 // Print "name value" lines:
-//   window_benchmark jobs COUNT LINES  so many jobs of HOME's tool, which prints so many lines
+//   window_benchmark jobs COUNT LINES  COUNT jobs of HOME's tool, which prints LINES lines
 //   window_benchmark pieces COUNT BYTES [lines]    text posted in pieces, with or without line feeds
 //   window_benchmark direct LINES      the reference for a job: a text view fed without a queue and a tool
 
@@ -38,7 +38,7 @@ namespace {
 
 using namespace qelmo;
 
-/// quit() would close the window, too.
+/// quit() would also close the window.
 void leaveLoop() {
     QApplication::exit();
 }
@@ -69,7 +69,7 @@ double threadSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-/// Looks at the event loop from inside: how long it was away, and how often the log was painted.
+/// Watches the event loop from inside: how long it was blocked, and how often the log was painted.
 class LoopWatch : public QObject {
 public:
     /// `beats`: whether the gaps are measured, which costs time itself.
@@ -109,7 +109,7 @@ struct Window {
     explicit Window(const LaunchContext& context)
         : delegate(std::make_shared<AppDelegate>(mainQueue, context, nullptr)) {
         delegate->applicationDidFinishLaunching();
-        // What was posted at the start is done when this has run.
+        // When this has run, everything that was posted at the start is done.
         delegate->appendLog("", false);
         QTimer::singleShot(300, [] { leaveLoop(); });
         QApplication::exec();
@@ -152,7 +152,7 @@ int measureRefresh(const LaunchContext& context, int rounds) {
     return window.delegate->resources ? 0 : 1;
 }
 
-/// The main thread's own time for each tenth of what is counted.
+/// The main thread's CPU time for each tenth of what is counted.
 class Tenths {
 public:
     explicit Tenths(int all) : all_(all) {}
@@ -171,7 +171,7 @@ private:
     std::size_t next_ = 1;
 };
 
-/// Runs the tool of HOME once, from the press to its end, while `look` is called again and again. Presses the
+/// Runs the tool of HOME once, from the press to its end, and calls `look` repeatedly meanwhile. Presses the
 /// default button of each alert.
 void runJob(AppDelegate& delegate, const std::function<void()>& look) {
     QTimer answering;

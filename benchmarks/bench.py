@@ -1,4 +1,4 @@
-"""Measures the built application, each figure beside a reference of the same run; both take turns."""
+"""Measures the built application. Each figure is compared with a reference from the same run; the two alternate."""
 
 from __future__ import annotations
 
@@ -38,7 +38,7 @@ def milliseconds(seconds: float) -> str:
 
 @dataclass
 class Row:
-    """Ratios are of measured to reference, round by round; without a reference they are what was measured."""
+    """The ratios compare measured with reference, round by round. Without a reference they are the measured values."""
     number: str
     what: str
     against: str
@@ -72,7 +72,7 @@ class Run(NamedTuple):
     output: str
 
     def pairs(self) -> tuple[list[float], ...]:
-        """Two columns of nanoseconds, in seconds."""
+        """Two columns of nanoseconds, as seconds."""
         lines = [line.split() for line in self.output.splitlines()]
         return tuple([int(value) * 1e-9 for value in column] for column in zip(*lines))
 
@@ -96,17 +96,17 @@ class Bench:
         manifest = bundle / MANIFEST
         self.image = manifest.with_name(json.loads(manifest.read_text())["binary"]["path"])
         self.program = bundle / PROGRAM
-        # The window's benchmark is a program of the bundle too.
+        # In the bundle, because the benchmark reads the release of its own bundle.
         self.window_program = self.program.with_name("window_benchmark")
         shutil.copy(PROGRAMS / "window_benchmark", self.window_program)
 
     def run(self, *command: object, home: Optional[Path] = None) -> Run:
-        """A whole process, from before its start to its end."""
+        """Runs a process to its end. The time includes its start."""
         with tempfile.TemporaryFile("w+") as output:
             start = time.monotonic()
             process = subprocess.Popen(list(map(str, command)), env=dict(os.environ, HOME=str(home or self.home)),
                                        stdout=output, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
-            # Still a zombie then, whose own time can be read.
+            # The process is still a zombie, so its own CPU time can be read.
             os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)
             seconds = time.monotonic() - start
             own = int(Path(f"/proc/{process.pid}/schedstat").read_text().split()[0]) * 1e-9
@@ -121,7 +121,7 @@ class Bench:
         return self.run(self.window_program, *arguments, home=home)
 
     def start_of(self, *command: object) -> tuple[float, float]:
-        """The seconds to a window's first frame, and the MiB at its peak a moment later."""
+        """The seconds until a window's first frame, and its peak memory in MiB shortly afterwards."""
         note = self.folder / "first-frame"
         note.unlink(missing_ok=True)
         environment = dict(os.environ, HOME=str(self.home), QELMO_FIRST_FRAME=str(note), QT_XCB_NO_MITSHM="1",
@@ -136,7 +136,7 @@ class Bench:
         return (int(note.read_text()) - start) * 1e-9, int(peak) / 1024
 
     def home_with_tool_that_prints(self, lines: int, pause: float) -> Path:
-        """It pauses at its end: what is still in the pipe then is not shown."""
+        """The tool pauses before it exits, because text that is still in the pipe at its exit is not shown."""
         home = self.folder / "home of the printing tool"
         (home / TOOL).parent.mkdir(parents=True, exist_ok=True)
         (home / TOOL).write_text(f"for _ in range({lines}): print({'x' * 60!r})\nimport time; time.sleep({pause})\n")
@@ -144,7 +144,7 @@ class Bench:
         return home
 
     def some_rounds(self) -> range:
-        """Of what takes long."""
+        """For slow measurements."""
         return range(max(1, self.rounds // 3))
 
     # ---- The rows ----
@@ -211,7 +211,7 @@ class Bench:
                    "--flash_freq", "80m", "--flash_size", "8MB", "--verify", "0x0", self.image]
         with SimulatedDevice(self.folder) as device:
             def seconds_of(flash: Callable[[], float]) -> float:
-                """The device writes its flash to a file after a job; nothing else runs until it is there."""
+                """After a job the device writes its flash to a file. Nothing else runs until the file is there."""
                 device.dump.unlink(missing_ok=True)
                 seconds = flash()
                 wait_until(lambda: device.holds(self.image.read_bytes()), "the image on the device")
