@@ -36,7 +36,7 @@ TEST(EsptoolVersion, EndsAtEveryLineSeparatorAndAtNothingElse) {
 
 class EsptoolProbe : public testing::Test {
 protected:
-    /// What is probed when the tool is this python script, or why it fails.
+    /// The version found with this Python script as the tool, or the text of the error.
     [[nodiscard]] std::string probed(const std::string& script) const {
         writeTestFile(tool, script);
         std::string version;
@@ -55,13 +55,13 @@ TEST_F(EsptoolProbe, RunsTheToolWithItsVersionCommandAndNothingElse) {
               "/usr/bin/python3|" + folder.path() + "/my \u00E9sptool \uFFFD.py|version|");
 }
 
-// fault: the tool prints to standard error only, or bytes that are no text
+// fault: the tool prints only to standard error, or bytes that are not text
 TEST_F(EsptoolProbe, ReadsBothStreamsAsText) {
     EXPECT_EQ(probed("import sys; print('banner'); print('4.7.0', file=sys.stderr)"), "4.7.0");
     EXPECT_EQ(probed("import os; os.write(1, b'4.7\\xFF')"), "4.7\uFFFD");
 }
 
-// fault: the tool ends with a status that is not 0, or a signal ends it
+// fault: the tool exits with a status other than 0, or a signal ends it
 // seen: "Espressif tool check failed:"
 TEST_F(EsptoolProbe, FailsWithTheWholeOutputUnlessTheStatusIsZero) {
     const std::string failed = "Espressif tool check failed: ";

@@ -1,4 +1,4 @@
-"""Runs the whole program headless, in bundles made for each test, and looks at what it writes and returns."""
+"""Runs the whole program headless, in bundles made for each test, and checks its output and exit status."""
 
 from __future__ import annotations
 
@@ -31,7 +31,7 @@ class HeadlessTest(unittest.TestCase):
         self.folder = Path(tempfile.mkdtemp(prefix="qelmo-test-"))
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
         self.folder.chmod(0o755)
-        # Without the window's library: a windowed start says one sentence and fails.
+        # Without the window's library, a windowed start fails with one sentence.
         self.app = Installation(self.folder / "QELMO Varnox Flasher.app", has_window=False)
 
     def self_test(self, **options) -> subprocess.CompletedProcess:
@@ -98,7 +98,7 @@ class Failure(HeadlessTest):
         self.assert_fails("This release is not locked to ESP32-S3.", self.self_test())
         self.assertFalse((self.folder / "ran").exists())
 
-    # fault: the tool fails and prints bytes that are no text; the parent ignores the end of its children
+    # fault: the tool fails and prints bytes that are not text; the parent ignores SIGCHLD
     # seen: "Espressif tool check failed:"
     def test_of_the_tool_shows_its_raw_output(self):
         ignored = {"preexec_fn": lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN)}
@@ -126,9 +126,9 @@ class Streams(HeadlessTest):
     def closed(self, redirection: str) -> subprocess.CompletedProcess:
         return self.self_test(prefix=("/bin/sh", "-c", f'exec "$0" "$@" {redirection}'))
 
-    # fault: standard output is full, closed, or nobody reads it
-    # seen: "write standard output: No space left on device", "write standard output: Bad file descriptor", "write
-    #     standard output: Broken pipe"
+    # fault: standard output is full or closed, or nobody reads it
+    # seen: "write standard output: No space left on device", "write standard output: Bad file descriptor",
+    #     "write standard output: Broken pipe"
     def test_that_cannot_be_written_make_the_self_test_fail_in_one_sentence(self):
         with open("/dev/full", "w", encoding="utf-8") as full:
             self.assert_fails("write standard output: No space left on device", self.self_test(stdout=full))

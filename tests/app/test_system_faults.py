@@ -1,4 +1,4 @@
-"""Runs the whole program headless in a system that refuses it something: descriptors, processes, memory, calls."""
+"""Runs the whole program headless where the system refuses descriptors, processes, memory or calls."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ SANITIZED = any(mark in (BUNDLE / PROGRAM).read_bytes() for mark in (b"__asan_in
 
 
 class Limits(HeadlessTest):
-    # fault: the program may open one file at a time and no pipe, or the user may make no process more
+    # fault: the program may have one file open at a time and no pipe, or the user may start no more processes
     # seen: "start /usr/bin/python3: Too many open files", "start /usr/bin/python3: Resource temporarily unavailable"
     def test_of_descriptors_and_processes_fail_it_in_one_sentence(self):
         self.assert_fails("start /usr/bin/python3: Too many open files",
@@ -48,9 +48,9 @@ class Limits(HeadlessTest):
 @unittest.skipUnless(sys.platform == "linux", "strace is for Linux")
 class Calls(HeadlessTest):
     def run_with(self, injected: str, *paths: object) -> subprocess.CompletedProcess:
-        """Runs with one fault in the system calls, of all calls or of those on these paths."""
+        """Runs with one fault injected into the system calls, into all of them or into those on these paths."""
         chosen = [word for path in paths for word in ("-P", path)]
-        # The leak checker cannot work under a tracer; it concerns builds with sanitizers only.
+        # The leak checker does not work under a tracer. Only builds with sanitizers have it.
         return self.self_test(prefix=(STRACE, "--quiet=path-resolution", "-o", "/dev/null", *chosen, "-e",
                                       f"inject={injected}", "-E", "ASAN_OPTIONS=detect_leaks=0"))
 
