@@ -1,4 +1,4 @@
-"""A pseudo-terminal that is known under the name of a serial device."""
+"""A pseudo-terminal with the name of a serial device."""
 
 import errno
 import os
@@ -12,19 +12,19 @@ class HostGone(Exception):
 
 
 class DevicePort:
-    """Threads: one only.  Errors: OSError naming the link, which is then not there."""
+    """For one thread only.  Errors: OSError that names the link, which then does not exist."""
 
     def __init__(self, link: str) -> None:
         self._link = link
         self._master, slave = os.openpty()
-        tty.setraw(slave)  # or the line discipline would echo the answers
+        tty.setraw(slave)  # otherwise the line discipline would echo the answers
         os.symlink(os.ttyname(slave), link)
-        os.close(slave)  # a slave kept open here would hide that the host has closed its own
+        os.close(slave)  # an open slave would hide that the host has closed its own
         self._plugged_in = True
 
     def wait_for_host(self) -> None:
         while self._is_closed_by_host():
-            time.sleep(0.01)  # the master cannot be waited on: it says "closed" over and over
+            time.sleep(0.01)  # the master cannot be waited on: it reports "closed" again and again
 
     def _is_closed_by_host(self) -> bool:
         poller = select.poll()
@@ -49,13 +49,13 @@ class DevicePort:
             raise
 
     def pause(self, seconds: float) -> None:
-        """Lets time pass, but not after the host has gone."""
+        """Waits, but returns at once when the host has gone."""
         poller = select.poll()
         poller.register(self._master, 0)
         poller.poll(max(0.0, seconds) * 1000)
 
     def unplug(self) -> None:
-        """Takes the device away; a host that has it open meets an input/output error."""
+        """Removes the device. A host that has it open gets an input/output error."""
         if self._plugged_in:
             self._plugged_in = False
             os.unlink(self._link)

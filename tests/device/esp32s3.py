@@ -1,4 +1,4 @@
-"""An ESP32-S3 as a flashing host sees it: the loader in ROM, and the stub that the host uploads into RAM."""
+"""An ESP32-S3 as a flashing host sees it: the ROM loader, and the stub that the host uploads into RAM."""
 
 import hashlib
 import struct
@@ -9,7 +9,7 @@ import fault
 import slip
 
 MAGIC_REGISTER = 0x40001000
-# What a chip is known by: the register's value, and the id in its security information.
+# What identifies a chip: the register's value, and the id in its security information.
 MAGIC_ESP32S3, ID_ESP32S3 = 9, 9
 MAGIC_ESP32C3, ID_ESP32C3 = 0x6921506F, 5
 
@@ -18,7 +18,7 @@ SPI_EXECUTE = 1 << 18
 SPI_READ_ID = 0x9F
 ID_OF_AN_8_MB_FLASH = 0x1740C8
 
-# What the registers hold after a reset; every other one reads as 0.
+# The registers after a reset. Every other one reads as 0.
 REGISTERS_AFTER_RESET = {
     MAGIC_REGISTER: MAGIC_ESP32S3,
     0x3FCEF14C: 4,           # the console is the chip's own USB serial port
@@ -38,31 +38,31 @@ SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
 REFUSED = b"\1\5"
 
-# Fewer blocks than hosts allow: they fit into the pseudo-terminal, so that writing them never waits for a host that
+# Fewer blocks than hosts allow. They fit into the pseudo-terminal, so writing them never waits for a host that itself
 # waits for its own bytes to be read.
 MOST_BLOCKS_UNDER_WAY = 4
 
-# What a device that was not brought into its boot mode has to say: text of its firmware, or bytes of another speed.
+# What a device outside its boot mode sends: text of its firmware, or bytes at another speed.
 GARBAGE = b"I (8) firmware: \xe9\xfe\x00\x1b[0m\r\n"
 
-# The starter of the flashing tool reports the modem lines in a packet of its own, since a pseudo-terminal
-# has none.  A loader request begins with a zero byte, so the two cannot be confused.
+# A pseudo-terminal has no modem lines, so the starter of the flashing tool reports them in a packet of its own. A
+# loader request begins with a zero byte, so the two cannot be confused.
 MODEM_LINES = b"LINE"
 DTR, RTS = 0x002, 0x004
 
 
 class Unplugged(Exception):
-    """The device has been pulled out."""
+    """The device was unplugged."""
 
 
 class Hung(Exception):
-    """The chip has stopped in the middle of a request and gives no answer."""
+    """The chip stopped in the middle of a request and does not answer."""
 
 
 class Esp32S3:
     def __init__(self, cells: bytearray, wrong: fault.Fault, log: Callable[[str], None],
                  save: Callable[[], None]) -> None:
-        """`cells` are the content of the flash."""
+        """`cells` is the content of the flash."""
         self._cells, self._fault, self._log, self._save = cells, wrong, log, save
         self._in_reset = False
         self._commands = {
@@ -76,15 +76,15 @@ class Esp32S3:
         self.reset()
 
     def reset(self) -> None:
-        """Back into the ROM's loader, forgetting everything but the flash."""
+        """Returns to the ROM loader and forgets everything but the flash."""
         self._registers = dict(REGISTERS_AFTER_RESET)
         self._synced = self._stub_runs = self._hung = False
         self._inflater = zlib.decompressobj()
         self._address = self._size = self._written = 0
-        self._content: Optional[bytearray] = None  # what is read, while it is
+        self._content: Optional[bytearray] = None  # what is being read
 
     def answer(self, packet: bytes) -> Iterator[bytes]:
-        """Gives what answers one packet of the host, framed for the line.  Noise is met with silence, as by the ROM."""
+        """The answers to one packet of the host, framed for the line. Noise gets no answer, as from the ROM."""
         if packet.startswith(MODEM_LINES) and len(packet) == len(MODEM_LINES) + 1:
             self._follow_modem_lines(packet[-1])
             return
@@ -118,7 +118,7 @@ class Esp32S3:
             yield from self._send_read(0)
 
     def _follow_modem_lines(self, lines: int) -> None:
-        """RTS alone holds the chip in reset; on leaving it, DTR decides between the loader and the firmware."""
+        """RTS alone holds the chip in reset. When it leaves reset, DTR selects the loader or the firmware."""
         if lines & (DTR | RTS) == RTS:
             self._in_reset = True
         elif self._in_reset and not lines & RTS:
@@ -133,13 +133,13 @@ class Esp32S3:
         return b""
 
     def _sync(self, _body: bytes) -> int:
-        # Hosts synchronise after a reset only; one that cannot report its modem lines has reset the chip unseen.
+        # Hosts synchronise only after a reset. A host that cannot report its modem lines has reset the chip unnoticed.
         if self._stub_runs:
             self.reset()
         if not self._synced:
             self._synced = True
             self._log("sync")
-        return 0x20120707  # anything but 0, which would mean that a stub is running already
+        return 0x20120707  # not 0, which would mean that a stub already runs
 
     def _read_register(self, body: bytes) -> int:
         (address,) = struct.unpack("<I", body)
@@ -230,7 +230,7 @@ class Esp32S3:
         return b""
 
     def _send_read(self, received: int) -> Iterator[bytes]:
-        """What may be sent now: blocks, of which only a few are under way, and in the end the digest of all."""
+        """What may be sent now: blocks, of which only a few are outstanding, and finally the digest of all."""
         content = self._content
         while self._sent < len(content) and self._sent - received < MOST_BLOCKS_UNDER_WAY * self._block_size:
             block = bytes(content[self._sent:self._sent + self._block_size])

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Starts the esptool package beside this file, and gives it the modem lines that a pseudo-terminal lacks: where DTR and
-RTS fail with ENOTTY, they are kept here, and each change is told to the other end in a SLIP packet."""
+"""Starts the esptool package in this folder and adds the modem lines that a pseudo-terminal lacks: where DTR and RTS
+fail with ENOTTY, it stores them and reports each change to the other end in a SLIP packet."""
 
 import errno
 import fcntl
@@ -22,7 +22,7 @@ def report(descriptor, lines):
     try:
         os.write(descriptor, b"\xc0LINE" + bytes([lines & (termios.TIOCM_DTR | termios.TIOCM_RTS)]) + b"\xc0")
     except BlockingIOError:
-        pass  # nobody reads at the other end, so nobody wants to know
+        pass  # the other end is closed
 
 
 def ioctl_with_modem_lines(descriptor, request, argument=0, *rest):

@@ -1,4 +1,4 @@
-"""The one thing that can be wrong with the device."""
+"""The only fault of the device."""
 
 from typing import Callable, Optional
 
@@ -10,7 +10,7 @@ DURING_A_WRITE = (UNPLUGGED, BIT_ERROR, STOPS_ANSWERING)
 
 
 class Fault:
-    """"KIND" or "KIND@PERCENT"; it strikes once.  Raises ValueError when there is none of this kind."""
+    """"KIND" or "KIND@PERCENT". A fault during a write strikes once. Raises ValueError for an unknown kind."""
 
     def __init__(self, text: str) -> None:
         self._kind, _, percent = text.partition("@")
@@ -21,7 +21,7 @@ class Fault:
         self.log: Callable[[str], None] = print
 
     def strikes(self, kind: str) -> bool:
-        """Whether it is of this kind, which then shows."""
+        """Whether the fault is of this kind. Logs it the first time."""
         if self._kind != kind:
             return False
         if not self._struck:
@@ -30,9 +30,9 @@ class Fault:
         return True
 
     def due_after(self, size: int) -> Optional[int]:
-        """How many of `size` bytes are written before it strikes, if it still will."""
+        """How many of `size` bytes are written before the fault strikes, or None if it does not strike any more."""
         if self._struck or self._kind not in DURING_A_WRITE:
             return None
         due = -(-size * self._percent // 100)
-        # A bit can only be wrong in a byte that is there.
+        # A bit can only be wrong in a byte that was written.
         return min(due + 1, size) if self._kind == BIT_ERROR else due

@@ -1,5 +1,5 @@
 #!/usr/bin/python3 -B
-"""A Cardputer ADV (ESP32-S3, 8 MB of flash) on a pseudo-terminal, for the real flashing tool to work on."""
+"""A Cardputer ADV (ESP32-S3, 8 MB of flash) on a pseudo-terminal, for use with the real flashing tool."""
 
 import argparse
 import signal
@@ -46,7 +46,7 @@ class SimulatedCardputer:
         beside.replace(self._arguments.flash_dump)
 
     def serve(self) -> None:
-        """Serves one host after the other.  Returns only when the device has been unplugged."""
+        """Serves one host after another. Returns only when the device was unplugged."""
         while True:
             self.port.wait_for_host()
             self._log("opened")

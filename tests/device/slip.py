@@ -11,8 +11,8 @@ def encode(packet: bytes) -> bytes:
 
 
 class Decoder:
-    """Collects a byte stream and gives out its frames; what a dying host left unfinished becomes a frame
-    of its own, which the receiver recognises by its length."""
+    """Splits a byte stream into frames. What a dying host left unfinished becomes a frame of its own, which the
+    receiver recognises by its length."""
 
     def __init__(self) -> None:
         self._pending = bytearray()
@@ -21,6 +21,6 @@ class Decoder:
         self._pending += data
         if END in data:
             *frames, self._pending = self._pending.split(END)
-            # END first: undoing the escape of the escape would otherwise make new "DB DC" pairs.
+            # END first: unescaping the escape first would create new "DB DC" pairs.
             yield from (bytes(frame.replace(ESCAPED_END, END).replace(ESCAPED_ESCAPE, ESCAPE))
                         for frame in frames if frame)

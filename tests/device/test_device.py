@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The real esptool against the simulated device: what each fault does, and what the help page says of it."""
+"""The real esptool with the simulated device: what each fault does, and what the help page says about it."""
 
 import contextlib
 import fcntl
@@ -31,7 +31,7 @@ PERCENTAGES = (0, 1, 50, 99)
 class ToolTest(DeviceTest):
     def setUp(self):
         super().setUp()
-        # The tool's own seven attempts to connect differ in nothing but the time that they take.
+        # The tool's seven attempts to connect differ only in the time that they take.
         self.configure("connect_attempts = 1")
         self.surroundings = {"cwd": self.folder, "stderr": subprocess.STDOUT, "env": os.environ | {
             "HOME": str(home_with_the_tool()), "PYTHONDONTWRITEBYTECODE": "1", "LC_ALL": "C"}}
@@ -57,7 +57,7 @@ class ToolTest(DeviceTest):
 
 class Faults(ToolTest):
     def rows(self):
-        """A fault, the tool's status, words that it says, and the flash that is left."""
+        """A fault, the tool's status, words of its output, and the flash afterwards."""
         noise = "Possible serial noise or corruption."
         yield "never-answers", 2, "Failed to connect to ESP32-S3: No serial data received.", UNTOUCHED
         yield "garbage", 2, f"Failed to connect to ESP32-S3: Invalid head of packet (0x49): {noise}", UNTOUCHED
@@ -75,7 +75,7 @@ class Faults(ToolTest):
 
     # fault: the device never answers, is not in its boot mode, or is another chip; during the erase, or at 0, 1, 50 or
     #     99 % of the write, it is unplugged, stops answering or keeps a wrong bit; the port is missing, denied, busy or
-    #     no serial port; the tool lacks a module; the image is for another chip
+    #     not a serial port; the tool lacks a module; the image is for another chip
     # seen: "No serial data received.", "Wrong --chip argument?", "A serial exception error occurred"
     def test_every_one_ends_the_job_with_the_words_of_the_help_page(self):
         outputs = dict(self.outputs_without_a_device())
@@ -95,7 +95,7 @@ class Faults(ToolTest):
         outputs["image of another chip"] = self.flash(IMAGE_OF_ANOTHER_CHIP).stdout
         self.assert_page_shows(outputs)
 
-    # fault: the flashing tool is a version 5
+    # fault: the flashing tool is version 5
     # seen: "No such option: --verify"
     def test_a_tool_of_version_5_refuses_the_job_before_the_port_is_touched(self):
         plugged_in = self.device()
@@ -122,7 +122,7 @@ class Faults(ToolTest):
     # ---- the help page ----
 
     def assert_page_shows(self, outputs):
-        """What the page marks as seen with this version, and what these outputs say, is the same."""
+        """The blocks that the page marks as seen with this version match these outputs."""
         seen = [block for block in help_page.blocks() if block.is_printed_by(installed_version())]
         for block in seen:
             with self.subTest("no case prints what the page marks as seen", wanted=block.lines):
@@ -132,7 +132,7 @@ class Faults(ToolTest):
                 self.assertTrue(any(block.is_in(output) for block in seen), output)
 
     def outputs_without_modules(self):
-        """An interpreter without the modules of the system, but with another one of the tool."""
+        """A Python without the system's modules, except one other module that the tool needs."""
         for module in of_the_tool(MODULES):
             other = "intelhex" if module == "serial" else "serial"
             modules = self.folder / f"without-{module}"
@@ -148,7 +148,7 @@ class Faults(ToolTest):
         os.symlink("null", PORT)
         yield "port of another kind", self.flash().stdout
         os.unlink(PORT)
-        # Root may open everything, and so may a root who is one in its own namespace only.
+        # Root may open everything, even a root only in its own namespace.
         few = ["setpriv", "--bounding-set", "-all", "--inh-caps", "-all"] if os.geteuid() == 0 else []
         cases = [("port denied", lambda slave: os.fchmod(slave, 0)),
                  ("port busy", lambda slave: fcntl.ioctl(slave, termios.TIOCEXCL))]
@@ -173,8 +173,8 @@ class Faults(ToolTest):
         os.close(slave)
 
     def output_with_running_firmware(self):
-        """Whatever reaches the port, its boot log comes back."""
-        # The tool looks for the log only once, after this time.
+        """A device that answers everything with its boot log."""
+        # The tool looks for the log only once, after this delay.
         self.configure("connect_attempts = 1", "reset_delay = 1")
         with self.terminal() as (master, _), open(self.folder / "output", "w+", encoding="utf-8") as output:
             host = subprocess.Popen(list(map(str, self.job())), stdout=output, **self.surroundings)

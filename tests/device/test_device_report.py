@@ -38,7 +38,7 @@ READ, FLASH = "read the whole flash, time 1 of 2", "flash the release as the app
 STEPS = ["ask the chip", "ask for the kind of port", READ, "read the whole flash, time 2 of 2", FLASH,
          "read the flash back", "put the backup back", "read the restored flash"]
 
-# A tool whose device is a file beside it. What each read and write does is a word of a plan.
+# A tool whose device is a file next to it. Each word of a plan says what one read or write does.
 STAND_IN = """
 import os, pathlib, signal, sys
 
@@ -65,7 +65,7 @@ if does == "wait":
 
 
 class ReportTest(DeviceTest):
-    """Runs device-report in a terminal, with its output in a folder of the test's."""
+    """Runs device-report in a terminal, with its output in the test's folder."""
 
     def use(self, home, output):
         self.environment = os.environ | {"PYTHONDONTWRITEBYTECODE": "1", "HOME": str(home)}
@@ -151,7 +151,7 @@ class WithAStandIn(ReportTest):
 
 class Failure(WithAStandIn):
     def assert_end(self, state, said):
-        """Said is what the device holds and, once there is a backup, a command that puts it back."""
+        """`said` contains what the device holds and, once there is a backup, a command that restores it."""
         self.assertIn(f"\n{state}\n", said)
         if state == NOTHING_WRITTEN:
             self.assertIn(NO_BACKUP, said)
@@ -202,7 +202,7 @@ class Refusal(WithAStandIn):
                 self.assertIn(words, self.said.getvalue())
             self.assertFalse(self.output.exists())
 
-    # fault: an argument, the release, the tool or a folder is not as it has to be
+    # fault: an argument, the release, the tool or a folder is wrong
     # seen: "The embedded flash manifest is missing.", "the flashing tool is needed in a version 4.x, not …"
     def test_is_one_line_before_the_device_is_touched(self):
         older, tool = self.folder / "older", self.folder / "other" / TOOL

@@ -1,4 +1,5 @@
-"""The main job as a show: verify the bundle, flash a simulated Cardputer through the window, compare the flash."""
+"""Demonstrates the main job: verifies the bundle, flashes a simulated Cardputer through the window, checks the
+flash."""
 
 from __future__ import annotations
 
@@ -30,7 +31,7 @@ def flash_by_program(window: FlasherWindow, on_own_display: bool) -> str:
         if on_own_display:
             window.screenshot(RESULTS / f"{name}.png")
 
-    # On somebody's desktop the pointer is theirs; there the buttons are pressed as an assistive tool does.
+    # On a user's desktop the pointer belongs to the user, so buttons are pressed as an assistive tool does.
     press = window.press if on_own_display else window.activate
     picture("1-ready")
     press(window.flash_button())
@@ -54,7 +55,7 @@ def flash_by_person(window: FlasherWindow, device: SimulatedDevice) -> None:
     say(f"Your turn: press the flash button. The simulated device is {PORT}. Close the window to end.")
     if status := window.wait_for_end_of_program(seconds=float("inf")):
         sys.exit(f"demo: the window ended with {status}")
-    # A flash goes on when its window is closed.
+    # A flash continues after its window was closed.
     wait_until(lambda: device.event_lines()[-1:] in ([], ["closed"]), "the end of the flash", seconds=180)
 
 

@@ -27,12 +27,12 @@ CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo bo
 
 
 class SessionTest(unittest.TestCase):
-    """Tests of flash jobs: the steps that they share."""
+    """The steps that the tests of flash jobs share."""
 
     def setUp(self) -> None:
         require_private_dev()
         self.home = home_with_the_tool()
-        # What the device and the program said stays there after the run.
+        # The output of the device and the program stays there after the run.
         self.folder = BUILD / "end-to-end" / self._testMethodName
         shutil.rmtree(self.folder, ignore_errors=True)
         self.folder.mkdir(parents=True)

@@ -1,4 +1,4 @@
-"""The whole job without a pointer: with the keyboard alone, and by what an assistive tool hears and does."""
+"""The whole job without a pointer: with the keyboard alone, and with an assistive tool."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ FLASHING = "FLASHING — DO NOT DISCONNECT"
 
 class AccessTest(SessionTest):
     def test_the_whole_job_is_done_with_the_keyboard_alone(self) -> None:
-        PORT.symlink_to("null")  # a port that is there only to be passed over
+        PORT.symlink_to("null")  # a port only to be skipped
         self.addCleanup(PORT.unlink)
         with self.plugged_in(port=OTHER_PORT) as device, self.window() as window:
             self.expect_focus(window, f"combo box {PORT}")
@@ -55,7 +55,7 @@ class AccessTest(SessionTest):
         heard: list[str] = []
 
         def hear(event: Atspi.Event) -> None:
-            event.source.clear_cache()  # Qt sends no name along
+            event.source.clear_cache()  # Qt does not send the new name
             if event.source.get_description() == "Status":
                 heard.append(event.source.get_name())
 

@@ -1,4 +1,4 @@
-"""The whole way: the real window, the real flashing tool, a simulated device. Nothing else is simulated."""
+"""The whole job: the real window, the real flashing tool, a simulated device. Nothing else is simulated."""
 
 from __future__ import annotations
 
@@ -32,7 +32,7 @@ class FlashingTest(SessionTest):
             for words in ("Chip erase completed successfully", "Hash of data verified."):
                 self.assertIn(words, window.log())
 
-    # fault: the device is unplugged during the write, and gets another name when it is plugged in again
+    # fault: the device is unplugged during the write and gets another name when it is plugged in again
     # seen: "FLASH FAILED", "A serial exception error occurred", "Could not open", "the port is busy or doesn't exist."
     def test_a_device_that_comes_back_under_another_name_needs_a_refresh(self) -> None:
         with self.plugged_in("--fault", "unplugged@50") as device:

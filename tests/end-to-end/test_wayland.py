@@ -23,14 +23,14 @@ class Wayland(SessionTest):
     def setUp(self) -> None:
         super().setUp()
         socket = Path(os.environ["XDG_RUNTIME_DIR"]) / "wayland-test"
-        # Drawn into memory only. Its own defaults, not the user's.
+        # Draws into memory only, with its own defaults instead of the user's.
         compositor = subprocess.Popen(["weston", "--backend=headless-backend.so", f"--socket={socket.name}",
                                        "--no-config", "--idle-time=0", "--width=1280", "--height=900"],
                                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(compositor.wait)
         self.addCleanup(compositor.terminate)
         wait_until(lambda: socket.exists() or compositor.poll() is not None, "a compositor")
-        # The toolkit's library prints every message of the protocol.
+        # The Wayland library then prints every message of the protocol.
         self.enterContext(mock.patch.dict(os.environ, WAYLAND_DISPLAY=socket.name, QT_QPA_PLATFORM="wayland",
                                           WAYLAND_DEBUG="1"))
 

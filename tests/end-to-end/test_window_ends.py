@@ -1,4 +1,4 @@
-"""The window goes in the middle of a write, in every way there is: the device's flash is the image all the same."""
+"""However the window ends in the middle of a write, the device's flash then holds the image."""
 
 from __future__ import annotations
 
@@ -33,12 +33,12 @@ def children_of(process: int) -> list[int]:
 class WindowEndsTest(SessionTest):
     @classmethod
     def setUpClass(cls) -> None:
-        # What the window leaves behind becomes this process's child, so that its end can be waited for.
+        # Processes that the window leaves running become children of this process, so that it can wait for them.
         ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1)
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
     def wait_for_end_of(self, process: int) -> int:
-        """Reaps it; returns its exit status, or the number of its signal with a minus."""
+        """Reaps it. Returns its exit status, or the negative number of its signal."""
         ended = wait_until(lambda: (waited := os.waitpid(process, os.WNOHANG))[0] and waited, f"the end of {process}")
         return os.waitstatus_to_exitcode(ended[1])
 
@@ -49,14 +49,14 @@ class WindowEndsTest(SessionTest):
         self.left = [child for child in children_of(window.process.pid) if child != self.tool]
 
     def expect_finished_flash(self, device) -> None:
-        """The tool ends well, and so does what else is left of the job."""
+        """The tool and the job's other processes succeed."""
         for process in (self.tool, *self.left):
             self.assertEqual(self.wait_for_end_of(process), 0, device.event_lines())
         device.wait_for("closed")
         self.assertTrue(device.holds(IMAGE), "the device's flash is the image, byte for byte")
 
     def ends(self) -> Iterator[tuple[str, int, Callable[[FlasherWindow], object], Sequence[str]]]:
-        """What happens, the program's status then, how it is done, and a command that runs the program."""
+        """What happens, the program's status then, how to make it happen, and a command that runs the program."""
         yield "closed by the window manager", 0, lambda window: window.close(), ()
         yield "quit by the key", 0, lambda window: window.type_keys("ctrl+q"), ()
         yield "crashed", -signal.SIGSEGV, lambda window: window.process.send_signal(signal.SIGSEGV), ()
@@ -106,14 +106,14 @@ class WindowEndsTest(SessionTest):
             self.assertRegex(window.output.read_text(), r"\AThe window cannot go on: The X11 connection broke.*\n\Z")
             self.expect_finished_flash(device)
 
-    # fault: the user comes back to a new window while the job of the old one still writes
+    # fault: the user opens a new window while the job of the old one still writes
     # seen: "An earlier flash job is still running on …; it ends by itself, and then the port is free again."
     def test_refuses_the_port_of_a_job_that_still_runs(self) -> None:
         with self.plugged_in(*SLOW) as device:
             with self.window() as window:
                 self.begin(window)
             with self.window() as window:
-                os.kill(self.tool, signal.SIGSTOP)  # a look at a window takes its time
+                os.kill(self.tool, signal.SIGSTOP)  # checking the window takes time
                 window.press(FLASH)
                 window.press(CONFIRM)
                 self.expect_alert(window, "QELMO Flasher stopped", f"An earlier flash job is still running on {PORT}; "

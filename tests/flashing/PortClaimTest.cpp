@@ -12,7 +12,7 @@
 namespace qelmo {
 namespace {
 
-/// Links to devices that every system has. The folder is the test's own, so nobody else's claim is met.
+/// Links to devices that every system has. The folder is the test's own, so no other process claims them.
 class PortClaim : public testing::Test {
 protected:
     PortClaim() {

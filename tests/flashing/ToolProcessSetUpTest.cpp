@@ -18,7 +18,7 @@ using testing::ElementsAre;
 
 constexpr const char* python = "/usr/bin/python3";
 
-// fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
+// fault: the tool prints NUL, ESC, a lone surrogate and an incomplete character
 TEST(LogText, MakesALineOfEachRedrawAndReplacesWhatIsNoText) {
     EXPECT_EQ(logTextOfChunk("Writing 10%\rWriting 20%\r"), "Writing 10%\nWriting 20%\n");
     EXPECT_EQ(logTextOfChunk("a\r\nb\n\r"), "a\n\nb\n\n");

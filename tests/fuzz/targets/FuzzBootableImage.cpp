@@ -1,4 +1,4 @@
-// Any merged image can start, perhaps with warnings, or is refused with a message.
+// Any merged image can either start, perhaps with warnings, or is refused with a message.
 //
 // Input: the sizes of the boot loader and of the partition table (one byte each), their bytes, then the
 // application's.
@@ -24,7 +24,7 @@ Bytes taken(Bytes& data, std::size_t size) {
     return part;
 }
 
-/// In memory that ends where the image ends: reading past it is seen.
+/// In memory that ends where the image ends, so that reading past the end is detected.
 std::vector<std::uint8_t> mergedImage(Bytes data) {
     const Bytes sizes = taken(data, 2);
     std::vector<std::uint8_t> image(0x10000, 0xFF);

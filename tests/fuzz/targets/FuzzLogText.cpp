@@ -1,4 +1,4 @@
-// Any bytes of the tool become text. Which text, the unit tests compare with Python's.
+// Arbitrary bytes of the tool become text. The unit tests compare the text with Python's.
 
 #include <algorithm>
 #include <cstddef>

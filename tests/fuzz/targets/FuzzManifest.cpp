@@ -1,5 +1,5 @@
-// A manifest file of any bytes gives a manifest or a message, and every manifest gets its verdict and its
-// button.
+// A manifest file of arbitrary bytes gives a manifest or a message. Every manifest gets a verdict and a
+// button title.
 
 #include <cstddef>
 #include <cstdint>

@@ -9,14 +9,14 @@
 
 namespace qelmo {
 
-/// Ends the process as a crash does when `holds` is false: the fuzzer then keeps the input.
+/// Aborts the process if `holds` is false, so that the fuzzer keeps the input.
 inline void require(bool holds, const char* property, std::string_view seen) {
     if (holds) return;
     std::fprintf(stderr, "Broken: %s. Seen: \"%s\"\n", property, shownOnOneLine(seen).c_str());
     std::abort();
 }
 
-/// Checks what every message must be that a user may see.
+/// Checks the rules for every message that a user may see.
 inline void requireMessage(std::string_view text) {
     require(!text.empty(), "a message is not empty", text);
     require(text.size() < 400, "a message is short", text);
