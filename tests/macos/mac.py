@@ -1,4 +1,4 @@
-"""A folder that stands for a whole Mac: stand-ins for what BUILD-FULL-MAC.command asks, and plain tools of macOS."""
+"""A folder that simulates a whole Mac: stand-ins for what BUILD-FULL-MAC.command runs, and plain tools of macOS."""
 
 from __future__ import annotations
 
@@ -22,12 +22,12 @@ from support.child import run  # noqa: E402
 SCRIPT = "BUILD-FULL-MAC.command"
 BUNDLE = "QELMO Varnox Flasher.app"
 
-# What the scripts and the stand-ins take from macOS without asking.
+# Tools of macOS that the scripts and the stand-ins use without a check.
 PLAIN_TOOLS = ("awk", "bash", "cat", "chmod", "cp", "cut", "date", "dd", "dirname", "env", "find", "grep", "head", "ls",
                "mkdir", "mktemp", "mv", "od", "rm", "sh", "sleep", "tail", "tee", "tr", "wc")
 SIGNALS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 
-# What each stand-in begins with. The call of the number $AT brings a signal, or does so when its work is done.
+# The start of each stand-in. Call number $AT sends a signal, before or after its work.
 CALL = """#!/bin/sh
 hit() { [ "$(wc -l <"$CALLS")" -ne "${AT:-0}" ] || kill -s "$SIGNAL" -- "$TARGET"; }
 echo "NAME $*" >>"$CALLS"
@@ -49,7 +49,7 @@ else:
 """
 ESPTOOL_5 = ESPTOOL_4.replace("4.5.1", "5.1.0").replace("[--verify] ", "")
 
-# The program of a bundle that a stand-in for the compiler made.
+# The program of a bundle that the compiler's stand-in made.
 PROGRAM = CALL.replace("NAME", "self-test") + """\
 [ "$FAILING" != "self-test $1" ] || { echo 'self-test failed: this is why'; exit 1; }
 """
@@ -135,7 +135,7 @@ class Mac:
             "TOOL_FOLDER": str(self.tool.parent), "LC_ALL": "C.UTF-8",
             "DEPLOYED": str(self.deployed), "TMPDIR": f"{self.temporary}/", "WHEN": "before",
             "PROCESSOR": "arm64", "APPLE_SILICON": "1", "MACOS": "26.0",
-            "BASH_COMPAT": "3.2",  # what a newer bash can tell of an older one, at least
+            "BASH_COMPAT": "3.2",  # the closest that a newer bash comes to macOS's
         }
         self.again = f"{quoted(self.checkout / SCRIPT)} --system-root {quoted(self.system)}"
         self.furnish()
@@ -173,7 +173,7 @@ class Mac:
         self.tool.write_text(text)
 
     def set_product(self) -> None:
-        """What a build leaves, as far as the script looks at it."""
+        """The products of a build, as far as the script uses them."""
         contents = self.product / BUNDLE / "Contents"
         executable(contents / "MacOS/QelmoFlasher", PROGRAM)
         mach_o_files.write(contents / "Frameworks/libQelmoWindow.dylib", mach_o_files.mach_o(), 0o755)
@@ -185,10 +185,10 @@ class Mac:
 
     def build_and_hit(self, at: int, number: signal.Signals, target: str = "the group",
                       when: str = "before") -> subprocess.CompletedProcess[str]:
-        """The call of the number `at` sends the signal to the script, or to all that it has started as well."""
+        """Call number `at` sends the signal to the script, or to the script and everything that it has started."""
         self.calls.unlink(missing_ok=True)
         sign = "-" if target == "the group" else ""
-        # Whatever started these tests may ignore some signals, and bash cannot trap those.
+        # The process that started these tests may ignore some signals, and bash cannot trap those.
         return run("/usr/bin/env", "--default-signal", "/bin/sh", "-c",
                    f'TARGET={sign}$$ && export TARGET && exec "$0" "$@"', self.checkout / SCRIPT, "--system-root",
                    self.system, cwd=self.folder, start_new_session=True,
@@ -209,7 +209,7 @@ class OnAMac(unittest.TestCase):
         self.mac = self.kind(Path(folder).resolve())
 
     def use_built_programs(self) -> None:
-        """In place of what the compiler's stand-in makes: the bundle and the packer of this build."""
+        """Uses the bundle and the packer of this build instead of those of the compiler's stand-in."""
         if not (built.BUNDLE / built.LIBRARIES / "libQelmoWindow.so").exists():
             self.skipTest("this build has no window")
         shutil.rmtree(self.mac.product)
@@ -219,7 +219,7 @@ class OnAMac(unittest.TestCase):
         self.mac.environment.update(QT_QPA_PLATFORM="offscreen", XDG_RUNTIME_DIR=str(self.mac.folder))
 
     def assert_built(self, done: subprocess.CompletedProcess[str]) -> dict[str, str]:
-        """Every step has its one line, and nothing else was written. Returns the outcomes by step."""
+        """Every step has printed one line, and nothing else was printed. Returns the outcomes by step."""
         self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
         outcomes = dict(line.split(": ok, ", 1) for line in done.stdout.splitlines())
         self.assertEqual(list(outcomes), STEPS)
@@ -229,14 +229,14 @@ class OnAMac(unittest.TestCase):
         return outcomes
 
     def assert_nothing_is_left(self) -> None:
-        """Of the way to the application, wherever that way ended."""
+        """Wherever the build ended, it left none of its temporary files."""
         self.assertEqual(list(self.mac.temporary.glob("*")), [])
         for name in ("arriving", "previous"):
             self.assertFalse((self.mac.work / name).exists(), name)
 
     def assert_failed(self, step: str, outcome: str, following: str, done: subprocess.CompletedProcess[str]) -> None:
-        """The named step is the last one, says why ("…" is text that differs) and what to run next, and nothing
-        half-made stays."""
+        """The named step is the last one. It says why it failed ("…" is variable text) and what to run next, and leaves
+        nothing half-built."""
         outcome, following = (text.format(mac=self.mac) for text in (outcome, following))
         self.assertEqual((done.returncode, done.stderr), (1, ""), done.stdout)
         *before, failed, hint = done.stdout.splitlines()

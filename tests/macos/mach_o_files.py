@@ -17,7 +17,7 @@ def packed(version: str) -> int:
 
 
 def command(kind: int, *numbers: int, text: str | None = None) -> bytes:
-    """A text stands at the end, and where it begins is the first number."""
+    """The text is at the end; the first number is where it begins."""
     raw = b"" if text is None else text.encode() + b"\0"
     if text is not None:
         numbers = (12 + 4 * len(numbers), *numbers)
@@ -58,14 +58,14 @@ def rpath(module: str) -> str:
 
 
 def write_framework(frameworks: Path, module: str, *needs: str) -> None:
-    """Found by a run path, so that it still calls itself by its place in Homebrew."""
+    """Found by a run path, so it still names itself by its place in Homebrew."""
     write(frameworks / in_framework(module),
           mach_o(name=f"{HOMEBREW}/{in_framework(module)}", needs=needs, run_paths=["@loader_path/../../.."]))
     (frameworks / f"{module}.framework/{module}").symlink_to(f"Versions/A/{module}")
 
 
 def write_deployed_qt(contents: Path) -> None:
-    """The window needs Widgets; SVG images need a module that is not there, JPEG images a library that is."""
+    """The window needs Widgets. SVG images need a module that is missing, JPEG images a library that exists."""
     frameworks = contents / "Frameworks"
     write(frameworks / "libQelmoWindow.dylib",
           mach_o(name="@rpath/libQelmoWindow.dylib", minimum="13.0", run_paths=["@loader_path"],

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""BUILD-FULL-MAC.command with stand-ins for what only a Mac has: each step, each way that it fails. The packer, the
-self-tests, the interpreter and the work on the bundle after macdeployqt are real."""
+"""BUILD-FULL-MAC.command with stand-ins for what only a Mac has: each step, and each way in which it fails. The packer,
+the self-tests, the interpreter and the work on the bundle after macdeployqt are real."""
 
 from __future__ import annotations
 
@@ -79,7 +79,7 @@ class Good(OnAMac):
         self.assertTrue(Path(f"{self.mac.tool.parent}@5/esptool.py").exists())
 
 
-# ---- what is done to a Mac that is in order; a word is something that a stand-in understands ----
+# ---- changes to a Mac that is in order; a word is something that a stand-in understands ----
 
 Fault = str | Callable[[Mac], object]
 
@@ -89,7 +89,7 @@ def tool_that_says(said: str) -> Fault:
 
 
 def xcrun_that_says(said: str) -> Fault:
-    """Only when the compiler is started: finding it may say nothing of the licence."""
+    """Fails only when the compiler is started. Finding the compiler may say nothing about the licence."""
     return lambda mac: executable(mac.system / "usr/bin/xcrun",
                                   f"#!/bin/sh\n[ $1 = --find ] || {{ echo {said!r} >&2; exit 1; }}\n")
 
@@ -223,7 +223,7 @@ class WithTheRealPrograms(OnAMac):
 
 
 class OldBash(unittest.TestCase):
-    """Written for macOS: its bash is 3.2, and its tools are not GNU's."""
+    """The scripts are written for macOS: its bash is 3.2, and its tools are not GNU's."""
 
     GNU_OPTIONS = (r"\b(cp|df|dirname|grep|ls|mkdir|mktemp|mv|rm|tail)\b[^|;&\n]* --\w+", r"\bcp -\w*[aX]",
                    r"\b(cp|mv) -\w*[tT]", r"\b(readlink|realpath)\b", r"\bsed -\w*i", r"\bstat -\w*c", r"-printf\b",

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""BUILD-FULL-MAC.command with the application of an earlier run: whatever ends it, that one or the new one is there."""
+"""BUILD-FULL-MAC.command over an earlier application: however it ends, the old application or the new one is there."""
 
 from __future__ import annotations
 
@@ -16,16 +16,16 @@ class WithAnEarlierApplication(OnAMac):
         super().setUp()
         self.assert_built(self.mac.build())
         self.calls = self.mac.called()
-        # To the old one's file system, the old one away (for which there was no need yet), the new one in.
+        # The new one to the old one's file system, the old one away (not needed in this first run), the new one in.
         self.moves = range(len(self.calls) - 1, len(self.calls) + 2)
         self.make_it_old()
 
     def make_it_old(self) -> None:
-        """The old one has a file of its own."""
+        """Marks the application as the old one with an extra file."""
         (self.mac.app / "old").write_text("of an earlier run")
 
     def which(self) -> str:
-        """Of the two is in its place, whole, and without the other one inside."""
+        """Which of the two is in place. It is complete and does not contain the other."""
         self.assertLessEqual({path.name for path in self.mac.app.iterdir()}, {"Contents", "old"})
         for file in ("MacOS/QelmoFlasher", "PlugIns/platforms/libqcocoa.dylib"):
             self.assertTrue((self.mac.app / "Contents" / file).exists())
@@ -34,7 +34,7 @@ class WithAnEarlierApplication(OnAMac):
     # fault: the build command gets HUP, INT or TERM
     # seen: "…: failed, interrupted"
     def test_a_signal_at_any_call_leaves_the_old_application_or_the_new_one(self) -> None:
-        # To all, as a terminal does it, or to the script, as a command does; before a move, or when it is done.
+        # To the group, as a terminal sends it, or to the script, as a command does; before a move or after it.
         hits = [(at, SIGNALS[at % 3], ("the group", "the script")[at % 2], "before")
                 for at in range(1, self.moves.stop)]
         hits += [(at, number, "the script" if number == signal.SIGTERM else "the group", "after")
@@ -44,14 +44,14 @@ class WithAnEarlierApplication(OnAMac):
                 done = self.mac.build_and_hit(at, number, target, when)
                 there = self.which()
                 self.assert_nothing_is_left()
-                if at > self.moves.start:  # Only both last moves cannot be interrupted.
+                if at > self.moves.start:  # Only the last two moves cannot be interrupted.
                     self.assertEqual((there, done.returncode), (NEW, 0), done.stdout)
                 else:
                     self.assertEqual((there, done.returncode), (OLD, 128 + number), done.stdout)
                     self.assertTrue(done.stdout.endswith(f": failed, interrupted\n  Next: {self.mac.again}\n"))
                 self.make_it_old()
 
-    # fault: the new application cannot take the place of the one before, which may not come back either
+    # fault: the new application cannot be moved into place; perhaps the earlier one cannot be moved back either
     # seen: "No space left on device", "the application of the run before is in …"
     def test_moves_that_fail_leave_that_of_the_run_before_or_name_the_command_that_brings_it(self) -> None:
         work, previous, app = self.mac.work, self.mac.work / "previous", self.mac.app
@@ -59,7 +59,7 @@ class WithAnEarlierApplication(OnAMac):
         for failing, outcome, following in (
                 ("new", no_space, f'df -h "{work}"'), ("in", no_space, f'ls -la "{work}"'),
                 ("in, and back", f"the application of the run before is in {previous}", back),
-                # Nor does it come back in the next run.
+                # The next run cannot move it back either.
                 ("in, and back", f"the one of an earlier run is still in {previous}: {no_space}", f'ls -la "{work}"')):
             with self.subTest(failing, outcome=outcome):
                 done = self.mac.build(failing=failing)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""tools/macos/report with stand-ins for what only a Mac has: its facts, failures, and nothing personal in the file."""
+"""tools/macos/report with stand-ins for what only a Mac has: its facts, failures, and no personal data in the file."""
 
 from __future__ import annotations
 
@@ -19,14 +19,14 @@ SECTIONS = ["System", "Compilers", "Homebrew and Qt", SCRIPT, "Tests", "Self-tes
             "Pictures"]
 FILES = ["changed-image.png", "ready.png", "report.txt", "without-tool.png"]
 
-# None of them holds another one, so each has to be replaced by itself.
+# None of them contains another, so each has to be replaced separately.
 USER, FULL_NAME, HOST, COMPUTER = "dgale", "Dorothea Öl-Mann", "emerald-city.example.org", "Toto’s Notebook"
 LOCAL_NAME = "Totos-Notebook-2"
 SERIAL, HARDWARE_ID = "C02XK1ZZJG5H", "6F1B3A5E-0000-1111-2222-333344445555"
 
 LEAK = '[ -z "$LEAK" ] || echo "$LEAK"'
 
-# Besides those of the build command. What they do when the test asks for it in FAILING, each does on its own.
+# In addition to those of the build command. Each decides by itself what to do when FAILING names it.
 STAND_INS = {
     "xcrun": 'case $1 in --find) echo /usr/bin/clang++ ;; *) echo 26.0 ;; esac',
     "clang++": "echo 'Apple clang version 17.0.0 (clang-1700.4.4.1)'",
@@ -47,7 +47,7 @@ echo '100% tests passed, 0 tests failed out of 50'""",
     "ioreg": f"""echo ' "IOPlatformSerialNumber" = "{SERIAL}"'; echo ' "IOPlatformUUID" = "{HARDWARE_ID}"'""",
     "zip": """
 [ "$1 $2 $3 $4" = "-q -r -D -X" ] && exec /usr/bin/python3 -m zipfile -c "$5" *""",
-    # A limit is reached as soon as a command says that it hangs; for a second the tests do not wait.
+    # A time limit is over as soon as a command reports that it hangs. Shorter waits take 0.1 seconds.
     "sleep": """
 case $1 in
     30 | 90 | 5400)
@@ -92,7 +92,7 @@ esac
 
 
 class Mac(mac.Mac):
-    """The Mac of the build command's tests, with what the report asks it besides."""
+    """The Mac of the build command's tests, with what the report needs in addition."""
 
     def furnish(self) -> None:
         super().furnish()
@@ -117,7 +117,7 @@ class Mac(mac.Mac):
         (contents / "Resources/sample.bin").write_text("x" * 200)
 
     def stand_in(self, name: str, body: str) -> None:
-        """In all but those that tell the report what is personal, LEAK comes first."""
+        """Puts LEAK first, except in the stand-ins that tell the report what is personal."""
         tells = name in ("id", "hostname", "scutil", "ioreg", "uname", "sleep", "zip", "osascript")
         super().stand_in(name, body if tells else f"{LEAK}\n{body}")
 
@@ -133,7 +133,7 @@ class OnAMac(mac.OnAMac):
     kind = Mac
 
     def facts(self, failing: str = "") -> dict[str, str]:
-        """Runs it to its end. The file's summary names each fact once, and the terminal showed the same."""
+        """Runs the report to its end. The file's summary names each fact once, and the terminal showed the same."""
         done = self.mac.report(failing)
         self.assertEqual((done.returncode, done.stderr), (0, ""), done.stdout)
         summary = self.mac.text().split("\n\n")[1].splitlines()
@@ -178,7 +178,7 @@ class Facts(OnAMac):
 
 
 class Failing(OnAMac):
-    # fault: a program that the report runs fails, or does not end
+    # fault: a program that the report runs fails or does not exit
     # seen: "failed, cut off after 90 s"
     def test_each_command_alone_and_what_follows_is_still_asked(self) -> None:
         for failing, different in (
@@ -197,7 +197,7 @@ class Failing(OnAMac):
         self.assertEqual((facts["Self-test"], facts["Picture ready"]), ("not tried, there is no application",) * 2)
         self.assertNotIn("of an earlier run", self.mac.text())
 
-    # fault: somebody ends the report before it is done
+    # fault: the report is interrupted
     # seen: "report: interrupted; no report was written."
     def test_an_interruption_leaves_no_process_and_no_file_and_says_where_the_build_is(self) -> None:
         self.mac.work.mkdir(parents=True)

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""tools/macos/settle-bundle on a bundle as macdeployqt leaves it: what goes, what counts, what the bundle asks for."""
+"""tools/macos/settle-bundle on a bundle as macdeployqt leaves it: what goes, what it reports, which macOS is
+required."""
 
 from __future__ import annotations
 
@@ -53,7 +54,7 @@ class SettleBundle(unittest.TestCase):
         self.assertRegex(done.stderr, rf"\Asettle-bundle: {reason}\n\Z")
 
     def test_only_what_the_window_needs_stays_with_its_folders_and_a_second_time_changes_nothing(self) -> None:
-        (self.frameworks / "licences.txt").write_text("of Qt")  # no library
+        (self.frameworks / "licences.txt").write_text("of Qt")  # not a library
         for name, other in (("liba.dylib", "libb.dylib"), ("libb.dylib", "liba.dylib")):
             write(self.frameworks / name, mach_o(name=f"@rpath/{name}", needs=[f"@loader_path/{other}"]))
         for _ in range(2):
@@ -71,15 +72,15 @@ class SettleBundle(unittest.TestCase):
                 *((file, HOMEBREWS_LIBRARY, [], True)
                   for file in (self.program, self.frameworks / "libpcre2-16.0.dylib", self.style)),
                 (self.core, rpath("QtSvg"), [inside], True), (self.core, "@loader_path/libnone.dylib", [], True),
-                (self.core, str(self.frameworks / "libz.dylib"), [], True),  # nobody else's Mac has this folder
+                (self.core, str(self.frameworks / "libz.dylib"), [], True),  # other Macs do not have this folder
                 (self.core, "@executable_path/../Frameworks/libz.dylib", [], False),
                 (self.core, "@rpath/libz.dylib", ["@executable_path/../../.."], True),
-                # The loader takes the first run path that has the library.
+                # The loader uses the first run path that has the library.
                 (self.core, "@rpath/libz.dylib", ["/none", outside, inside], True)):
             with self.subTest(file.name, reference=reference, run_paths=run_paths):
                 self.furnish()
                 write(self.frameworks / "libz.dylib", mach_o())
-                # What a library calls itself is no dependency.
+                # A library's own name is not a dependency.
                 write(file, mach_o(name="@rpath/none", needs=[reference], run_paths=run_paths))
                 if is_outside:
                     self.assert_taken_from_outside(reference, file)
@@ -90,7 +91,7 @@ class SettleBundle(unittest.TestCase):
         write(self.frameworks / in_framework("QtGui"), mach_o(needs=[rpath("QtCore"), rpath("QtDBus")]))
         self.assert_said(WHOLE)
         write(self.style, mach_o(needs=[rpath("QtGui")]))
-        self.assert_said(WHOLE)  # by QtCore's, which loads it
+        self.assert_said(WHOLE)  # found by the run paths of QtCore, which loads it
         write(self.core, mach_o())
         self.assert_taken_from_outside(rpath("QtGui"), self.style)
 

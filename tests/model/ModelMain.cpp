@@ -1,4 +1,4 @@
-// Plays random sequences of steps on the real window and on a model of it, in a process of their own, and
+// Plays random sequences of steps on the real window and on a model of it, in a separate process, and
 // shortens a sequence after which the two differ.
 //
 //     window_model [--seed N] [--sequences N]     the sequences of the seeds from N on
@@ -38,7 +38,7 @@ std::string joined(const Steps& steps) {
     return text;
 }
 
-/// The playing process. A sequence that hangs ends it.
+/// The playing process. A sequence that hangs ends the process.
 int play(int argumentCount, char** arguments, std::map<std::string, std::string>& options) {
     QApplication application(argumentCount, arguments);
     qelmo::applyDarkControls(application);
@@ -57,7 +57,7 @@ int play(int argumentCount, char** arguments, std::map<std::string, std::string>
     return EXIT_SUCCESS;
 }
 
-/// Plays in a process of its own, whose files go whatever becomes of it.
+/// Plays in a separate process. Its files are removed however it ends.
 qelmo::FinishedProcess inOwnProcess(const std::vector<std::string>& arguments) {
     const qelmo::TemporaryFolder folder;
     ::setenv("TMPDIR", folder.path().c_str(), 1);
@@ -67,7 +67,7 @@ qelmo::FinishedProcess inOwnProcess(const std::vector<std::string>& arguments) {
     return process;
 }
 
-/// The steps that were printed last, before what the failing process said.
+/// The steps that the failing process printed last, before its message.
 Steps lastSequence(const std::string& output) {
     Steps last;
     std::istringstream lines(output);
@@ -75,7 +75,7 @@ Steps lastSequence(const std::string& output) {
     return last;
 }
 
-/// The shortest part of `steps` that still fails and from which no step can be left out.
+/// A part of `steps` that still fails and from which no step can be left out.
 Steps shortest(Steps steps) {
     for (std::size_t length = steps.size(); length > 0; length /= 2) {
         for (std::size_t first = 0; first + length <= steps.size();) {
@@ -112,7 +112,7 @@ int playRandomSequences(const std::string& seed, const std::string& sequences) {
 
 int main(int argumentCount, char** arguments) {
     ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    // That platform tells at every window what it cannot do.
+    // The offscreen platform warns at every window about what it cannot do.
     ::setenv("QT_LOGGING_RULES", "default.warning=false", 1);
     std::map<std::string, std::string> options{
         {"--seed", std::to_string(std::chrono::system_clock::now().time_since_epoch().count())},

@@ -34,7 +34,7 @@ std::string anotherImage() {
     return image;
 }
 
-/// Line feeds can be seen.
+/// Makes line feeds visible.
 std::string onOneLine(const std::string& text) {
     std::string line;
     for (const char unit : text) line += unit == '\n' ? "\\n" : std::string(1, unit);
@@ -59,7 +59,7 @@ std::string stateText(const WindowState& state) {
            (state.canChoosePort ? " choose" : "") + (state.isBusy ? " busy" : "");
 }
 
-/// All that is compared of a window, a line each.
+/// Everything that is compared of a window, one item per line.
 std::string windowText(const WindowState& state, bool isVisible,
                        const std::optional<FlasherResources>& release, const std::vector<std::string>& menu,
                        int chosen, const std::vector<std::string>& ports, bool runs, const std::string& log,
@@ -130,7 +130,7 @@ bool Player::eventFilter(QObject* object, QEvent* event) {
 
 void Player::playInside(QMessageBox* alert) {
     if (alert != nullptr) {
-        // It can be clicked and typed into only once it is on the screen.
+        // It accepts clicks and keys only once it is on the screen.
         if (!waitUntil([] { return AlertAnswer::unanswered() != nullptr; }))
             fail("the alert is not on the screen");
         check(true);
@@ -149,7 +149,7 @@ std::optional<std::string> Player::nextStep() {
     if (dice_ && steps_.size() < randomLength) {
         steps_.push_back(randomStep());
     } else if (played_ == steps_.size()) {
-        // The end of what is left open.
+        // The steps that end what is still open.
         if (model_.alert)
             steps_.emplace_back("escape-key");
         else if (model_.alive)
@@ -198,7 +198,7 @@ bool Player::answer(const std::string& step, QMessageBox* alert) {
                                              : AlertAction();
     if (!act) return false;
     beforeJob_ = ProcessResources::now();
-    // The model goes first: what follows may open an alert, inside which the next steps are played.
+    // The model goes first, because the action may open an alert, inside which the next steps are played.
     model_.answer(step == "first-button" || step == "return-key" || buttons.size() == 1);
     act(*alert);
     return true;
@@ -296,13 +296,13 @@ void Player::endTool(const std::string& how) {
               << std::endl;
     commands_.close();
     commands_.clear();
-    // The alert of a success has been answered inside this waiting.
+    // While this waits, the alert that reports success is answered.
     const auto hasEnded = [this] {
         const auto delegate = delegate_.lock();
         return delegate == nullptr || delegate->flashProcess == nullptr;
     };
     if (!waitUntil(hasEnded)) fail("the job has not ended");
-    // Its threads have posted all they had to, and that has been run.
+    // The job's threads have posted everything, and all of it has run.
     if (!waitUntil([this] {
             const ProcessResources used = ProcessResources::now();
             return used.threads <= beforeJob_->threads && used.descriptors <= beforeJob_->descriptors;
@@ -316,7 +316,7 @@ void Player::check(bool runPosted) {
         const auto reached = std::make_shared<bool>(false);
         mainQueue_->post([reached] { *reached = true; });
         if (!waitUntil([&reached] { return *reached; })) fail("the main queue does not run");
-        // What the tool writes takes its way first.
+        // The tool's output arrives first.
         if (!model_.command.empty() && model_.alive)
             (void)waitUntil([this] {
                 const auto delegate = delegate_.lock();

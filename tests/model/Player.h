@@ -24,10 +24,10 @@ namespace qelmo {
 /// Plays one sequence of steps on a real window, with real files and a real tool, and on the model, and
 /// compares the two after every step.
 ///
-/// A step is a word; one that makes no sense at its place does nothing, so that any step can be left out of a
-/// sequence. After a word with "+" the next step comes before anything that this one has posted.
-/// An alert runs an event loop of its own inside the step that opened it. The steps after it are played from
-/// inside that loop, until one of them answers the alert.
+/// A step is a word. A step that makes no sense at its place does nothing, so any step can be left out of a
+/// sequence. After a word with "+" the next step runs before anything that this one has posted.
+/// An alert runs its own event loop inside the step that opened it. The following steps are played inside
+/// that loop until one of them answers the alert.
 class Player : public QObject {
 public:
     /// Plays the given steps.
@@ -48,7 +48,7 @@ private:
     void playInside(QMessageBox* alert);
     [[nodiscard]] std::optional<std::string> nextStep();
     [[nodiscard]] std::string randomStep();
-    /// Returns whether the step answers `alert`, which has ended then.
+    /// Returns whether the step answers `alert`. The alert has then ended.
     [[nodiscard]] bool playStep(const std::string& step, QMessageBox* alert);
     [[nodiscard]] bool answer(const std::string& step, QMessageBox* alert);
     [[nodiscard]] bool changeWorld(const std::string& step);

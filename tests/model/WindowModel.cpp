@@ -67,7 +67,7 @@ void WindowModel::answer(bool byFirstButton) {
         else
             append(std::string(FlashTexts::cancelledLine) + "\n");
     }
-    // An open alert keeps the delegate.
+    // An open alert keeps the delegate alive.
     if (!hasOwner_ && !alert) alive = false;
 }
 

@@ -11,8 +11,8 @@
 
 namespace qelmo {
 
-/// What the delegate must do, said a second time without a toolkit, threads or children: which of the pure
-/// functions is applied when, what goes to the log in which order, and which alert opens.
+/// A second version of the delegate, without a toolkit, threads or child processes: which pure function is
+/// applied when, what goes to the log in which order, and which alert opens.
 class WindowModel {
 public:
     explicit WindowModel(const LaunchContext& context) : context_(context) {}
@@ -21,7 +21,7 @@ public:
     void refresh();
     void pressFlash();
     void choosePort(int index);
-    /// The open alert is answered by its first button, or in any other way.
+    /// The open alert is answered by its first button or in another way.
     void answer(bool byFirstButton);
     void toolEnds(bool well);
     void append(const std::string& text) { posted_ += text; }
@@ -43,7 +43,7 @@ public:
     int chosenPort = -1;
     std::string log;
     std::optional<Alert> alert;
-    std::string command;  ///< of the tool that runs, one argument a line
+    std::string command;  ///< of the running tool, one argument per line
 
 private:
     void validate(bool userInitiated);

@@ -1,5 +1,5 @@
-// Started by test_oracle.py: reads a bundle's folder and a home folder from standard input, one a line, again
-// and again, and writes each verdict as one line: "OK" and the digest, or the error's text.
+// Started by test_oracle.py. Repeatedly reads a bundle's folder and a home folder from standard input, one
+// per line, and writes each verdict as one line: "OK" and the digest, or the error's text.
 
 #include <exception>
 #include <iostream>

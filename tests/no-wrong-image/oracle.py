@@ -1,4 +1,4 @@
-"""A second judge of a release, written from the rules of its checks alone: which verdict, in which words."""
+"""A second judge of a release, written only from the rules of the checks: which verdict, in which words."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ NOT_JSON = "The flash manifest is not valid JSON: "
 
 
 class Refused(Exception):
-    """The verdict; "…" leaves open the parser's own words."""
+    """The verdict. "…" matches the parser's own words."""
 
 
 def verdict(bundle: Path, tool: Path) -> str:
@@ -74,7 +74,7 @@ def contents(path: Path | str) -> bytes:
 
 
 class Float:
-    """A number that is no 64-bit integer, signed or not."""
+    """A number that is not a 64-bit integer, signed or unsigned."""
 
 
 def parsed(data: bytes) -> object:
@@ -108,7 +108,7 @@ def kind(value: object) -> str:
 
 
 def require_record(value: object, right: dict, path: str) -> None:
-    """Each field has the type that it has in the right record."""
+    """Each field has the same type as in the right record."""
     require(isinstance(value, dict), f"{path or 'The flash manifest'}: expected an object, found {kind(value)}")
     for key, wanted in right.items():
         name = f"{path}.{key}" if path else key

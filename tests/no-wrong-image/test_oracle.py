@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""The table's releases and random ones, right and wrong: the program and a second judge say the same of each.
+"""The table's releases and random ones, right and wrong: the program and a second judge must give the same verdict.
 
-test_oracle.py [--releases N] [--seed S]; another seed makes other releases. A release on which they differ is printed
-as a case for the table."""
+test_oracle.py [--releases N] [--seed S]; another seed makes other releases. A release on which the two differ is
+printed as a case for the table."""
 
 from __future__ import annotations
 
@@ -28,12 +28,12 @@ PROGRAM = Path(os.environ["QELMO_BUILD"], "tests/no-wrong-image/release_verdict"
 TOOL = ".platformio/packages/tool-esptoolpy/esptool.py"
 LIMIT_SECONDS = 120  # only a broken program reaches it
 BATCH = 500
-# Enough for a key's path with what was expected and found, and for the parser's words.
+# Long enough for a key's path with what was expected and found, and for the parser's words.
 LONGEST_VERDICT = 220
 ARGUMENTS = argparse.Namespace(releases=1000, seed=1)
 
 FIELDS = [path for path in PATHS if path not in ("binary", "flash")]
-# Every value that a case gives to a field: here, any field may get any of them.
+# Every value that a case gives to a field. In random releases any field may get any of them.
 VALUES = [value for case in CASES if isinstance(case.get("manifest"), dict) for value in case["manifest"].values()]
 
 
@@ -51,7 +51,7 @@ def near_miss(value: object, rng: random.Random) -> object:
 
 
 def random_case(rng: random.Random) -> dict:
-    """A right release or one of the table, with some changes more."""
+    """A right release or one of the table, with a few more changes."""
     case = copy.deepcopy(rng.choice([CASES[0], rng.choice(CASES)]))
     if rng.random() < 0.4:
         length = rng.choice([65536, 65537, 65537, 65538, 70000])
@@ -70,7 +70,7 @@ def random_case(rng: random.Random) -> dict:
 
 
 def change_a_byte(case: dict, rng: random.Random) -> None:
-    """The whole manifest's text then stands in the case."""
+    """The case then contains the whole text of the manifest."""
     text = manifest_of(case).decode("latin-1")
     at = rng.randrange(len(text) + 1)
     new = rng.choice([chr(rng.randrange(256)), rng.choice('",:{}[]\\ 01')])
@@ -80,13 +80,13 @@ def change_a_byte(case: dict, rng: random.Random) -> None:
 
 
 def are_of_different_checks(first: dict, second: dict) -> bool:
-    """The parser and the system have words of their own, and their own order within one check."""
+    """The parser and the system have their own words, and their own order within one check."""
     sentences = {case["sentence"] or "" for case in (first, second)}
     return bool(first["sentence"]) and len(sentences) == 2 and not all("…" in sentence for sentence in sentences)
 
 
 def both_of(first: dict, second: dict) -> dict:
-    """The changes of both; the first one's count where both change the same."""
+    """The changes of both. Where both change the same field, the first one's change is used."""
     both = {**second, **first}
     fields = [case.get("manifest", {}) for case in (second, first)]
     if all(isinstance(each, dict) for each in fields):
@@ -100,7 +100,7 @@ class TwoJudges(unittest.TestCase):
         self.addCleanup(shutil.rmtree, self.folder)
 
     def verdicts_on(self, cases: list[dict]) -> list[str]:
-        """The program's, with which the second judge agrees."""
+        """The program's verdicts. The second judge must agree with them."""
         places = [(self.folder / f"{number}.app", self.folder / f"{number}.home") for number in range(len(cases))]
         for case, (bundle, home) in zip(cases, places):
             write_release(case, bundle / "Contents/Resources", home / TOOL)
@@ -124,12 +124,12 @@ class TwoJudges(unittest.TestCase):
     def test_give_each_case_of_the_table_its_sentence(self) -> None:
         self.check_sentences(CASES, [case["sentence"] or "OK …" for case in CASES])
 
-    # fault: a release is wrong in two of these ways
+    # fault: a release is wrong in two ways of tests/release/release-cases.json
     def test_name_the_fault_that_comes_first_in_the_table(self) -> None:
         pairs = [(first, second) for first, second in zip(CASES, CASES[1:]) if are_of_different_checks(first, second)]
         self.check_sentences([both_of(*pair) for pair in pairs], [first["sentence"] for first, _ in pairs])
 
-    # fault: a release is wrong in several random ways, a byte of its image or of its manifest among them
+    # fault: a release is wrong in several random ways, including one byte of its image or of its manifest
     def test_agree_on_every_random_release(self) -> None:
         rng = random.Random(ARGUMENTS.seed)
         seen: collections.Counter = collections.Counter()

@@ -1,4 +1,4 @@
-"""Run in the clean root: the installed program flashes a simulated device through its window."""
+"""Runs in the clean root: the installed program flashes a simulated device through its window."""
 
 from __future__ import annotations
 

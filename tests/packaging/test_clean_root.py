@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""In a Debian that never saw this project, the package installs, flashes and goes without a trace."""
+"""In a Debian that never saw this project, the package installs, flashes and is removed without a trace."""
 
 from __future__ import annotations
 
@@ -23,16 +23,16 @@ from support.real_tool import install_tool
 
 PLACE = BUILD / "clean-root"
 DEBIAN, SHARED, ARCHIVES = PLACE / "root", PLACE / "shared", PLACE / "archives"
-HOME = "/mnt/shared/home"  # as the root sees it
+HOME = "/mnt/shared/home"  # its path inside the root
 OWNER = ("runuser", "-u", "owner", "--", "env", "HOME=/home/owner")
 
-# A display, and a user for it. Installed after the package has worked without them.
+# A display and tools to use it. They are installed only after the package has worked without them.
 DESKTOP = ["xvfb", "openbox", "dbus-daemon", "dbus-bin", "at-spi2-core", "gir1.2-atspi-2.0", "python3-gi",
            "xdotool", "fonts-dejavu-core"]
-# What apt knows of one Debian and not of another.
+# The parts of apt's configuration that differ between Debian releases.
 SOURCES = ("sources.list", "sources.list.d", "trusted.gpg", "trusted.gpg.d", "keyrings", "preferences.d")
 NEXT_DEBIAN = "trixie"
-# What the package system writes down for itself whenever it installs or removes anything, and what is its user's.
+# What the package system itself writes whenever it installs or removes anything, and the user's own files.
 RECORDS = ("var/log/", "var/lib/dpkg/", "var/lib/apt/", "var/cache/apt/", "var/cache/debconf/",
            "var/cache/ldconfig/", "etc/ld.so.cache/", "dev/", "proc/", "tmp/", "mnt/", "home/owner/")
 
@@ -43,7 +43,7 @@ def cannot_run_here(reason: str) -> NoReturn:
 
 
 def this_debian() -> tuple[str, str]:
-    """The running release's name, and where this machine's apt gets it from."""
+    """The running release's name, and the mirror from which this machine's apt gets it."""
     codename = platform.freedesktop_os_release().get("VERSION_CODENAME", "")
     targets = subprocess.run(
         ["apt-get", "indextargets", "--format", "$(ORIGIN)|$(CODENAME)|$(COMPONENT)|$(REPO_URI)",
@@ -55,7 +55,7 @@ def this_debian() -> tuple[str, str]:
 
 
 def base(codename: str, mirror: str) -> Path:
-    """The smallest Debian, made once."""
+    """A minimal Debian, made once."""
     folder = PLACE / codename
     if not folder.exists():
         part = folder.with_suffix(".part")
@@ -68,7 +68,7 @@ def base(codename: str, mirror: str) -> Path:
 
 
 def take_apt_configuration(sources: tuple[str, ...]) -> None:
-    """Where packages come from is this machine's business; who it is there (auth.conf) is not the root's."""
+    """Copies this machine's package sources into the root, but not its credentials (auth.conf)."""
     for name in ("apt.conf.d", *sources):
         source, target = Path("/etc/apt", name), DEBIAN / "etc/apt" / name
         if source.exists():
@@ -80,7 +80,7 @@ def take_apt_configuration(sources: tuple[str, ...]) -> None:
 
 
 def make_root(codename: str) -> None:
-    """With this machine's Debian, or another one from the same mirror."""
+    """With this machine's Debian release, or with another one from the same mirror."""
     own, mirror = this_debian()
     for folder in (DEBIAN, SHARED):
         shutil.rmtree(folder, ignore_errors=True)
@@ -92,7 +92,7 @@ def make_root(codename: str) -> None:
 
 
 def in_root(*command: str) -> str:
-    """What the command printed; it has to succeed. It may begin with variables."""
+    """The output of the command, which must succeed. The command may begin with variables."""
     result = subprocess.run(
         [ROOT / "tests/packaging/in-root", DEBIAN, "--show", ROOT, "/mnt/repo", "--show", BUILD, "/mnt/build",
          "--share", SHARED, "/mnt/shared", "--share", ARCHIVES, "/var/cache/apt/archives", "--", *command],
@@ -124,7 +124,7 @@ def tearDownModule() -> None:
 
 
 def package_of(version: str) -> str:
-    """The package as its maker makes it, as the root sees it: another version is another image, too."""
+    """The package as its maker makes it, by its path inside the root. Another version also has another image."""
     image, build = PLACE / "merged.bin", PLACE / "shipping"
     PLACE.mkdir(exist_ok=True)
     data = bytearray(SAMPLE_IMAGE.read_bytes())
@@ -143,7 +143,8 @@ def package_of(version: str) -> str:
 
 
 def archive_of_tool() -> str:
-    """A complete tool as an owner may have it, as the root sees it. The simulated device runs nothing of its stub."""
+    """A complete tool as an owner may have it, by its path inside the root. The simulated device does not run its
+    stub."""
     with tempfile.TemporaryDirectory() as home:
         install_tool(Path(home))
         tool = (Path(home) / TOOL).parent
@@ -155,7 +156,7 @@ def archive_of_tool() -> str:
 
 
 class CleanRoot(unittest.TestCase):
-    # fault: the tool and pip are missing; the sample's package is installed over that of a release
+    # fault: the tool and pip are missing; the sample's package is installed over the package of a release
     # seen: "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once.", "without --allow-downgrades"
     def test_an_owner_of_the_package_gets_the_tool_flashes_two_releases_and_removes_it_without_a_trace(self) -> None:
         sample = f"/mnt/build/packages/{debian_package().name}"
@@ -165,7 +166,7 @@ class CleanRoot(unittest.TestCase):
                 make_root(codename)
                 apt_get("install", sample)
                 self.try_in_the_smallest_debian()
-                apt_get("purge", PACKAGE)  # what it needs stays
+                apt_get("purge", PACKAGE)  # its dependencies stay
                 in_root("useradd", "--create-home", "owner")
                 apt_get("install", *DESKTOP)
                 before = files()
@@ -184,8 +185,8 @@ class CleanRoot(unittest.TestCase):
                 self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
 
     def try_in_the_smallest_debian(self) -> None:
-        """The package brings all that it and the portable tar need."""
-        # The tool's script refuses to install where the package's own dependencies do not let the tool start.
+        """The package's dependencies are all that it and the portable tar need."""
+        # The tool's script refuses to install if the tool does not start with the package's own dependencies.
         in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
         in_root(f"HOME={HOME}", "QT_QPA_PLATFORM=offscreen", PACKAGE, "--window-self-test")
         in_root("tar", "-C", "/mnt/shared", "-xzf", f"/mnt/build/packages/{portable_tar().name}")
@@ -205,9 +206,9 @@ class CleanRoot(unittest.TestCase):
 
     def flash(self, version: str) -> None:
         self.assertIn(f"release={version}", self.as_owner(PACKAGE, "--self-test").splitlines())
-        # The image of the release before went with it.
+        # The upgrade removed the previous release's image.
         self.assertEqual(len(list(DEBIAN.glob(f"usr/lib/{PACKAGE}/*/Contents/Resources/*.bin"))), 1)
-        # The device's port is a link in /dev, which is made by the user who plays the device.
+        # The device's port is a link in /dev, made by the user who runs the simulated device.
         print(in_root(
             "QELMO_BUILD=/mnt/build", "QELMO_BUNDLE=/mnt/build",
             "/mnt/repo/tests/device/private-dev", "--", "bash", "-c",

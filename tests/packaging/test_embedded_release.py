@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Builds with a release of their own, configured anew: what the settings do to the bundle and to the packages."""
+"""Builds with releases of their own, newly configured: what the settings do to the bundle and to the packages."""
 
 from __future__ import annotations
 
@@ -15,7 +15,7 @@ from esp_image import small_image  # noqa: E402
 from support.built import BUILD, MANIFEST, ROOT  # noqa: E402
 from support.child import run  # noqa: E402
 
-# Each is newer for apt than the one above it: the release, and the version of the application.
+# For apt, each is newer than the one before it: the release, and the version of the application.
 RISING = [("0-a", "0.1"), ("1.2.3", "1.0.0"), ("v1.2.4-rc.1", "1.0.0"), ("1.2.4rc3", "1.0.0"), ("1.2.4", "1.0.0"),
           ("1.2.4", "1.0.1"), ("1.2.4", "1.10.0"), ("1.2.4+2", "1.0.0"), ("1.2.10", "1.0.0")]
 REFUSED = ["", "latest", "1 2", "1_2", "1--2", "1.2-", "1.2\n3"]
@@ -31,7 +31,7 @@ class FreshBuild(unittest.TestCase):
         self.image.write_bytes(small_image(b"one"))
 
     def said_by(self, *command: object) -> str:
-        """In the folder of the image, where a relative path begins. Without the line breaks of CMake's messages."""
+        """Runs in the folder of the image, where relative paths begin. Joins the lines of CMake's messages."""
         done = run(*command, cwd=self.root, timeout=120)
         return " ".join(f"status {done.returncode}: {done.stdout}{done.stderr}".split())
 
@@ -54,14 +54,14 @@ class Bundle(FreshBuild):
         self.assertLessEqual(flash.items(), written["flash"].items())
         self.assertEqual(image.read_bytes(), expected)
 
-    # fault: the release to be built in is no image
+    # fault: the file to be embedded is not an image
     # seen: "pack-release: The embedded file is not a complete QELMO firmware image."
     def test_follows_the_image_and_the_version_and_ships_no_image_but_the_last(self) -> None:
         self.assertIn("status 0", self.configure(BUNDLE_ONLY))
         self.assertIn("status 0", self.make_bundle(), "the sample")
         self.configure(*RELEASE)
         self.assert_embedded("1.2.3")
-        # Without a new configuration, as when only the firmware was built again.
+        # Without configuring again, as when only the firmware was rebuilt.
         self.image.write_bytes(small_image(b"two"))
         self.assert_embedded("1.2.3")
         self.configure("-DQELMO_RELEASE_VERSION=1.2.4",
@@ -89,7 +89,7 @@ class Packages(FreshBuild):
         return self.said_by("cmake", f"-DQELMO_CARRIED_VERSION={release}", f"-DPROJECT_VERSION={application}",
                             f"-DQELMO_CARRIES_SAMPLE={sample}", "-P", script)
 
-    # fault: the release's version cannot be a Debian package's
+    # fault: the release's version is not possible for a Debian package
     # seen: "QELMO_RELEASE_VERSION: no Debian package can have the version …"
     def test_each_release_and_each_application_is_newer_for_apt_and_the_sample_is_older_than_any(self) -> None:
         versions = [self.package_version(*each).removeprefix("status 0: ")
@@ -102,12 +102,12 @@ class Packages(FreshBuild):
                              "status 1: .*QELMO_RELEASE_VERSION: no Debian package can have the version ")
 
     def cpack(self) -> str:
-        """What it said. Nothing is compiled here, so it fails always; for a good release only then."""
+        """The output of cpack. It always fails because nothing is compiled here; a good release has no other fault."""
         said = self.said_by("cpack", "--config", f"{self.build}/CPackConfig.cmake")
         self.assertEqual([*self.build.glob("packages/*.deb"), *self.build.glob("packages/*.gz")], [])
         return said
 
-    # fault: cpack is run after a build that was forgotten or refused
+    # fault: cpack is run although the build was forgotten or refused
     # seen: "The bundle holds another release …: build again,", "The bundle holds no release: build it first."
     def test_cpack_packs_no_other_release_than_the_settings_name(self) -> None:
         said = self.configure(*RELEASE)

@@ -42,7 +42,7 @@ def _main():
     print("options: --verify" if "--help" in sys.argv else f"esptool.py v{__version__}\\n{__version__}")
 """
 STARTER = "import esptool\n\nesptool._main()\n"
-# Copies an archive, waits, or fails with what it is given.
+# Copies an archive, waits, or fails with the given message.
 PIP = """import os, shutil, signal, sys
 
 option = dict(zip(sys.argv, sys.argv[1:]))
@@ -71,7 +71,7 @@ def write(folder: Path, files: dict[str, str]) -> Path:
 
 
 def stand_in(folder: Path) -> Path:
-    """A complete tool, as far as can be seen without a device, in the form of an installed package."""
+    """A tool that looks complete without a device, in the form of an installed package."""
     return write(folder, {"esptool/__init__.py": STAND_IN, "esptool/__main__.py": STARTER, LATER_STUB: stub(4096)})
 
 
@@ -87,7 +87,7 @@ class InstallTest(unittest.TestCase):
         self.home.mkdir()
         self.target = (self.home / TOOL).parent
         self.source = stand_in(self.folder / "source")
-        self.modules = self.folder / "modules"  # which Python finds before the system's, where a test says so
+        self.modules = self.folder / "modules"  # a test can make Python find these before the system's
         self.pip_call = self.folder / "pip-call"
 
     def environment(self, **more: str | Path) -> dict[str, str]:
@@ -110,7 +110,7 @@ class InstallTest(unittest.TestCase):
         self.assertTrue(tree(self.home) == before)
 
     def pip(self, what: str) -> dict[str, str | Path]:
-        """The variables with which Python finds a pip that does this."""
+        """The environment with which Python finds a pip that does this."""
         write(self.modules, {"pip/__init__.py": "", "pip/__main__.py": PIP, "setuptools.py": ""})
         return {"PYTHONPATH": self.modules, "PIP": what, "PIP_CALL": self.pip_call}
 
@@ -145,10 +145,10 @@ class GoodCopies(InstallTest):
 
 
 class BadCopies(InstallTest):
-    # fault: a copy of esptool that the window could not flash with, or none at all
+    # fault: a copy of esptool with which the window could not flash, or no copy at all
     # seen: "it is esptool 5.3.1, and the flasher needs a 4.x", "it lacks the program that is loaded into an ESP32-S3"
     def test_are_refused_before_anything_is_changed(self) -> None:
-        # A file of another content; one without any is missing.
+        # A file gets other content. A file without content is removed.
         code = "esptool/__init__.py"
         faults = [
             ("it is esptool 5.3.1, and the flasher needs a 4.x", {code: STAND_IN.replace("4.8.1", "5.3.1")}),
@@ -166,7 +166,7 @@ class BadCopies(InstallTest):
                     (self.source / name).unlink()
                 self.assert_refused(f"{self.source}: {fault}", DOWNLOAD, "--from", self.source)
 
-    # fault: an archive that is cut off, is none, is far too large, or would write outside its folder
+    # fault: an archive is cut off, is not an archive, is far too large, or would write outside its folder
     # seen: "it is damaged, or no .zip, .tar.gz or .whl", "it holds a file for another place, …"
     def test_archives_are_refused_and_write_nothing_outside(self) -> None:
         def archive_of(member: str, size: int) -> Path:
@@ -197,7 +197,7 @@ class ToolThatIsThere(InstallTest):
                          "--replace", "--from", self.folder)
         self.assertTrue(tree(self.home) == before)
 
-    # fault: the tool that is there cannot be used, and a replacement cannot be moved into its place
+    # fault: the tool that is installed cannot be used, and a replacement cannot be moved into its place
     # seen: "the tool in … cannot be used: …"
     def test_is_replaced_only_when_it_does_not_work_and_only_as_a_whole(self) -> None:
         stand_in(self.target)
@@ -205,7 +205,7 @@ class ToolThatIsThere(InstallTest):
         old = tree(self.target)
         self.assert_refused(f"the tool in {self.target} cannot be used: {NO_REAL_STUB}",
                             "the same command with --replace, which keeps that tool under another name")
-        # The first rename moves the old tool away, the second one would put the new one there.
+        # The first rename moves the old tool away, the second would move the new one into its place.
         strace = ("strace", "-qq", "-o", "/dev/null", "-e", "trace=/^rename", "-e",
                   "inject=/^rename:error=ENOSPC:when=2")
         result = run(*strace, INSTALL, "--replace", "--from", self.source, env=self.environment())
@@ -220,7 +220,7 @@ class ToolThatIsThere(InstallTest):
 
 
 class NotPossible(InstallTest):
-    # fault: a module is missing, pip is missing, the computer is offline, or the download is not the known one
+    # fault: a module or pip is missing, the computer is offline, or the download is not the known one
     # seen: "esptool is downloaded with pip, which is not installed", "the Python package index cannot be reached"
     def test_says_in_one_line_what_is_missing_and_the_command_that_brings_it(self) -> None:
         write(self.modules, {"intelhex.py": "raise ModuleNotFoundError(\"No module named 'intelhex'\")",
@@ -242,7 +242,7 @@ class NotPossible(InstallTest):
                  "the same command in another network")]:
             self.assert_refused(fault, next_step, said=f"{not_taken}Downloading esptool 4.8.1...\n", **self.pip(said))
 
-    # fault: it is told to take what is not there, its place cannot be made, or it runs under sudo
+    # fault: the source does not exist, the tool's folder cannot be made, or the script runs under sudo
     # seen: "there is no such file or folder", "Not a directory", "with sudo, the tool would go into root's home folder"
     def test_says_in_one_line_why_the_place_or_the_source_is_wrong(self) -> None:
         self.assert_refused("/nowhere: there is no such file or folder", "--from with the place where it is",
@@ -254,7 +254,7 @@ class NotPossible(InstallTest):
         self.assert_refused(f"{self.home}/.platformio/packages: Not a directory",
                             "the same command, when that is in order", "--from", self.source)
 
-    # fault: it is interrupted while it downloads
+    # fault: the script is interrupted while it downloads
     def test_leaves_nothing_behind_when_it_is_interrupted(self) -> None:
         write(self.modules, {"esptool/__init__.py": ""})
         environment = self.environment(**self.pip("block"))

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The Debian package and the portable tar: what is in them, and what the validators say."""
+"""The Debian package and the portable tar: their contents, and what the validators report."""
 
 from __future__ import annotations
 
@@ -26,7 +26,7 @@ HELP = f"usr/share/doc/{PACKAGE}/TROUBLESHOOTING.txt"
 
 
 def debian_package() -> Path:
-    """That of this build; one of another version may have been made in the same folder before."""
+    """This build's package. The folder may also contain packages of other versions."""
     [package] = (BUILD / "packages").glob(f"{PACKAGE}_{VERSION}-*.deb")
     return package
 
