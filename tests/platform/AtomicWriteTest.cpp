@@ -38,7 +38,7 @@ TEST_F(AtomicWrite, MakesOrReplacesAFileThatEveryoneMayRead) {
     }
 }
 
-// fault: the disk is full in the middle of the file
+// fault: the disk fills up in the middle of the file
 // seen: "write …: File too large"
 TEST_F(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
     writeTestFile(file, "old");
@@ -54,7 +54,7 @@ TEST_F(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
     EXPECT_THAT(names(), ElementsAre("file"));
 }
 
-// fault: a folder is in the place of the file, or the file's folder is missing
+// fault: a folder has the file's name, or the file's folder is missing
 // seen: "replace …: Is a directory", "create …: No such file or directory"
 TEST_F(AtomicWrite, LeavesNothingBehindWhereAFileCannotBe) {
     fs::create_directory(file);

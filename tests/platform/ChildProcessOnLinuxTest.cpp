@@ -1,5 +1,5 @@
-// A supervised child when the process that started it goes first. Linux, where the test can have what is left
-// behind as its own children.
+// A supervised child whose supervisor dies first. Only for Linux, where the test can adopt the processes that
+// are left running.
 
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* python = "/usr/bin/python3";
 
-/// Waits for every process that was left behind; their exit statuses, in any order.
+/// Waits for every process that was left running. Returns their exit statuses in any order.
 std::vector<int> statusesOfThoseLeftBehind() {
     std::vector<int> statuses;
     EXPECT_TRUE(eventually([&statuses] {
@@ -31,7 +31,7 @@ std::vector<int> statusesOfThoseLeftBehind() {
     return statuses;
 }
 
-// fault: the program dies while its child runs, and a process that the child started keeps the pipe
+// fault: the program dies while its child runs, and a process that the child started keeps the pipe open
 TEST(OutlivingChild, PrintsMegabytesToNobodyAndEndsWell) {
     const char* const script =
         "import os, sys\n"
@@ -40,7 +40,7 @@ TEST(OutlivingChild, PrintsMegabytesToNobodyAndEndsWell) {
         "open(sys.argv[2]).read(); os.write(1, b'x' * (1 << 20)); os._exit(4)";
     const Fifo gate;
     const Fifo second;
-    // What the supervisor leaves behind becomes this process's responsibility.
+    // Processes that outlive the supervisor become children of this process.
     ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
     Pipe output = Pipe::open("");
     const pid_t supervisor = spawn({QELMO_SUPERVISOR,

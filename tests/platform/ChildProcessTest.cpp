@@ -27,7 +27,7 @@ using testing::ElementsAre;
 constexpr const char* python = "/usr/bin/python3";
 constexpr const char* shell = "/bin/sh";
 
-/// A child whose chunks are kept and whose end can be waited for. Leaves no thread and no descriptor behind.
+/// A child whose output is kept and whose exit can be waited for. Leaves no thread and no descriptor open.
 class SupervisedRun {
 public:
     explicit SupervisedRun(std::string executable, Arguments arguments = {})
@@ -66,11 +66,11 @@ public:
     [[nodiscard]] bool waitForOutput(std::string_view expected) {
         return eventually([&] { return output() == expected; });
     }
-    /// Until no more than `count` of the reader and waiter threads are left.
+    /// Waits until no more than `count` of the reader and waiter threads are left.
     [[nodiscard]] bool waitForThreads(std::size_t count = 0) {
         const bool ended =
             eventually([&] { return ProcessResources::now().threads <= before_.threads + count; });
-        const std::lock_guard lock(mutex_);  // what the threads did has happened before what follows
+        const std::lock_guard lock(mutex_);  // orders what the threads did before what follows
         return ended;
     }
 
@@ -104,7 +104,7 @@ TEST(ChildProcess, HasASessionOfItsOwn) {
     EXPECT_EQ(runToEnd(python, arguments, ReadOutput::afterExit).output, "0");
 }
 
-// fault: the child closes its output streams and goes on
+// fault: the child closes its output streams and keeps running
 TEST(ChildProcess, DeliversOutputWhileItStillRunsAndEndsOnlyWhenItExits) {
     const Fifo gate;
     SupervisedRun run(
@@ -167,13 +167,14 @@ TEST(ChildProcess, NeedsFourDescriptorsAndLetsGoOfWhatIsHeldWithoutThem) {
             const DescriptorLimit limit(left);
             refusal = errorOf([&] { run.process->launch(); });
         }
-        // Outside, because a sanitizer needs a descriptor when it looks at a text.
+        // Outside the limit, because a sanitizer needs a descriptor when it checks a text.
         EXPECT_EQ(refusal, left < 4 ? "start /bin/true: Too many open files" : "") << left;
         EXPECT_TRUE(eventually([&] { return hasEnded(held); })) << left;
     }
 }
 
-// fault: the executable is missing, not executable, no program or a folder; an argument holds a NUL or is too long
+// fault: the executable is missing, not executable, not a program or a folder; an argument has a NUL or is
+//     too long
 // seen: "start /nonexistent/python3: No such file or directory", "start …: Permission denied",
 //     "start …: Exec format error", "start … (an argument holds a NUL character): Invalid argument",
 //     "start …: Argument list too long"
@@ -199,7 +200,7 @@ TEST(ChildProcess, RefusesWhatCannotBeStarted) {
     }
 }
 
-// fault: the user may make no process and no thread more
+// fault: the user may start no more processes or threads
 // seen: "start /bin/true: Resource temporarily unavailable"
 TEST(ChildProcessDeathTest, CannotBeLaunchedByAUserWhoMayMakeNoMoreProcesses) {
     EXPECT_EXIT(failAsOrdinaryUser([] {

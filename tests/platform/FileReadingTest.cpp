@@ -43,7 +43,7 @@ TEST_F(FileReading, ReadsEveryByteWhateverTheLength) {
     EXPECT_EQ(RegularFile(file).sizeBytes(), bytes.size());
 }
 
-// fault: a file is missing, or a folder, a FIFO or a device is in its place
+// fault: a file is missing, or its name is that of a folder, a FIFO or a device
 // seen: "open …: No such file or directory", "read …: Is a directory",
 //     "read (not a regular file) …: Invalid argument"
 TEST_F(FileReading, RefusesWhatIsNoFileWithoutOpeningIt) {
@@ -55,7 +55,7 @@ TEST_F(FileReading, RefusesWhatIsNoFileWithoutOpeningIt) {
     EXPECT_EQ(readingOf("/dev/null"), "read (not a regular file) /dev/null: Invalid argument");
 }
 
-// fault: a file becomes shorter or longer, or another file takes its name, while it is read
+// fault: a file becomes shorter or longer, or is replaced by another, while it is read
 // seen: "read (the file is being changed) …"
 TEST_F(FileReading, KeepsToTheFileThatItOpenedAndRefusesIfThatBecameLonger) {
     const auto readingAfter = [&](const std::function<void()>& change) {

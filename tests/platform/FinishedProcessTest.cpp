@@ -74,7 +74,7 @@ TEST(FinishedProcess, StartsWithThreeDescriptorsAndNoSignalBlockedOrIgnored) {
     for (const int signal : {SIGHUP, SIGPIPE, SIGTERM}) ASSERT_NE(std::signal(signal, SIG_IGN), SIG_ERR);
 
     EXPECT_EQ(outputOf(shell, {"-c", "ls /proc/$$/fd"}), "0\n1\n2\n");
-    // Signals 32 and 33 are the C library's own and closed to programs; it ignores them in every child.
+    // Signals 32 and 33 belong to the C library, which ignores them in every child. Programs cannot use them.
     EXPECT_THAT(outputOf("/bin/grep", {"-E", "Sig(Blk|Ign)", "/proc/self/status"}),
                 testing::MatchesRegex("SigBlk:\t0{16}\nSigIgn:\t0{7}[01][08]0{7}\n"));
 
@@ -93,17 +93,17 @@ TEST(FinishedProcess, TellsItsStatusOrItsSignalAndNeverTakesASignalForSuccess) {
         EXPECT_EQ(statusOf("kill -" + std::to_string(signal) + " $$"), signal);
 }
 
-// fault: signals interrupt the program all the time
+// fault: signals interrupt the program constantly
 TEST(FinishedProcess, IsWaitedForAndReadWhileSignalsInterrupt) {
     static std::atomic<int> count = 0;
-    struct sigaction counting {};  // without SA_RESTART no call goes on by itself
+    struct sigaction counting {};  // without SA_RESTART no call resumes by itself
     counting.sa_handler = [](int) { ++count; };
     ASSERT_EQ(::sigaction(SIGALRM, &counting, nullptr), 0);
     ::ualarm(1000, 1000);
     for (const ReadOutput order : {ReadOutput::afterExit, ReadOutput::whileRunning})
         EXPECT_EQ(runToEnd(python, {"-c", "print('text')"}, order).output, "text\n");
     ::ualarm(0, 0);
-    std::signal(SIGALRM, SIG_IGN);  // drops one that still waits
+    std::signal(SIGALRM, SIG_IGN);  // discards a pending one
     std::signal(SIGALRM, SIG_DFL);
     EXPECT_GT(count, 0);
 }

@@ -1,4 +1,4 @@
-// Started by the tests: supervises the given command, says so and then waits to be killed.
+// Started by the tests: supervises the given command, reports that it runs, then waits to be killed.
 
 #include <unistd.h>
 

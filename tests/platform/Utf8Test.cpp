@@ -12,7 +12,7 @@
 namespace qelmo {
 namespace {
 
-/// Every two bytes, and every four of those at which a rule begins or ends, each on a line of its own.
+/// Every two bytes, and every four of the bytes at which a rule begins or ends, each on its own line.
 std::string everySequence() {
     constexpr auto boundaries =
         std::to_array<int>({0x41, 0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xBF, 0xC1, 0xC2, 0xDF,

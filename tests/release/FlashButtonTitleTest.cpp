@@ -17,7 +17,7 @@ TEST(FlashButtonTitle, PutsVerifiedAfterTheActionOfTheManifest) {
         {"FLASH VARNOX", "FLASH VERIFIED VARNOX"},
         {"FLASH", "FLASH VERIFIED"},
         {" FLASH \n", "FLASH VERIFIED"},
-        // The action counts once and only as it is: whole, in upper case, with one space after it.
+        // The action counts once, and only if it is exact: complete, in upper case, with one space after it.
         {"FLASH FLASH VARNOX", "FLASH VERIFIED FLASH VARNOX"},
         {"FLASH  VARNOX", "FLASH VERIFIED  VARNOX"},
         {"FLASHVARNOX", "FLASH VERIFIED FLASHVARNOX"},

@@ -15,7 +15,7 @@ namespace {
 static_assert(std::is_copy_constructible_v<FlashManifest> && !std::is_copy_assignable_v<FlashManifest>);
 static_assert(std::same_as<decltype(FlashManifest::Binary::size), const std::int64_t>);
 
-// A key has no number: looking one up by number does not even compile.
+// A key has no number: code that looks one up by number does not compile.
 template <typename Number>
 concept CanLookUpAKeyBy = requires(Number number) {
     codingKey<FlashManifest>(number);

@@ -46,9 +46,9 @@ TEST(ReleaseValidation, ReadsTheFilesAnewOnEveryCallAndLeavesNoneOpen) {
     EXPECT_EQ(ProcessResources::now().descriptors, before.descriptors);
 }
 
-// fault: the manifest, the image or the tool may not be read, or their folder not be entered
-// seen: "The embedded flash manifest is missing.", "open …/release-complete.bin: Permission denied", "The local
-//     Espressif tool is missing. Run BUILD-FULL-MAC.command once."
+// fault: the user may not read the manifest, the image or the tool, or may not enter their folder
+// seen: "The embedded flash manifest is missing.", "open …/release-complete.bin: Permission denied",
+//     "The local Espressif tool is missing. Run BUILD-FULL-MAC.command once."
 TEST(ReleaseValidationDeathTest, NeedsTheRightToReadEachFile) {
     const ReleaseFixture release;
     release.writeManifest(release.manifest.text());

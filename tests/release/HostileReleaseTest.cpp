@@ -23,7 +23,7 @@ long peakKiB() {
     return used.ru_maxrss;
 }
 
-/// Loads the release in a process of its own, in which it may take `limitMiB` MiB of memory and 60 s.
+/// Loads the release in a separate process, with at most `limitMiB` MiB of memory and 60 s.
 void expectRefusalWithin(long limitMiB, const ReleaseFixture& release, const std::string& refusal) {
     const auto load = [&] {
         constexpr rlimit cpuSeconds{60, 60};
@@ -46,7 +46,7 @@ TEST(HostileManifest, OfTheLargestLengthIsReadAndOneByteMoreIsNot) {
     EXPECT_EQ(release.failureOfFiles(), "read " + release.manifestFile() + ": File too large");
 }
 
-// fault: the manifest is nested as deeply as its length allows, or holds nothing but small values
+// fault: the manifest is nested as deeply as its length allows, or contains only small values
 // seen: "The flash manifest is not valid JSON: …", "expected an object, found an array"
 TEST(HostileManifestDeathTest, OfTheWorstFormIsRefusedWithinBoundedMemory) {
     const ReleaseFixture release;
@@ -68,7 +68,7 @@ TEST(HostileManifestDeathTest, OfTheWorstFormIsRefusedWithinBoundedMemory) {
     }
 }
 
-// fault: the manifest or the image is a file of 1 TB, or the image a byte longer than the largest length
+// fault: the manifest or the image is a file of 1 TB, or the image is one byte longer than allowed
 // seen: "read …: File too large", "The embedded firmware size does not match its manifest."
 TEST(HostileReleaseDeathTest, OfAHugeLengthIsRefusedWithoutBeingRead) {
     ReleaseFixture release;

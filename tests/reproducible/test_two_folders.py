@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Two builds of one commit, in different folders, by different users with different habits: the same bytes."""
+"""Two builds of one commit in different folders, by different users with different settings, give the same bytes."""
 
 from __future__ import annotations
 
@@ -18,7 +18,8 @@ from support.repository import copy_files  # noqa: E402
 BUNDLE = "QELMO Varnox Flasher.app"
 STEP_SECONDS = 900
 
-# Folder, variables, umask, jobs, and a command that runs cpack as somebody else.
+
+# Folder, variables, umask, jobs, and a command that runs cpack as another user.
 BUILDERS = [
     ("one", {"LC_ALL": "C.UTF-8", "TZ": "UTC"}, 0o022, 2, []),
     ("somewhere else/and deeper", {"LC_ALL": "C", "TZ": "Asia/Kathmandu", "GZIP": "-1"}, 0o077, 1,
@@ -34,7 +35,7 @@ def run(command: list[str], folder: Path, **settings) -> str:
 
 def built(root: Path, folder: str, variables: dict[str, str], umask: int, jobs: int, somebody: list[str]) -> Path:
     source = root / folder
-    # The files as they are here, with the commit that they belong to.
+    # The files as they are here, and the commit to which they belong.
     run(["git", "clone", "-q", "--no-checkout", "--depth", "1", ROOT.as_uri(), source], root)
     copy_files(source)
     environment = {**os.environ, **variables, "HOME": str(source.parent)}
@@ -48,7 +49,7 @@ def built(root: Path, folder: str, variables: dict[str, str], umask: int, jobs: 
 
 
 def results(build: Path) -> dict[str, Path]:
-    """What the build makes for others, by names that do not depend on the folder."""
+    """The build's products for others, by names that do not depend on the folder."""
     found = [path for path in (build / BUNDLE).rglob("*") if path.is_file()]
     found += [*build.glob("packages/*.deb"), *build.glob("packages/*.tar.gz"), *build.glob("*.cdx.json"),
               build / "tools" / "pack-release"]

@@ -12,7 +12,7 @@
 
 namespace qelmo {
 
-/// Until the end of the scope this process has a lower limit of one kind (RLIMIT_...).
+/// Lowers one limit of this process (RLIMIT_...) until the end of the scope.
 class ResourceLimit {
 public:
     using Kind = decltype(RLIMIT_NOFILE);
@@ -31,14 +31,14 @@ private:
     rlimit before_{};
 };
 
-/// Until the end of the scope this process can open exactly `left` descriptors more.
+/// Lets this process open exactly `left` more descriptors until the end of the scope.
 class DescriptorLimit {
 public:
     explicit DescriptorLimit(std::size_t left) : limit_(RLIMIT_NOFILE, firstNumberTooHigh(left)) {}
 
 private:
     static rlim_t firstNumberTooHigh(std::size_t left) {
-        // The lowest free numbers are the ones that would be given out next.
+        // The lowest free numbers would be given out next.
         std::vector<FileDescriptor> free(left + 1);
         for (FileDescriptor& one : free) one = FileDescriptor(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
         return static_cast<rlim_t>(free.back().get());

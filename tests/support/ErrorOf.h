@@ -5,7 +5,7 @@
 
 namespace qelmo {
 
-/// The text of the error that `action` throws, "" when it throws none.
+/// The text of the error that `action` throws, or "" if it throws none.
 template <typename Action>
 [[nodiscard]] std::string errorOf(Action action) {
     try {

@@ -10,7 +10,7 @@
 
 namespace qelmo {
 
-/// A gate for a child: a child that reads the FIFO waits there until the test opens the gate.
+/// A gate for a child process: a child that reads the FIFO waits until the test opens the gate.
 class Fifo {
 public:
     Fifo() {
@@ -19,7 +19,7 @@ public:
 
     [[nodiscard]] const std::string& path() const { return path_; }
 
-    /// Waits until the child has come to the gate, then lets it pass.
+    /// Waits until the child has reached the gate, then lets it pass.
     void open() const { const std::ofstream writingEnd(path_); }
 
 private:

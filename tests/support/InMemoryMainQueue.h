@@ -9,7 +9,7 @@
 
 namespace qelmo {
 
-/// A main queue without an event loop: tasks run, in order, when and where the test says so.
+/// A main queue without an event loop. The test decides when and where the tasks run; their order is kept.
 class InMemoryMainQueue : public MainQueue {
 public:
     void post(Task task) override {
@@ -17,10 +17,10 @@ public:
         tasks_.push_back(std::move(task));
     }
 
-    /// The delay is left out: the test decides when the task runs.
+    /// Ignores the delay: the test decides when the task runs.
     void postAfter(std::chrono::milliseconds /*delay*/, Task task) override { post(std::move(task)); }
 
-    /// Runs tasks, waiting for later ones, until `condition` holds; false when none came in time.
+    /// Runs tasks and waits for later ones until `condition` holds. Returns false if none came in time.
     template <typename Condition>
     [[nodiscard]] bool runUntil(Condition condition) {
         while (!condition()) {

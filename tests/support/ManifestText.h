@@ -6,12 +6,12 @@
 
 namespace qelmo {
 
-/// A right manifest's JSON text, in which values can be replaced, by wrong ones too.
+/// The JSON text of a right manifest. Its values can be replaced, also by wrong ones.
 class ManifestText {
 public:
-    /// Replaces the value of "name" or "binary.name"; `json` is put in as it is.
+    /// Replaces the value of "name" or "binary.name". `json` is inserted unchanged.
     ManifestText& set(std::string_view path, std::string_view json) {
-        // No key is there twice, and each value ends with its line.
+        // No key occurs twice, and each value ends with its line.
         const std::string key = '"' + std::string(path.substr(path.rfind('.') + 1)) + "\": ";
         const std::size_t found = text_.find(key);
         if (found == std::string::npos)
@@ -26,7 +26,7 @@ public:
     [[nodiscard]] const std::string& text() const { return text_; }
 
 private:
-    // Not in the order in which they are decoded.
+    // The order differs from the one in which the keys are decoded.
     std::string text_ = R"({
 "flash": {
 "after": "hard_reset",

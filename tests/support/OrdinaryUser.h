@@ -11,8 +11,8 @@
 namespace qelmo {
 
 /// Runs `action` without root's rights, prints the text of the error that it throws to standard error and
-/// ends the process: status 0 when it threw, 1 when it did not, 2 when the rights could not be given up. It
-/// is meant for the child process of a death test.
+/// ends the process: with status 0 if it threw, 1 if it did not, 2 if the rights could not be dropped. For
+/// the child process of a death test.
 template <typename Action>
 [[noreturn]] void failAsOrdinaryUser(Action action) {
     constexpr uid_t nobody = 65534;

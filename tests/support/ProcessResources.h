@@ -21,7 +21,7 @@ struct ProcessResources {
     std::size_t descriptors;
 
     [[nodiscard]] static ProcessResources now() {
-        // A sanitizer adds a thread of its own beside the program's first.
+        // A sanitizer starts its own thread with the program's first.
         [[maybe_unused]] static const bool firstThreadHasRun = runOneThread();
 #ifdef __APPLE__
         proc_taskinfo task{};
@@ -32,7 +32,7 @@ struct ProcessResources {
 #endif
     }
 
-    /// Waits until no more is in use than what this value says; false when it stays so.
+    /// Waits until no more is in use than in this value. Returns false if more stays in use.
     [[nodiscard]] bool areBack() const {
         return eventually([this] {
             const ProcessResources used = now();

@@ -12,8 +12,8 @@
 
 namespace qelmo {
 
-/// A bundle with a valid release, and a home folder with a flashing tool, in a temporary folder. A test
-/// changes what it is about and then calls `load` or `failure`.
+/// A bundle with a valid release, and a home folder with a flashing tool, in a temporary folder. A test makes
+/// its changes and then calls `load` or `failure`.
 class ReleaseFixture {
 public:
     ReleaseFixture() {
@@ -53,7 +53,7 @@ public:
         return errorOf([this] { (void)loadFiles(); });
     }
 
-    /// Writes the manifest as it is now and loads the release.
+    /// Calls load() and returns the text of its error.
     [[nodiscard]] std::string failure() const {
         return errorOf([this] { (void)load(); });
     }

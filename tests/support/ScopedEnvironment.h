@@ -6,7 +6,7 @@
 
 namespace qelmo {
 
-/// Sets one environment variable, or removes it when there is no value, until the end of the scope.
+/// Sets one environment variable until the end of the scope, or removes it if there is no value.
 class ScopedEnvironment {
 public:
     ScopedEnvironment(std::string name, const std::optional<std::string>& value) : name_(std::move(name)) {

@@ -11,7 +11,7 @@
 
 namespace qelmo {
 
-/// A folder of its own for one test; it and everything in it is removed again. Other users may look into it.
+/// A folder for one test. It is removed with everything in it. Other users may list it.
 class TemporaryFolder {
 public:
     TemporaryFolder() : path_(std::filesystem::temp_directory_path() / "qelmo-test-XXXXXX") {

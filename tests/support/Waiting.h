@@ -7,7 +7,7 @@
 
 namespace qelmo {
 
-/// Only a broken program reaches it.
+/// Only a broken program takes this long.
 inline constexpr std::chrono::seconds waitingLimit{20};
 
 /// Something that happens once, on any thread.
@@ -19,7 +19,7 @@ public:
         condition_.notify_all();
     }
 
-    /// False when it did not happen within the limit.
+    /// Returns false if it did not happen within the limit.
     [[nodiscard]] bool wait() {
         std::unique_lock lock(mutex_);
         return condition_.wait_for(lock, waitingLimit, [this] { return happened_; });
@@ -31,8 +31,8 @@ private:
     bool happened_ = false;
 };
 
-/// For what nobody announces (a thread that has ended, a descriptor that was closed): looks again and again
-/// until `condition` holds; false when it did not within the limit.
+/// For what nothing announces (a thread has ended, a descriptor was closed): checks repeatedly until
+/// `condition` holds. Returns false if it did not hold within the limit.
 template <typename Condition>
 [[nodiscard]] bool eventually(Condition condition) {
     const auto end = std::chrono::steady_clock::now() + waitingLimit;

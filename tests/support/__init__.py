@@ -1,1 +1,1 @@
-"""What the scripts of the tests share. A script puts the folder tests/ in front of its module path."""
+"""What the test scripts share. A script puts the folder tests/ at the front of its module path."""

@@ -1,4 +1,4 @@
-"""The simulated Cardputer, in a /dev where no real one can be seen."""
+"""The simulated Cardputer, in a /dev without real ones."""
 
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ def require_private_dev() -> None:
 
 
 def main() -> None:
-    """Runs the tests of the calling script, in a /dev of their own."""
+    """Runs the tests of the calling script with a private /dev."""
     if not is_in_private_dev():
         os.execv(PRIVATE_DEV, ["private-dev", "--", PYTHON, "-B", *sys.argv])
     unittest.main()
@@ -61,12 +61,12 @@ class SimulatedDevice:
         wait_until(lambda: event in self.event_lines(), f"the device's event {event!r}")
 
     def holds(self, content: bytes) -> bool:
-        """Whether the whole flash, as the last session left it, begins with this and is erased after it."""
+        """Whether the flash, as the last session left it, begins with this content and is erased after it."""
         return self.dump.exists() and self.dump.read_bytes() == content.ljust(FLASH_SIZE, b"\xff")
 
 
 class DeviceTest(unittest.TestCase):
-    """Tests with a folder, and with devices that are plugged in until a test ends."""
+    """Tests with a folder, and with devices that stay plugged in until a test ends."""
 
     def setUp(self) -> None:
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))

@@ -1,4 +1,4 @@
-"""The application's real window, seen through the accessibility bus and used with a real pointer."""
+"""The application's real window, read through the accessibility bus and used with a real pointer."""
 
 from __future__ import annotations
 
@@ -20,16 +20,16 @@ NAME_ON_THE_BUS = "QelmoFlasher"
 
 
 def role_of(view: Atspi.Accessible) -> str:
-    """As Debian 12 calls it. In Debian 13, with AT-SPI 2.56, a push button is a "button"."""
+    """The role as Debian 12 names it. Debian 13, with AT-SPI 2.56, calls a push button a "button"."""
     name = view.get_role_name()
     return "push button" if name == "button" else name
 
 
 class FlasherWindow:
-    """One run of the application. Use it in a with statement; the program is gone at its end."""
+    """One run of the application. Use it in a with statement; the program has ended after it."""
 
     def __init__(self, program: Path, home: Path, output: Path, prefix: Sequence[str | Path] = ()) -> None:
-        """`prefix` is a command that runs the program; what the program writes goes to `output`."""
+        """`prefix` is a command that runs the program. The program's output goes to `output`."""
         self.output = output
         with open(output, "wb") as streams:
             self.process = subprocess.Popen(
@@ -49,7 +49,7 @@ class FlasherWindow:
         self.process.kill()
         self.process.wait()
 
-    # What a person sees ----
+    # What a user sees ----
 
     def status(self) -> str:
         return next(label.get_name() for label in self._all("label") if label.get_description() == "Status")
@@ -85,16 +85,16 @@ class FlasherWindow:
     def screenshot(self, path: Path) -> None:
         subprocess.run(["import", "-window", "root", str(path)], check=True)
 
-    # What a person does ----
+    # What a user does ----
 
     def press(self, title: str) -> None:
-        """Clicks the button with the pointer, as soon as it is there, enabled and at rest."""
+        """Clicks the button with the pointer as soon as it exists, is enabled and does not move."""
         box = wait_until(lambda: self._place_at_rest(title), f"an enabled button {title!r} at rest")
         subprocess.run(["xdotool", "mousemove", str(box.x + box.width // 2), str(box.y + box.height // 2),
                         "click", "1"], check=True)
 
     def activate(self, title: str) -> None:
-        """Presses the button as an assistive tool does, which leaves the pointer alone."""
+        """Presses the button as an assistive tool does, without moving the pointer."""
         Atspi.Action.do_action(wait_until(lambda: self._enabled_button(title), f"an enabled button {title!r}"), 0)
 
     def answer(self, title: str, press: Callable[[str], None] | None = None) -> None:
@@ -104,18 +104,18 @@ class FlasherWindow:
         wait_until(lambda: not self._alerts(), "the end of the alert")
 
     def close(self) -> None:
-        """Closes the window by the window manager's key, and waits for the end of the program."""
+        """Closes the window with the window manager's key and waits until the program exits."""
         windows = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^QELMO Varnox Flasher$"],
                                  check=True, capture_output=True, text=True).stdout.split()
         subprocess.run(["xdotool", "windowfocus", "--sync", windows[0], "key", "alt+F4"], check=True)
         self.wait_for_end_of_program()
 
     def type_keys(self, *keys: str) -> None:
-        """Types on the keyboard, to whatever has its focus."""
+        """Types on the keyboard, into whatever has the focus."""
         subprocess.run(["xdotool", "key", "--delay", "50", *keys], check=True)
 
     def focus(self) -> str:
-        """The role and the name of what has the keyboard's focus."""
+        """The role and the name of what has the keyboard focus."""
         views = [(role, view) for role in ("combo box", "push button", "text") for view in self._all(role)]
         return next((f"{role} {view.get_name()}" for role, view in views
                      if view.get_state_set().contains(Atspi.StateType.FOCUSED) and self._is_in_front(view)), "")
@@ -138,7 +138,7 @@ class FlasherWindow:
     def _all(self, role: str, name: str | None = None, root: Atspi.Accessible | None = None) -> list[Atspi.Accessible]:
         found, items = [], [root or self._application()]
         while items:
-            with contextlib.suppress(GLib.Error):  # it went away while we looked
+            with contextlib.suppress(GLib.Error):  # it disappeared meanwhile
                 if (item := items.pop()) is not None:
                     item.clear_cache()
                     if role_of(item) == role and name in (None, item.get_name()):

@@ -1,4 +1,4 @@
-"""The real flashing tool in a home folder, and what its versions say and do differently."""
+"""The real flashing tool in a home folder, and how its versions differ."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ from support.child import CANNOT_RUN_HERE
 
 VERSION = re.compile(r'^__version__ = "(\d+)\.(\d+)', re.MULTILINE)
 
-# Each with the first version that says or does it, oldest first.
+# Each value with the first version that has it, oldest first.
 OTHER_CHIP = {(4, 0): "This chip is ESP32-C3 not ESP32-S3. Wrong --chip argument?",
               (4, 9): "This chip is ESP32-C3, not ESP32-S3. Wrong --chip argument?"}
 NO_PORT = {(4, 0): "Could not open {}, the port doesn't exist",
@@ -34,7 +34,7 @@ def install_tool(home: Path) -> None:
 
 @cache
 def home_with_the_tool() -> Path:
-    """Made once for a script, and removed at its end."""
+    """Made once per script, and removed when the script exits."""
     folder = tempfile.TemporaryDirectory()
     atexit.register(folder.cleanup)
     install_tool(Path(folder.name))
@@ -42,7 +42,7 @@ def home_with_the_tool() -> Path:
 
 
 def version_in(folder: str | Path) -> tuple[int, int]:
-    """Of the tool whose package is in this folder."""
+    """The version of the tool whose package is in this folder."""
     major, minor = VERSION.search(Path(folder, "esptool/__init__.py").read_text()).groups()
     return int(major), int(minor)
 
@@ -52,13 +52,13 @@ def installed_version() -> tuple[int, int]:
 
 
 def of_the_tool(values: dict):
-    """What the installed tool says or does."""
+    """The value for the installed tool."""
     return next(value for first, value in reversed(values.items()) if first <= installed_version())
 
 
 def load_tests(_loader, tests, _pattern) -> unittest.TestSuite:
-    """What a script runs that imports this. Version 5 refuses every job, so only the tests with version_5 in their
-    names run with it, and they run with no other version."""
+    """unittest calls this for a script that imports it. Version 5 refuses every job, so only the tests with version_5
+    in their names run with it, and they run with no other version."""
     folder = os.environ.get("QELMO_ESPTOOL")
     is_5 = bool(folder) and version_in(folder)[0] == 5
     chosen = [test for of_a_class in tests for test in of_a_class if ("version_5" in test.id()) == is_5]

@@ -1,4 +1,4 @@
-"""The right release in a bundle of its own, with a stand-in for the tool in a home folder."""
+"""A right release in its own bundle, with a stand-in for the tool in a home folder."""
 
 from __future__ import annotations
 
@@ -32,7 +32,7 @@ class Installation:
         self.write_manifest()
 
     def write_manifest(self, **changed: object) -> None:
-        """With other values, named by their paths as in the table of cases."""
+        """Changes these values. Their names are paths, as in the table of cases."""
         self.manifest_file.write_bytes(manifest_of({"manifest": changed}))
 
     def run(self, *arguments: str, prefix: tuple = (), **options) -> subprocess.CompletedProcess:

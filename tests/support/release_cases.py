@@ -1,4 +1,4 @@
-"""The cases of tests/release/release-cases.json, whose first lines say what their fields mean."""
+"""The cases of tests/release/release-cases.json, whose first lines explain the fields."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""The repository's files as they are here, changed and new ones too."""
+"""The files of the repository as they are here, including changed and new ones."""
 
 import subprocess
 from pathlib import Path

@@ -10,7 +10,7 @@ LIMIT_SECONDS = 60
 
 
 def wait_until(condition: Callable[[], object], what: str, seconds: float = LIMIT_SECONDS):
-    """Returns what the condition returns, once that is true."""
+    """Returns what the condition returns, as soon as that is true."""
     deadline = time.monotonic() + seconds
     while not (result := condition()):
         if time.monotonic() > deadline:

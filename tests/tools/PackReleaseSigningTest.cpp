@@ -10,7 +10,7 @@
 namespace qelmo {
 namespace {
 
-/// A stand-in for Apple's tool: notes its arguments, one in brackets each, then does what the test says.
+/// A stand-in for Apple's tool. Logs its arguments, each in brackets, then does what the test says.
 class PackReleaseSigning : public testing::Test {
 protected:
     void standInDoes(const std::string& commands) {
@@ -31,7 +31,7 @@ protected:
     const std::string calls = folder / "calls";
 };
 
-// The tool prints more than a pipe holds.
+// The tool prints more than a pipe can hold.
 TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
     standInDoes("head -c 300000 /dev/zero | tr '\\0' x");
     EXPECT_EQ(errorOfSigning("-v.app"), "");
@@ -39,7 +39,7 @@ TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
               "[--force][--deep][--sign][-][./-v.app]\n[--verify][--deep][--strict][./-v.app]\n");
 }
 
-// fault: the signing tool fails, the signature does not verify, or there is nothing that can sign
+// fault: the signing tool fails, the signature does not verify, or there is no signing tool
 // seen: "the new release is in place, but signing the bundle failed: …", "bundles are signed on macOS"
 TEST_F(PackReleaseSigning, SaysWhatFailedInTheToolsOwnWordsAndThatTheReleaseIsInPlace) {
     EXPECT_EQ(errorOfSigning(), "--sign: there is no " + tool + " here; bundles are signed on macOS");

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""make-icns with the real rsvg-convert: the icon file's entries and their pixels as ImageMagick reads them."""
+"""make-icns with the real rsvg-convert: the icon file's entries, and their pixels as ImageMagick reads them."""
 
 from __future__ import annotations
 
@@ -21,7 +21,7 @@ MASKED_SIZES = {("is32", "s8mk"): 16, ("il32", "l8mk"): 32, ("ih32", "h8mk"): 48
 
 
 def entries_of(icns: bytes) -> dict[str, bytes]:
-    """The first name and length are those of the file."""
+    """The entries by name. The first name and length are those of the file."""
     entries, at = {}, 0
     while at < len(icns):
         name, size = struct.unpack_from(">4sI", icns, at)
@@ -40,8 +40,8 @@ def pixels(png: bytes) -> bytes:
 
 
 def unpacked(data: bytes) -> bytes:
-    """Apple's run-length code without repeats, of which some versions of macOS lose one at the end: the number of bytes
-    minus one, and the bytes."""
+    """Apple's run-length code without repeats: the number of bytes minus one, then the bytes. Some versions of macOS
+    lose a repeat at the end."""
     out, at = b"", 0
     while at < len(data):
         assert data[at] < 128, "a repeat"
@@ -56,7 +56,7 @@ class MakeIcns(unittest.TestCase):
         self.out = self.folder / "out"
 
     def test_every_entry_holds_the_drawing_and_up_to_32_pixels_the_simplified_one(self) -> None:
-        # Without transparency the renderer writes three bytes a pixel. The application's icon needs every row filter.
+        # Without transparency the renderer writes three bytes per pixel. The application's icon needs every row filter.
         small = self.folder / "small.svg"
         small.write_text(SMALL)
         self.assertEqual(run(TOOL, "--small", small, ICON, self.out).returncode, 0)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Real runs of pack-release, judged by the application's own --self-test."""
+"""Real runs of pack-release, checked by the application's own --self-test."""
 
 from __future__ import annotations
 
@@ -27,7 +27,7 @@ from support.release_cases import says  # noqa: E402
 PACK = BUILD / "tools" / "pack-release"
 MANIFEST = "qelmo-varnox-flash-manifest.json"
 STRACE = shutil.which("strace")
-# Every call that can change what is on the disk, or that comes before one. "?": not on every processor.
+# Every call that can change the disk or that precedes such a call. "?": not on every processor.
 CALLS = "openat,flock,fchmod,write,fsync,?rename,renameat,?renameat2,?unlink,unlinkat,?mkdir,mkdirat"
 
 
@@ -40,7 +40,7 @@ def image_name(data: bytes) -> str:
 
 
 def contents(folder: Path) -> dict[str, tuple[int, bytes]]:
-    """Mode and bytes of everything below `folder`."""
+    """The mode and the bytes of everything below `folder`."""
     found = {}
     for path in folder.rglob("*"):
         mode = path.lstat().st_mode
@@ -93,7 +93,7 @@ class PackReleaseTest(unittest.TestCase):
         return done.stdout
 
     def verified_version(self) -> str:
-        """The version that the application reports after it has verified the release; it wants an icon beside it."""
+        """The version that the application reports after it has verified the release. It needs an icon next to it."""
         self.installed.icon.write_bytes(b"icns")
         done = self.installed.run("--self-test")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
@@ -165,7 +165,7 @@ class Packing(PackReleaseTest):
         self.assertEqual(self.names(), {MANIFEST, image_name(second), image_name(third)})
         self.assertEqual(self.verified_version(), "3")
 
-    # fault: the image of the bundle was damaged, and its manifest cannot be read
+    # fault: the bundle's image is damaged, and its manifest cannot be read
     # seen: "Replaced  no release"
     def test_repairs_an_image_that_was_damaged_and_a_manifest_that_cannot_be_read(self) -> None:
         data = image("1")
@@ -191,7 +191,7 @@ class Packing(PackReleaseTest):
         self.pack("1", GOOD)
         self.assertEqual(self.names(), {MANIFEST, image_name(GOOD), folder, link, *foreign})
 
-    # fault: nothing can be printed
+    # fault: the report cannot be printed
     # seen: "pack-release: the new release is in place, but: write standard output: …", "No space left on device"
     def test_says_that_the_release_is_in_place_when_only_its_report_cannot_be_printed(self) -> None:
         with open("/dev/full", "w") as full:
@@ -213,7 +213,7 @@ class Refusing(PackReleaseTest):
             with self.subTest(fault):
                 self.assert_refused(fault, self.command("2", data, "--accept-header-rewrite"))
 
-    # fault: the image was built for other flash settings, and the tool would rewrite its header
+    # fault: the image was built for other flash settings, so the tool would rewrite its header
     # seen: "The image's header bytes 2 and 3 are …, but the flashing tool would rewrite them to …"
     def test_a_header_that_the_flashing_tool_would_rewrite_unless_told_to_accept_it(self) -> None:
         # The codes that esptool 4.x writes for dio, 8MB and each clock of the ESP32-S3.
@@ -229,7 +229,7 @@ class Refusing(PackReleaseTest):
         self.pack("2", image("new", mode=0), "--accept-header-rewrite")
         self.assertEqual(self.verified_version(), "2")
 
-    # fault: the image is missing, a folder is in the place of the manifest, or the given bundle is none
+    # fault: the image is missing, the manifest's name is that of a folder, or the given folder is not a bundle
     # seen: "open …: No such file or directory", "not an application bundle, it has no Contents folder: …"
     def test_a_file_that_cannot_be_read_and_a_folder_that_is_no_bundle(self) -> None:
         command = self.command("2", GOOD)
@@ -241,7 +241,7 @@ class Refusing(PackReleaseTest):
         command[4].unlink()
         self.assert_refused(f"open {command[4]}: No such file or directory", command)
 
-    # fault: an option is missing or without a value, or its value could not be shown or used
+    # fault: an option or its value is missing, or the value cannot be shown or used
     # seen: "… is required", "--baud: not a positive integer", "not valid UTF-8", "must not begin with @"
     def test_a_command_line_that_is_not_understood_with_status_2(self) -> None:
         required = {"--bundle": self.bundle, "--image": "x", "--name": "Varnox", "--version": "2"}
@@ -260,18 +260,18 @@ class Refusing(PackReleaseTest):
                 with self.subTest(options):
                     self.assert_refused(message, [PACK, *itertools.chain(*options)], 2)
 
-    # fault: two runs work on one bundle
+    # fault: two runs work on one bundle at the same time
     # seen: "another pack-release is at work on this bundle"
     def test_a_bundle_that_another_run_holds(self) -> None:
         folder = os.open(self.resources, os.O_RDONLY)
         self.addCleanup(os.close, folder)
-        fcntl.flock(folder, fcntl.LOCK_SH)  # which an exclusive lock does not get either
+        fcntl.flock(folder, fcntl.LOCK_SH)  # an exclusive lock is refused then, too
         self.assert_refused("another pack-release is at work on this bundle", self.command("2", GOOD))
 
 
 @unittest.skipUnless(sys.platform == "linux", "strace is for Linux")
 class Interrupted(PackReleaseTest):
-    """Release 2 replaces release 1, with the image of release 0 and temporary files still lying about."""
+    """Release 2 replaces release 1. The image of release 0 and temporary files are still in the bundle."""
 
     def setUp(self) -> None:
         super().setUp()
@@ -292,13 +292,13 @@ class Interrupted(PackReleaseTest):
 
     def traced(self, *options: str) -> tuple[subprocess.CompletedProcess[str], list[str]]:
         log = self.root / "trace"
-        # The leak checker cannot work under a tracer; it concerns builds with sanitizers only.
+        # The leak checker does not work under a tracer. Only builds with sanitizers have it.
         done = run(STRACE, "-f", "-qq", "-o", log, *options, *self.packing,
                    env={**os.environ, "ASAN_OPTIONS": "detect_leaks=0"})
         return done, [line.split(" ", 1)[1].strip() for line in log.read_text().splitlines()]
 
     def calls(self) -> list[tuple[str, int]]:
-        """Every call from the first touch of the bundle on, as (name, how many of that name so far)."""
+        """Every call from the first access to the bundle on, as (name, how many of that name so far)."""
         done, lines = self.traced("-e", f"trace={CALLS}")
         self.assertEqual((done.returncode, self.names()), (0, self.after), done.stderr)
         names = [line.split("(", 1)[0] for line in lines]
@@ -312,7 +312,7 @@ class Interrupted(PackReleaseTest):
                          2 * replacement + ["openat"] * 2 + ["write"])
         self.assertEqual(steps.count("unlink"), 3)
 
-    # fault: the run is killed
+    # fault: pack-release is killed
     def test_killed_at_any_call_leaves_a_release_that_verifies_and_that_the_next_run_replaces(self) -> None:
         versions = []
         for name, number in self.calls():

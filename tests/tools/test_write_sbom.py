@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The bill of materials of this build."""
+"""The software bill of materials of this build."""
 
 from __future__ import annotations
 

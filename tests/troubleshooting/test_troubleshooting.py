@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""docs/troubleshooting.md against the sources: it mentions the words of program, packer and build command, and no other
-ones. The tests of the device compare its sentences of the flashing tool."""
+"""docs/troubleshooting.md against the sources: it mentions the messages of the program, the packer and the build
+command, and no others. The tests of the device check the messages of the flashing tool."""
 
 from __future__ import annotations
 
@@ -19,11 +19,11 @@ from support.release_cases import says  # noqa: E402
 ROOMS = ("app", "ui", "flashing", "release", "platform", "tools/pack-release")
 COMMENT = r'//[^\n]*|#include[^\n]*'
 LITERAL = r'"(?:[^"\\\n]|\\.)*"'
-# A comment, or literals of which the compiler makes one.
+# A comment, or literals that the compiler joins.
 TOKEN = re.compile(rf"{COMMENT}|'(?:[^'\\\n]|\\.)'|{LITERAL}(?:\s*{LITERAL})*")
 TWO_WORDS = re.compile(r"[A-Za-z]\S* +\S*[A-Za-z]")
-# Beginnings of texts that tell nobody that something went wrong: what the window always shows, help and reports of
-# pack-release, and words for another program.
+# The starts of texts that report no problem: what the window always shows, help and reports of pack-release, and words
+# for another program.
 NO_MESSAGES = (
     "QELMO Varnox Flasher", "VARNOX  •", "Validating embedded release…", "Boot port", "Flash progress",
     "Reload the newest embedded build", "G0 BOOT MODE  //", "INTERNAL FLASH ONLY  •", "FLASH VERIFIED",

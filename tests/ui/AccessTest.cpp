@@ -1,4 +1,4 @@
-// The window for those who do not use a pointer, do not see it, or see little of it.
+// The window for people who do not use a pointer, do not see it, or see little of it.
 
 #include <QAbstractItemView>
 #include <QAccessible>
@@ -28,7 +28,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// What an assistive tool says of a view, but for its role, which the test of a whole job hears.
+/// What an assistive tool says about a view, except its role, which the test of a whole job checks.
 std::string saidOf(const QAccessibleInterface* view) {
     return view->text(QAccessible::Name).toStdString() + " (" +
            view->text(QAccessible::Description).toStdString() + ")";
@@ -57,7 +57,7 @@ TEST_F(Access, NamesEveryViewFromTopToBottom) {
     std::vector<std::string> views;
     for (int index = 0; index < window->childCount(); ++index) {
         const QAccessibleInterface* view = window->child(index);
-        // The panel itself says nothing; the release in it does.
+        // The panel itself has no text; the release in it has.
         if (view->childCount() == 1 && view->role() == QAccessible::Client) view = view->child(0);
         if (view->role() != QAccessible::Client) views.push_back(saidOf(view));
     }
@@ -152,7 +152,7 @@ double luminance(const QColor& colour) {
            0.0722 * linear(colour.blueF());
 }
 
-/// As the Web Content Accessibility Guidelines 2.1 define it.
+/// As defined by the Web Content Accessibility Guidelines 2.1.
 double contrast(const QColor& one, const QColor& other) {
     const auto [darker, lighter] = std::minmax({luminance(one), luminance(other)});
     return (lighter + 0.05) / (darker + 0.05);
@@ -171,7 +171,8 @@ void expectReadable(const std::string& what, const QWidget* view, QPalette::Colo
 
 class Contrast : public Access {
 protected:
-    /// A control's text on every colour that the screen shows from its top to its bottom beside the text.
+    /// Checks a control's text against every colour next to the text on the screen, from the control's top to
+    /// its bottom.
     void expectReadableOnScreen(const std::string& what, const QWidget* control, int besideText) const {
         const QRect frame = frameOf(control);
         const QImage ground =

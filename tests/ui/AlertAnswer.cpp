@@ -78,7 +78,7 @@ bool AlertAnswer::hasEnded() const {
 QMessageBox* AlertAnswer::unanswered() {
     auto* const box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
     if (box == nullptr || box->property(takenProperty).toBool()) return nullptr;
-    // It can be clicked and typed into only once it is on the screen.
+    // It accepts clicks and keys only once it is on the screen.
     return box->windowHandle() != nullptr && box->windowHandle()->isExposed() ? box : nullptr;
 }
 

@@ -11,10 +11,10 @@
 
 namespace qelmo {
 
-/// What an alert shows to its reader, the buttons from left to right on the screen.
+/// What an alert shows to its reader, with the buttons from left to right on the screen.
 [[nodiscard]] Alert shownAlert(const QMessageBox& box);
 
-/// Something that a test does with an open alert. It must lead to the alert's end.
+/// What a test does with an open alert. It must make the alert end.
 using AlertAction = std::function<void(QMessageBox& box)>;
 
 /// A click on the button with this title.
@@ -23,8 +23,8 @@ using AlertAction = std::function<void(QMessageBox& box)>;
 [[nodiscard]] AlertAction closeAlert();
 [[nodiscard]] AlertAction inOrder(AlertAction first, AlertAction second);
 
-/// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. It is
-/// a failure of the test when no alert came, when one does not end, and when one came that nobody waits for.
+/// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. The
+/// test fails if no alert comes, if one does not end, or if one comes for which no answer waits.
 class AlertAnswer {
 public:
     explicit AlertAnswer(AlertAction action);

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-// fault: the tool prints NUL, ESC, a lone surrogate and a character without its end
+// fault: the tool prints NUL, ESC, a lone surrogate and an incomplete character
 TEST_F(FlashJob, AsksThenShowsTheToolsOutputWhileItRunsThenReportsSuccess) {
     const Fifo gate;
     setTool(
@@ -80,7 +80,7 @@ TEST_F(FlashJob, AsksThenShowsTheToolsOutputWhileItRunsThenReportsSuccess) {
     EXPECT_EQ(takeLog(), "");
 }
 
-// fault: the tool ends with a status other than 0, or by a signal, and the user tries again
+// fault: the tool exits with a status other than 0 or is killed, and the user tries again
 // seen: "FLASH FAILED"
 TEST_F(FlashJob, FailsWithoutAnAlertHoweverTheToolEndsBadlyAndCanBeRepeated) {
     for (const char* const end : {"sys.exit(1)", "os.kill(os.getpid(), signal.SIGKILL)"}) {
@@ -99,14 +99,14 @@ TEST_F(FlashJob, LeavesTheFocusWhereItWasBeforeTheJob) {
              delegate->portPopup, delegate->refreshButton, delegate->logTextView, delegate->flashButton}) {
         control->setFocus();
         const AlertAnswer confirmation(click("ERASE + FLASH"));
-        // As an assistive tool does it: a click of the mouse would take the focus.
+        // As an assistive tool does it: a mouse click would move the focus.
         delegate->flashButton->click();
         ASSERT_TRUE(waitForEndOfJob());
         EXPECT_EQ(delegate->window->focusWidget(), control) << control->accessibleName().toStdString();
     }
 }
 
-// fault: port and release are replaced while the user is asked
+// fault: the port and the release are replaced while the confirmation is open
 TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
     setTool("");
     const AlertAction replace = [this](QMessageBox&) {
@@ -156,7 +156,7 @@ TEST_F(FlashPress, IsSilentWithoutASelectedPort) {
     }
 }
 
-// fault: the release was damaged, or replaced by another one after validation
+// fault: the release was damaged or replaced after its validation
 // seen: "QELMO Flasher stopped", "flash.baud: expected an integer, found a string",
 //     "The embedded release changed after validation."
 TEST_F(FlashPress, NamesWhatHasHappenedToTheReleaseSinceItsValidation) {

@@ -29,7 +29,7 @@ protected:
         return takeLog();
     }
 
-    /// The paragraphs in which the log is laid out, each without its end.
+    /// The lengths of the paragraphs in which the log is laid out, without their ends.
     std::vector<qsizetype> paragraphLengths() const {
         std::vector<qsizetype> lengths;
         for (QTextBlock block = delegate->logTextView->document()->begin(); block.isValid();
@@ -76,7 +76,8 @@ TEST_F(Log, ShowsItsEndAfterEveryTextWhereverTheUserHadScrolledToAndForgetsNothi
     EXPECT_TRUE(delegate->logTextView->viewport()->rect().contains(lastLine.center()));
 }
 
-// fault: a text without line feeds is so long, or is made of such characters, that laying it out takes minutes
+// fault: a text without line feeds is so long, or contains such characters, that its layout would take
+//     minutes
 TEST_F(Log, LaysOutNoTextInOnePieceHoweverLongItsLineIs) {
     for (const std::string& text :
          {std::string(1'000'000, 'x'), repeated(QStringLiteral("\u0301"), 300'000),

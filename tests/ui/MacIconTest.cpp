@@ -1,4 +1,4 @@
-// The icon as it is on macOS: this program is linked with that system's source instead of the one for Linux.
+// The icon as it is on macOS: this program links that system's source instead of the one for Linux.
 
 #include <QApplication>
 #include <QIcon>

@@ -59,7 +59,7 @@ TEST_F(MainQueueOfQt, LetsTimersInBetweenAFloodOfTasks) {
     timer.start(0);
     for (int count = 0; count < flood; ++count) {
         queue.post([&] {
-            // A task that costs something: all together cost 200 milliseconds at least.
+            // Each task takes some time: all of them take at least 200 milliseconds.
             QElapsedTimer spent;
             for (spent.start(); spent.nsecsElapsed() < 1000;) continue;
             if (++done == flood) timeoutsDuring = timeouts;
@@ -76,7 +76,7 @@ TEST_F(MainQueueOfQt, DropsTasksOnceItIsClosed) {
     EXPECT_EQ(held.use_count(), 1);
     queue.post(note(2));
     queue.postAfter(0ms, note(3));
-    // Whatever was posted above would come before this.
+    // Anything that was posted above would run before this.
     QtMainQueue later;
     later.postAfter(0ms, note(4));
     EXPECT_TRUE(waitUntil([this] { return !ran.empty(); }));

@@ -18,7 +18,7 @@ using testing::StartsWith;
 
 class ReleaseStatus : public ReadyWindowTest {};
 
-// fault: a refresh finds a fault of the release, and the next one finds it mended
+// fault: a refresh finds a fault in the release, and the next refresh finds it repaired
 // seen: "NOT READY", "RELEASE VALIDATION FAILED", "The embedded flash manifest is missing."
 TEST_F(ReleaseStatus, IsRefusedInThePanelTheStatusAndTheLogUntilItIsMended) {
     EXPECT_THAT(takeLog(), AllOf(StartsWith("Embedded full image verified.\nSHA-256  "),

@@ -31,11 +31,11 @@ for block in range(1, 26):
 
 /// The quality that makes Qt compress a PNG best.
 constexpr int smallestFile = 0;
-/// A picture's text of this name is the version of Qt that drew the window.
+/// The key of a picture's text that names the version of Qt that drew the window.
 constexpr QLatin1String makerKey("Qt");
 
-/// With what the window manager adds. The widget itself may keep to the frame that it had before the window
-/// manager gave it one.
+/// Includes what the window manager adds. The widget itself may still report the frame from before the window
+/// manager added its own.
 QRect frameOnScreen(const QWidget& view) {
     return view.windowHandle()->frameGeometry();
 }
@@ -56,11 +56,11 @@ std::set<QRgb> coloursOf(const QImage& picture) {
     return colours;
 }
 
-/// Waits for the focus and for the title bar, which the window manager draws when it likes; the many colours
-/// are those of the title's smooth letters.
+/// Waits for the focus and for the title bar, which the window manager may draw late. The many colours are
+/// those of the title's smooth letters.
 bool isInFront(QWidget& view) {
     return waitUntil([&view] {
-        // Asked again and again: what comes and goes within milliseconds may leave the focus nowhere.
+        // Asked repeatedly: windows that come and go within milliseconds may leave nothing with the focus.
         if (!view.isActiveWindow()) view.activateWindow();
         const QRect frame = frameOnScreen(view);
         const QRect bar(frame.topLeft(), QPoint(frame.right(), view.geometry().top() - 1));
@@ -76,7 +76,7 @@ protected:
         image[0] = image[0x10000] = '\xE9';
         release.setImage(image);
         change("version", R"("1.2.0")");
-        // As far as the application was built.
+        // The icon exists only if the bundle was built.
         const std::string icon = fromEnvironment("QELMO_BUNDLE") + "/Contents/Resources/AppIcon.icns";
         if (std::filesystem::exists(icon))
             writeTestFile(release.resources() + "/AppIcon.icns", readTestFile(icon));
@@ -87,7 +87,7 @@ protected:
         return value == nullptr ? "." : value;
     }
 
-    /// The window as it must be with this status; what an alert covers is not looked at.
+    /// Checks the window with this status. What an alert covers is not checked.
     void expectOnScreen(const std::string& status) const {
         expectRowsInPlace(*delegate);
         expectGroundsOnScreen(*delegate);
@@ -206,7 +206,7 @@ TEST_F(ScreenPictures, CouldNotStart) {
     save("could-not-start", "FLASHER COULD NOT START");
 }
 
-/// The largest difference of any channel of any cell: no glyph is compared, only the mean colours of cells of
+/// The largest difference in any channel of any cell. No glyph is compared, only the mean colours of cells of
 /// about 8 pixels in each direction.
 int largestDifference(const QImage& one, const QImage& other) {
     const auto cells = [](const QImage& picture) {

@@ -24,12 +24,12 @@ TEST_F(StartUp, BeginsWithItsPaletteAndNothingElse) {
     EXPECT_TRUE(delegate->ports.empty());
 }
 
-/// The colour in the middle of the application's icon; black where there is none.
+/// The colour in the middle of the application's icon, or black if there is no icon.
 std::string colourOfIcon() {
     return hex(QApplication::windowIcon().pixmap(128).toImage().pixelColor(64, 64));
 }
 
-// fault: the bundle has no icon, or a damaged one
+// fault: the bundle's icon is missing or damaged
 TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
     launch();
     EXPECT_EQ(colourOfIcon(), "#ff0000");

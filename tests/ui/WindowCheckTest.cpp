@@ -81,7 +81,7 @@ TEST_F(WindowCheck, FailsWhenTheRefreshButtonDoesSomethingElse) {
     EXPECT_EQ(report(), reportWith("none of the values"));
 }
 
-/// Notes for how long the last task is put off.
+/// Records the delay of the last task.
 class DelayNotingQueue : public InMemoryMainQueue {
 public:
     void postAfter(std::chrono::milliseconds delay, Task /*task*/) override { noted = delay; }
@@ -99,7 +99,7 @@ TEST_F(WindowCheck, ComesAQuarterOfASecondAfterTheStartAndOnlyWithItsArgument) {
     }
 }
 
-// fault: the window is gone before the window self-test looks at it
+// fault: the window is gone before the window self-test checks it
 // seen: "window_self_test=FAILED delegate released"
 TEST_F(WindowCheck, SaysThatTheDelegateIsGoneAndWritesNoReport) {
     context.arguments = {"QelmoFlasher", "--window-self-test"};

@@ -22,7 +22,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// The window as it was built, shown, and not yet filled.
+/// The window as it was built and shown, before it is filled.
 class WindowLayout : public WindowTest {
 protected:
     WindowLayout() { show(); }
@@ -97,7 +97,7 @@ TEST_F(WindowLayout, HasTheSameRowsWhereControlsHaveShadows) {
     applyDarkControls(*qApp);
 }
 
-/// What a label draws in a width of its own.
+/// What a label draws in its own width.
 std::vector<std::string> linesOf(TextLabel* label, const std::string& text) {
     label->setText(QString::fromStdString(text));
     std::vector<std::string> lines;
@@ -175,7 +175,8 @@ TEST_F(WindowLayout, HasALogToReadOnlyWithAnInsetAndAScrollBar) {
 
 using WindowInUse = WindowTest;
 
-/// Another window that comes up in front of the delegate's, with the keyboard, as soon as that is shown.
+/// Another window that appears in front of the delegate's and takes the keyboard focus as soon as that is
+/// shown.
 class WindowInFront : public QWidget {
 public:
     explicit WindowInFront(const AppDelegate& delegate) : delegate_(delegate) {

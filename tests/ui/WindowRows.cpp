@@ -21,7 +21,7 @@ namespace qelmo {
 
 namespace {
 
-/// Lengths in device-independent pixels; 0 or empty what the table does not tell.
+/// Lengths are in device-independent pixels. The table does not define what is 0 or empty.
 struct WindowView {
     int row;
     const QWidget* view;

@@ -11,20 +11,20 @@ class QLabel;
 
 namespace qelmo {
 
-/// The label that shows this text; a window without one fails the test.
+/// The label that shows this text. The test fails if there is none.
 [[nodiscard]] QLabel* labelOf(const AppDelegate& delegate, const std::string& text);
 
-/// Where a view of the window is in it.
+/// Where a view is in the window.
 [[nodiscard]] QRect frameOf(const QWidget* view);
 
-/// Every view of the window has its place, its size, its type and its colour, and cuts no text off.
+/// Checks the place, size, type and colour of every view of the window, and that no text is cut off.
 void expectRowsInPlace(const AppDelegate& delegate);
 
 /// What the screen shows in a part of the window.
 [[nodiscard]] QImage onScreen(const QWidget& window, const QRect& part);
 [[nodiscard]] std::string colourOnScreen(const QWidget& window, const QPoint& place);
 
-/// The screen shows the grounds of the window, at places that no alert covers.
+/// Checks the window's backgrounds on the screen, at places that no alert covers.
 void expectGroundsOnScreen(const AppDelegate& delegate);
 
 }  // namespace qelmo

@@ -35,7 +35,7 @@ std::string hex(const QColor& colour) {
 WindowTest::WindowTest() {
     context.bundleURL = release.bundle();
     context.homeFolder = release.home();
-    // The pictures show the real folder's name; those tests have a /dev of their own.
+    // The pictures show the real folder's name, so those tests run with their own /dev.
     const char* const devices = std::getenv("QELMO_DEVICES");
     context.deviceFolder = devices == nullptr ? release.home() + "/devices" : devices;
     context.windowReportFile = release.home() + "/window-report";
@@ -104,7 +104,7 @@ void WindowTest::settle() const {
 
 std::string WindowTest::takeLog() {
     settle();
-    // Whatever it says, the log is of one font and colour.
+    // The log has one font and one colour, whatever its text.
     for (const QTextFormat& format : delegate->logTextView->document()->allFormats())
         EXPECT_TRUE(!format.isCharFormat() || format.properties().isEmpty());
     const QString text = delegate->logTextView->toPlainText();

@@ -21,7 +21,7 @@ class QLabel;
 
 namespace qelmo {
 
-/// Runs the event loop until `condition` holds; false when it did not within the limit.
+/// Runs the event loop until `condition` holds. Returns false if it did not hold within the limit.
 template <typename Condition>
 [[nodiscard]] bool waitUntil(Condition condition) {
     if (condition()) return true;
@@ -43,25 +43,25 @@ template <typename Condition>
 [[nodiscard]] std::vector<std::string> itemsOf(const QComboBox* menu);
 [[nodiscard]] std::string hex(const QColor& colour);
 
-/// One real window with its delegate, over a bundle with a red icon, a home and a device folder of its own.
+/// One real window with its delegate, and with its own bundle (which has a red icon), home and device folder.
 class WindowTest : public ::testing::Test {
 protected:
     WindowTest();
     ~WindowTest() override;
 
-    /// A delegate for `context` in place of the one before.
+    /// Replaces the delegate with one for `context`.
     void replaceDelegate();
-    /// Starts up like the application and waits until the window is on the screen and its log is written.
+    /// Starts up like the application. Waits until the window is on the screen and its log is written.
     void launch();
     void writeRelease() const { release.writeManifest(release.manifest.text()); }
     /// Changes one field of the manifest in the bundle.
     void change(const std::string& field, const std::string& json);
 
-    /// A boot port appears; returns its path.
+    /// Makes a boot port appear and returns its path.
     std::string plugIn(const std::string& name);
     void unplug(const std::string& name) const;
 
-    /// The tool is this Python text from now on; it is run by the real interpreter.
+    /// Makes this Python text the tool. The real interpreter runs it.
     void setTool(const std::string& python) const;
 
     /// Presses the flash button and confirms.
@@ -70,13 +70,13 @@ protected:
     /// Waits until everything that was posted until now has run.
     void settle() const;
 
-    /// The log's new text since the last call, with everything that was posted until now.
+    /// The log's new text since the last call, after everything that was posted until now has run.
     std::string takeLog();
 
     void pressFlash() const;
     void pressRefresh() const;
 
-    /// Every control shows the delegate's state, and this is its status.
+    /// Checks that every control shows the delegate's state, and that this is its status.
     void expectShown(const std::string& status) const;
 
     ReleaseFixture release;
@@ -92,7 +92,7 @@ private:
     qsizetype logTaken_ = 0;
 };
 
-/// A window over a valid release and one boot port, launched.
+/// A launched window with a valid release and one boot port.
 class ReadyWindowTest : public WindowTest {
 protected:
     ReadyWindowTest() { launch(); }

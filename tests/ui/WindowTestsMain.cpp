@@ -9,9 +9,9 @@ int main(int argumentCount, char** arguments) {
     if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
     QApplication application(argumentCount, arguments);
     qelmo::applyDarkControls(application);
-    // A test closes windows again and again, and that must not end the loop.
+    // Tests close windows repeatedly. That must not end the loop.
     QApplication::setQuitOnLastWindowClosed(false);
     const int status = RUN_ALL_TESTS();
-    // For ctest the program is one test, and this status a skipped one.
+    // ctest sees the program as one test, and this status as a skipped one.
     return status == 0 && testing::UnitTest::GetInstance()->skipped_test_count() > 0 ? 77 : status;
 }

@@ -1,4 +1,4 @@
-// The windowed start itself, looked at from inside: this program makes no application of its own.
+// The windowed start, tested from inside: this program creates no application of its own.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-"""The windowed program as whole processes: the window self-test, and starts that fail."""
+"""The windowed program as a whole process: the window self-test, and starts that fail."""
 
 from __future__ import annotations
 
@@ -69,7 +69,7 @@ class SelfTestReport(WindowedProcess):
         self.app.manifest_file.write_text("{}")
         self.assert_reported(self.self_test(), 1, WITHOUT_RELEASE)
 
-    # fault: the bundle's folder is named like what the loader replaces in a path
+    # fault: the name of the bundle's folder is one that the loader replaces in a path
     def test_the_bundle_may_be_in_a_folder_of_any_name(self) -> None:
         (self.folder / "decoys").mkdir()
         (self.folder / "decoys/libQelmoWindow.so").write_bytes(b"no library")
@@ -79,7 +79,7 @@ class SelfTestReport(WindowedProcess):
                 self.app.environment |= {"LD_LIBRARY_PATH": str(self.folder / "decoys")}
                 self.assert_reported(self.self_test())
 
-    # fault: another user's file or link, or a folder, is where the report file goes
+    # fault: another user's file or link, or a folder, has the name of the report file
     def test_it_replaces_what_is_in_the_files_place_but_a_folder_and_follows_no_link(self) -> None:
         victim = self.folder / "victim"
         victim.write_text("precious")
@@ -106,7 +106,7 @@ class SelfTestReport(WindowedProcess):
 
 
 class SystemFaults(WindowedProcess):
-    # fault: the user may make no thread, or there are too few descriptors for the toolkit
+    # fault: the user may start no threads, or there are too few descriptors for Qt
     # seen: "The flasher cannot run: start the window: …"
     def test_the_limits_of_threads_and_descriptors_are_named_in_one_sentence(self) -> None:
         sentence = "The flasher cannot run: start the window: {}\n".format
