@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* python = "/usr/bin/python3";
 
-TEST(EsptoolVersion, IsTheLastLineThatIsNotEmptyAsItStands) {
+TEST(EsptoolVersion, IsTheLastNonEmptyLineUnchanged) {
     const std::map<std::string, std::string> versions{{"esptool.py v4.7.0\n4.7.0\n", "4.7.0"},
                                                       {"banner\n4.7.0", "4.7.0"},
                                                       {"4.7.0", "4.7.0"},

@@ -67,14 +67,14 @@ class Report(HeadlessTest):
 
 
 class Selection(HeadlessTest):
-    def test_takes_the_argument_in_any_position_and_before_the_windows_one(self):
+    def test_accepts_the_argument_in_any_position_and_prefers_it_to_the_windows_one(self):
         for arguments in (["x", "", "--self-test"], ["--self-test", "--verbose"], ["--", "--self-test"],
                           ["--self-test", "--window-self-test"], ["--window-self-test", "--self-test"]):
             with self.subTest(arguments):
                 self.assert_passes(self.app.run(*arguments))
         self.assert_passes(run("--self-test", executable=self.app.program, env=self.app.environment))
 
-    def test_is_not_chosen_by_a_near_miss(self):
+    def test_ignores_a_similar_argument(self):
         for argument in ("--self-test=1", "--self-tes", "--self-test ", "--SELF-TEST", "-self-test", "---self-test"):
             with self.subTest(argument):
                 self.assert_windowed_start(self.app.run(argument))

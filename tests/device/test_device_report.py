@@ -109,7 +109,7 @@ class WholeRun(ReportTest):
         held.write_bytes(content)
         return self.device("--initial-flash", held, *options)
 
-    def test_leaves_the_device_as_it_was_with_the_real_tool_though_it_is_unplugged_once(self):
+    def test_restores_the_device_with_the_real_tool_even_if_it_is_unplugged_once(self):
         self.use(home_with_the_tool(), "out put")
         plugged_in, terminal = self.plug_in(CONTENT, "--fault", "unplugged@30"), self.start()
         terminal.expect_exact(f"The backup is safe: {self.backup}\r\n")
@@ -167,7 +167,7 @@ class Failure(WithAStandIn):
     # fault: the device is unplugged in a step, and the user tries again or gives up; what is read differs from what was
     #     read or written before; the user presses Ctrl+C, or the terminal's window is closed
     # seen: "Type stop to end here:", "Nothing was written to the device.", "interrupted by …"
-    def test_is_said_with_what_the_device_holds(self):
+    def test_is_reported_with_what_the_device_holds(self):
         for number, (plan, reactions, status, words, state) in enumerate((
                 ("fail", [], 1, f"could not {READ}: A fatal error occurred: this is why", NOTHING_WRITTEN),
                 ("good wrong", [], 1, "the two reads of the flash differ, so there is no backup", NOTHING_WRITTEN),

@@ -51,7 +51,7 @@ class AccessTest(SessionTest):
             window.type_keys("ctrl+q")
             self.assertEqual(window.wait_for_end_of_program(), 0)
 
-    def test_the_whole_job_is_done_by_what_an_assistive_tool_hears_and_does(self) -> None:
+    def test_the_whole_job_works_with_an_assistive_tool(self) -> None:
         heard: list[str] = []
 
         def hear(event: Atspi.Event) -> None:

@@ -76,7 +76,7 @@ class WindowEndsTest(SessionTest):
         os.kill(self.tool, signal.SIGCONT)
 
     # fault: during the write the window is closed, quit or killed, or crashes, or its terminal is closed
-    def test_whatever_ends_it_the_flash_is_finished(self) -> None:
+    def test_the_flash_finishes_however_the_window_ends(self) -> None:
         for what, status, end, prefix in self.ends():
             with self.subTest(what), self.plugged_in(*SLOW) as device, self.window(prefix) as window:
                 self.begin(window)

@@ -21,7 +21,7 @@ std::vector<std::string> listedOf(const std::vector<std::string>& names) {
     return listed;
 }
 
-TEST(BootPorts, AreListedByNameAloneInTheOrderOfTheirBytes) {
+TEST(BootPorts, AreListedInByteOrderWithoutBeingOpened) {
     EXPECT_THAT(
         listedOf({"cu.wchusbserial110", "null", "cu.usbmodem9", "cu.usbmodem10", "cu.usbmodema",
                   "cu.usbmodemB", "cu.usbmodem\u00E9", "tty.usbmodem101", "cu.SLAB_USBtoUART9",
@@ -35,7 +35,7 @@ TEST(BootPorts, AreNoneWhenTheDeviceFolderCannotBeRead) {
     EXPECT_THAT(listBootPorts("/nonexistent"), testing::IsEmpty());
 }
 
-TEST(BootPorts, AreKnownByTheWholePrefixAtTheStartOfTheName) {
+TEST(BootPorts, AreRecognisedByTheWholePrefixOfTheName) {
     std::vector<std::string> prefixes{"cu.usbmodem", "cu.usbserial", "cu.SLAB_USBtoUART", "cu.wchusbserial"};
 #ifdef __linux__
     prefixes.insert(prefixes.end(), {"ttyACM", "ttyUSB"});

@@ -46,7 +46,7 @@ TEST_F(PortClaim, IsRefusedUntilEveryCopyOfAnEarlierOneIsClosed) {
     EXPECT_TRUE(isFree("port"));
 }
 
-TEST_F(PortClaim, IsOfTheDevicesNumberWhateverItsName) {
+TEST_F(PortClaim, IdentifiesADeviceByItsNumberNotItsName) {
     const FileDescriptor device = claim("port");
     EXPECT_FALSE(isFree("other name"));
     EXPECT_TRUE(isFree("other device"));

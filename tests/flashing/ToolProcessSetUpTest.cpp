@@ -19,7 +19,7 @@ using testing::ElementsAre;
 constexpr const char* python = "/usr/bin/python3";
 
 // fault: the tool prints NUL, ESC, a lone surrogate and an incomplete character
-TEST(LogText, MakesALineOfEachRedrawAndReplacesWhatIsNoText) {
+TEST(LogText, PutsEachRedrawOnALineAndReplacesInvalidText) {
     EXPECT_EQ(logTextOfChunk("Writing 10%\rWriting 20%\r"), "Writing 10%\nWriting 20%\n");
     EXPECT_EQ(logTextOfChunk("a\r\nb\n\r"), "a\n\nb\n\n");
     EXPECT_EQ(logTextOfChunk("a\0b\x1B[1m\xED\xA0\x80 <b> & \t\u00E9\xE2\x82"s),
@@ -28,7 +28,7 @@ TEST(LogText, MakesALineOfEachRedrawAndReplacesWhatIsNoText) {
 }
 
 // fault: a character is split across two chunks of the tool's output
-TEST(ToolProcess, RunsTheCommandPassesEachChunkOnDecodedOnItsOwnAndCompletesOnceOnTheMainQueue) {
+TEST(ToolProcess, RunsTheCommandDecodesEachChunkSeparatelyAndCompletesOnceOnTheMainQueue) {
     const Fifo gate;
     const std::string script =
         "import os, sys\n"
@@ -65,7 +65,7 @@ TEST(ToolProcess, RunsTheCommandPassesEachChunkOnDecodedOnItsOwnAndCompletesOnce
 }
 
 // fault: a process that the tool started outlives it, keeps the pipe open and goes on writing
-TEST(ToolProcess, ReadsNothingMoreOnceItsEndIsPostedAndGivesThePipeUpWithTheJob) {
+TEST(ToolProcess, StopsReadingOnceItsEndIsPostedAndClosesThePipeWithTheJob) {
     const Fifo gate;
     const TemporaryFolder folder;
     const std::string ended = folder / "ended";

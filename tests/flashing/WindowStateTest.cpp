@@ -26,7 +26,7 @@ struct Row {
     std::string shown;
 };
 
-TEST(WindowState, IsWholeAfterEveryEvent) {
+TEST(WindowState, IsCompleteAfterEveryEvent) {
     const ReleaseFixture fixture;
     const FlasherResources release = fixture.load();
     const WindowState opened;

@@ -45,7 +45,7 @@ class Good(OnAMac):
             f"mv {app} {self.mac.work}/arriving",
             f"mv {self.mac.work}/arriving {self.mac.app}"])
 
-    def test_qt_can_be_left_where_it_is_and_no_variable_for_temporary_files_is_needed(self) -> None:
+    def test_qt_can_stay_outside_the_bundle_and_tmpdir_can_be_unset(self) -> None:
         del self.mac.environment["TMPDIR"]
         self.assertEqual(self.assert_built(self.mac.build("--use-installed-qt"))["Qt in the bundle"],
                          f"left in {self.mac.homebrew}/opt/qtbase: it runs on this Mac only")
@@ -53,7 +53,7 @@ class Good(OnAMac):
         [signed] = [call for call in self.mac.called() if call.startswith(("macdeployqt", "xattr"))]
         self.assertRegex(signed, "^xattr -cr /tmp/qelmo-varnox-build")
 
-    def test_a_missing_esptool_is_installed_by_programs_that_finders_terminal_does_not_know(self) -> None:
+    def test_a_missing_esptool_is_installed_by_programs_outside_the_path(self) -> None:
         brew = self.mac.system / "opt/homebrew/bin/brew"
         for name, path in (("brew", brew), ("pio", self.mac.home / ".platformio/penv/bin/pio")):
             path.parent.mkdir(parents=True)
@@ -65,14 +65,14 @@ class Good(OnAMac):
                          (str(brew), f"installed as {self.mac.tool}"))
         self.assertIn("pio pkg install -g -t platformio/tool-esptoolpy@~1.40501.0", self.mac.called())
 
-    def test_the_oldest_qt_in_one_package_serves_as_well_also_on_a_system_that_homebrew_has_left(self) -> None:
+    def test_the_oldest_qt_in_one_package_works_even_on_a_system_that_homebrew_has_dropped(self) -> None:
         (self.mac.homebrew / "qtbase").unlink()
         (self.mac.homebrew / "qt").write_text("6.9.2")
         (self.mac.homebrew / "opt/qtbase").rename(self.mac.homebrew / "opt/qt")
         self.mac.environment["MACOS"] = "13.7.8"
         self.assertEqual(self.assert_built(self.mac.build())[PACKAGED], f"Qt 6.9.2 in {self.mac.homebrew}/opt/qt")
 
-    def test_the_way_out_of_version_5_is_one_command(self) -> None:
+    def test_one_command_replaces_version_5(self) -> None:
         self.mac.set_tool(ESPTOOL_5)
         following = self.mac.build().stdout.split("Next: ")[1]
         self.assert_built(run("bash", "-c", following, env=self.mac.environment, cwd=self.mac.folder))
@@ -175,7 +175,7 @@ FAULTS: list[tuple[Fault, str, str, str]] = [  # and the step that fails, what i
 
 
 class Failing(OnAMac):
-    def test_the_step_that_fails_says_why_and_what_to_run_next_and_nothing_half_made_stays(self) -> None:
+    def test_the_failing_step_says_why_and_what_to_run_next_and_leaves_nothing_half_built(self) -> None:
         for fault, step, outcome, following in FAULTS:
             with self.subTest(step, outcome=outcome):
                 self.make_mac()

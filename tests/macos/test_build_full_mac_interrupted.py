@@ -53,7 +53,7 @@ class WithAnEarlierApplication(OnAMac):
 
     # fault: the new application cannot be moved into place; perhaps the earlier one cannot be moved back either
     # seen: "No space left on device", "the application of the run before is in …"
-    def test_moves_that_fail_leave_that_of_the_run_before_or_name_the_command_that_brings_it(self) -> None:
+    def test_a_failing_move_keeps_the_old_application_or_names_the_command_that_restores_it(self) -> None:
         work, previous, app = self.mac.work, self.mac.work / "previous", self.mac.app
         no_space, back = "mv: No space left on device", f'mv "{previous}" "{app}"'
         for failing, outcome, following in (

@@ -180,7 +180,7 @@ class Facts(OnAMac):
 class Failing(OnAMac):
     # fault: a program that the report runs fails or does not exit
     # seen: "failed, cut off after 90 s"
-    def test_each_command_alone_and_what_follows_is_still_asked(self) -> None:
+    def test_a_failing_command_does_not_stop_the_report(self) -> None:
         for failing, different in (
                 ("ctest", {"Tests": "failed, status 8: 98% tests passed, 1 tests failed out of 50: Sha256.Vectors"}),
                 ("deaf", dict.fromkeys(("Self-test", "Self-test without the tool", "Self-test with a changed image"),
@@ -218,7 +218,7 @@ class Failing(OnAMac):
 
 
 class Personal(OnAMac):
-    def test_nothing_of_it_is_in_the_file(self) -> None:
+    def test_data_is_not_in_the_file(self) -> None:
         home, checkout = str(self.mac.home), str(self.mac.checkout)
         escaped = home.replace(" ", "\\ ")
         personal = [home, checkout, escaped, home.replace(" ", "%20"), "home of mine", USER, FULL_NAME, HOST,

@@ -53,7 +53,7 @@ class SettleBundle(unittest.TestCase):
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         self.assertRegex(done.stderr, rf"\Asettle-bundle: {reason}\n\Z")
 
-    def test_only_what_the_window_needs_stays_with_its_folders_and_a_second_time_changes_nothing(self) -> None:
+    def test_only_what_the_window_needs_stays_and_a_second_run_changes_nothing(self) -> None:
         (self.frameworks / "licences.txt").write_text("of Qt")  # not a library
         for name, other in (("liba.dylib", "libb.dylib"), ("libb.dylib", "liba.dylib")):
             write(self.frameworks / name, mach_o(name=f"@rpath/{name}", needs=[f"@loader_path/{other}"]))
@@ -65,7 +65,7 @@ class SettleBundle(unittest.TestCase):
                              ["QtCore.framework", "QtDBus.framework", "QtGui.framework", "QtWidgets.framework",
                               "libQelmoWindow.dylib", "libpcre2-16.0.dylib", "licences.txt"])
 
-    def test_a_library_counts_that_is_homebrews_nowhere_or_outside_of_the_bundle(self) -> None:
+    def test_a_library_is_reported_if_it_is_homebrews_missing_or_outside_the_bundle(self) -> None:
         write(self.folder / "libz.dylib", mach_o())
         inside, outside = "@loader_path/../../..", str(self.folder)
         for file, reference, run_paths, is_outside in (
@@ -95,13 +95,13 @@ class SettleBundle(unittest.TestCase):
         write(self.core, mach_o())
         self.assert_taken_from_outside(rpath("QtGui"), self.style)
 
-    def test_each_architecture_of_a_file_counts(self) -> None:
+    def test_each_architecture_of_a_file_is_checked(self) -> None:
         write(self.core, mach_o_files.universal(mach_o(), mach_o()))
         self.assert_said(WHOLE)
         write(self.core, mach_o_files.universal(mach_o(), mach_o(needs=[HOMEBREWS_LIBRARY])))
         self.assert_taken_from_outside(HOMEBREWS_LIBRARY, self.core)
 
-    def test_asks_for_the_newest_system_that_a_file_which_stays_asks_for_and_never_less_than_before(self) -> None:
+    def test_requires_the_newest_system_that_a_kept_file_requires_and_never_an_older_one_than_before(self) -> None:
         leaves = self.plugins / "imageformats/libqsvg.dylib"
         for file, before, after in ((leaves, "15", "15"), (leaves, "9.0", "14.0"), (self.style, "13.0", "26.0.1")):
             self.furnish()

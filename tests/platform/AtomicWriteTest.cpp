@@ -40,7 +40,7 @@ TEST_F(AtomicWrite, MakesOrReplacesAFileThatEveryoneMayRead) {
 
 // fault: the disk fills up in the middle of the file
 // seen: "write …: File too large"
-TEST_F(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
+TEST_F(AtomicWrite, KeepsTheOldFileAndLeavesNoTemporaryOneWhenTheDiskIsFull) {
     writeTestFile(file, "old");
     auto* const before = std::signal(SIGXFSZ, SIG_IGN);
     std::string refusal;
@@ -56,7 +56,7 @@ TEST_F(AtomicWrite, LeavesTheOldBytesAndNoTemporaryFileWhenTheDiskIsFull) {
 
 // fault: a folder has the file's name, or the file's folder is missing
 // seen: "replace …: Is a directory", "create …: No such file or directory"
-TEST_F(AtomicWrite, LeavesNothingBehindWhereAFileCannotBe) {
+TEST_F(AtomicWrite, LeavesNoTemporaryFileWhenTheFileCannotBeWritten) {
     fs::create_directory(file);
     EXPECT_EQ(refusalOf(file, "x"), "replace " + file + ": Is a directory");
     EXPECT_EQ(refusalOf(folder / "none/x", "x"),

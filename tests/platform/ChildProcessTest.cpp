@@ -142,7 +142,7 @@ bool hasEnded(const Pipe& pipe) {
     return ::poll(&end, 1, 0) == 1;
 }
 
-TEST(ChildProcess, KeepsWhatIsHeldOpenUntilItsExitAndDoesNotGetIt) {
+TEST(ChildProcess, HoldsADescriptorOpenUntilItsExitWithoutInheritingIt) {
     Pipe held = Pipe::open("");
     const Fifo gate;
     SupervisedRun run(shell, {"-c", R"(ls /proc/$$/fd; read line <"$0")", gate.path()});
@@ -157,7 +157,7 @@ TEST(ChildProcess, KeepsWhatIsHeldOpenUntilItsExitAndDoesNotGetIt) {
 
 // fault: too few descriptors are left when the child is started
 // seen: "start /bin/true: Too many open files"
-TEST(ChildProcess, NeedsFourDescriptorsAndLetsGoOfWhatIsHeldWithoutThem) {
+TEST(ChildProcess, NeedsFourDescriptorsAndClosesTheHeldOneWithoutThem) {
     for (std::size_t left = 0; left <= 4; ++left) {
         Pipe held = Pipe::open("");
         SupervisedRun run("/bin/true");

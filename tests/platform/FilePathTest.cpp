@@ -37,7 +37,7 @@ TEST(FilePath, TakesTheHomeFolderFromAnAbsoluteHomeElseFromTheUserDatabase) {
     }
 }
 
-TEST(FilePath, TakesTheFolderAroundContentsForTheBundleElseTheExecutablesOwn) {
+TEST(FilePath, FindsTheBundleAroundContentsElseUsesTheExecutablesFolder) {
     const Texts bundles{{"/my apps/\u00FC\xFF.app/Contents/MacOS/A", "/my apps/\u00FC\xFF.app"},
                         {"/A.app/Contents/MacOS/B.app/Contents/MacOS/B", "/A.app/Contents/MacOS/B.app"},
                         {"/Contents/MacOS/A", "/Contents/MacOS"},

@@ -46,7 +46,7 @@ TEST_F(FileReading, ReadsEveryByteWhateverTheLength) {
 // fault: a file is missing, or its name is that of a folder, a FIFO or a device
 // seen: "open …: No such file or directory", "read …: Is a directory",
 //     "read (not a regular file) …: Invalid argument"
-TEST_F(FileReading, RefusesWhatIsNoFileWithoutOpeningIt) {
+TEST_F(FileReading, RefusesAnythingButARegularFileWithoutOpeningIt) {
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
     EXPECT_EQ(readingOf(folder / "none"), "open " + folder.path() + "/none: No such file or directory");
     EXPECT_EQ(readingOf(folder.path()), "read " + folder.path() + ": Is a directory");
@@ -57,7 +57,7 @@ TEST_F(FileReading, RefusesWhatIsNoFileWithoutOpeningIt) {
 
 // fault: a file becomes shorter or longer, or is replaced by another, while it is read
 // seen: "read (the file is being changed) …"
-TEST_F(FileReading, KeepsToTheFileThatItOpenedAndRefusesIfThatBecameLonger) {
+TEST_F(FileReading, ReadsTheFileThatItOpenedAndFailsIfThatBecameLonger) {
     const auto readingAfter = [&](const std::function<void()>& change) {
         writeTestFile(file, "12345");
         RegularFile opened(file);

@@ -83,7 +83,7 @@ TEST(FinishedProcess, StartsWithThreeDescriptorsAndNoSignalBlockedOrIgnored) {
 }
 
 // fault: a child is killed
-TEST(FinishedProcess, TellsItsStatusOrItsSignalAndNeverTakesASignalForSuccess) {
+TEST(FinishedProcess, ReportsItsStatusOrItsSignalAndNoSignalAsSuccess) {
     const auto statusOf = [](const std::string& script) {
         return runToEnd(shell, {"-c", "ulimit -c 0; " + script}, ReadOutput::afterExit).terminationStatus;
     };
@@ -108,7 +108,7 @@ TEST(FinishedProcess, IsWaitedForAndReadWhileSignalsInterrupt) {
     EXPECT_GT(count, 0);
 }
 
-TEST(FinishedProcess, IsNoSuccessWhenSomebodyElseHasFetchedItsStatus) {
+TEST(FinishedProcess, IsNotASuccessWhenItsStatusWasAlreadyCollected) {
     const pid_t child = spawn({"/bin/true", {}, {}, STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO});
     ASSERT_EQ(::waitpid(-1, nullptr, 0), child);
     EXPECT_EQ(reap(child), 255);

@@ -49,7 +49,7 @@ TEST(Utf8, AgreesWithPythonOnEveryTwoBytesAndOnFourAtEveryBoundary) {
     EXPECT_TRUE(decoded == expected) << "after " << difference.first - decoded.begin() << " bytes";
 }
 
-TEST(ShownOnOneLine, ReplacesOnlyWhatEndsOrTurnsALineOrSteersATerminal) {
+TEST(ShownOnOneLine, ReplacesOnlyLineBreaksControlCharactersAndBidiControls) {
     EXPECT_EQ(shownOnOneLine("a\nb\rc\x1B[31md\x7F"), "a?b?c?[31md?");
     EXPECT_EQ(shownOnOneLine("a\u202Eb\u2066c\u2069"), "a?b?c?");
     EXPECT_EQ(shownOnOneLine("a\u0085b\u009B31mc\u2028d\u2029e\u009Ff"), "a?b?31mc?d?e?f");

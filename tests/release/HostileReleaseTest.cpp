@@ -85,7 +85,7 @@ TEST(HostileReleaseDeathTest, OfAHugeLengthIsRefusedWithoutBeingRead) {
 
 // fault: the image becomes shorter while it is read
 // seen: "The embedded firmware size does not match its manifest."
-TEST(HostileImage, ThatHoldsLessThanItsLengthSaysIsRefused) {
+TEST(HostileImage, IsRefusedWhenItHoldsLessThanItsReportedLength) {
     ReleaseFixture release;
     fs::remove(release.image());
     const std::string shorterThanItsLength = "/sys/devices/system/cpu/online";

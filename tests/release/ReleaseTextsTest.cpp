@@ -11,7 +11,7 @@ namespace {
 /// SHA-256 of the fixture's smallest image, computed with sha256sum(1).
 const std::string digest = "f45c4a602c75191bc35777f929cfbeab8ca84a6b74a05e158a99c765f96798c9";
 
-TEST(ReleaseTexts, SayWhichReleaseIsLoadedWithTheChipAndTheClockOfNoManifest) {
+TEST(ReleaseTexts, DescribeTheReleaseWithAFixedChipAndClock) {
     ReleaseFixture release;
     release.manifest.set("name", R"("Example")").set("version", R"("1.2.0")");
     release.manifest.set("flash.flashFrequency", R"("40m")");
@@ -26,7 +26,7 @@ TEST(ReleaseTexts, ReportFourLinesAtTheStart) {
                                      "SD card   not accessed by this application"));
 }
 
-TEST(ReleaseTexts, BeginWithWhatBecameOfTheReleaseBefore) {
+TEST(ReleaseTexts, BeginWithAComparisonWithThePreviousRelease) {
     const FlasherResources release = ReleaseFixture().load();
     const struct {
         bool userInitiated;

@@ -18,7 +18,6 @@ from support.repository import copy_files  # noqa: E402
 BUNDLE = "QELMO Varnox Flasher.app"
 STEP_SECONDS = 900
 
-
 # Folder, variables, umask, jobs, and a command that runs cpack as another user.
 BUILDERS = [
     ("one", {"LC_ALL": "C.UTF-8", "TZ": "UTC"}, 0o022, 2, []),

@@ -1,4 +1,4 @@
-"""The sentences that docs/troubleshooting.md quotes: one per line of a block. The line above a block names the speaker.
+"""The sentences that docs/troubleshooting.md quotes, one per line of a block. The line above a block names their source.
 
 "(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" means every supported version.
 """

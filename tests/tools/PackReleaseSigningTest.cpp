@@ -53,7 +53,7 @@ TEST_F(PackReleaseSigning, SaysWhatFailedInTheToolsOwnWordsAndThatTheReleaseIsIn
                                     " ended with 1: a sealed resource is missing or invalid");
 }
 
-TEST_F(PackReleaseSigning, IsAskedForByACommandThatAShellTakesAsItIs) {
+TEST_F(PackReleaseSigning, IsRequestedWithACommandThatAShellCanRun) {
     EXPECT_EQ(signingNotice("/tmp/Karl's $HOME.app"),
               "Sign it   the release was replaced, so the bundle must be signed again before it is given "
               "away:\n"

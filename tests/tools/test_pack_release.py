@@ -154,7 +154,7 @@ class Packing(PackReleaseTest):
             "There is no partition table at 0x8000. The firmware starts only if its boot loader looks for the table in "
             "another place."))
 
-    def test_keeps_the_replaced_release_s_image_and_removes_the_one_before(self) -> None:
+    def test_keeps_the_previous_image_and_removes_the_one_before_it(self) -> None:
         first, second, third = image("1"), image("2"), image("3")
         self.pack("1", first)
         text = (self.resources / MANIFEST).read_text()

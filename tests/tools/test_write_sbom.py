@@ -28,7 +28,7 @@ class ThisBuild(unittest.TestCase):
         self.assertEqual((self.release["type"], self.release["name"], self.release["version"], self.release["hashes"]),
                          ("firmware", manifest["name"], manifest["version"], digest))
 
-    def test_tells_of_each_dependency_the_licence_that_the_page_has(self) -> None:
+    def test_lists_each_dependency_with_the_licence_on_the_page(self) -> None:
         page = (ROOT / "docs/dependencies.md").read_text()
         for component in self.components:
             [licence] = component["licenses"]

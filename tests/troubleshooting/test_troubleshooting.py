@@ -63,7 +63,7 @@ class Page(unittest.TestCase):
                           and not all(any(part in line for line in lines) for part in text.split("\n"))], [])
         self.assertEqual([begin for begin in NO_MESSAGES if not any(text.startswith(begin) for text in texts)], [])
 
-    def test_gives_the_program_no_sentence_that_is_in_no_source(self) -> None:
+    def test_attributes_to_the_program_only_sentences_from_its_sources(self) -> None:
         known = {line.strip() for text in literals_of_program() for line in text.split("\n")}
         parts = [text for text in known if re.search(r"\S +\S|\w[=:]$", text)] + list(map(os.strerror, range(1, 134)))
         self.assertEqual([line for line in lines_of("program", "packer")

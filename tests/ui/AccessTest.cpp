@@ -113,7 +113,7 @@ TEST_F(Access, PressesAButtonWithTheSpaceBarReturnAndEnter) {
 }
 
 // fault: Return is held down on the flash button
-TEST_F(Access, LetsAReturnThatIsHeldDownPressNothing) {
+TEST_F(Access, IgnoresAReturnThatIsHeldDown) {
     QWidget* const flash = delegate->flashButton;
     takeLog();
     for (const bool repeats : {false, true, true}) {
@@ -126,7 +126,7 @@ TEST_F(Access, LetsAReturnThatIsHeldDownPressNothing) {
     EXPECT_EQ(takeLog(), "");
 }
 
-TEST_F(Access, KeepsTheSignOfTheFocusAtTheEdgeWhileTheLogScrolls) {
+TEST_F(Access, KeepsTheFocusRingInPlaceWhileTheLogScrolls) {
     while (focused() != delegate->logTextView) type(Qt::Key_Tab);
     for (int line = 0; line < 40; ++line) delegate->appendLog("line " + std::to_string(line), true);
     settle();

@@ -32,7 +32,7 @@ protected:
     }
 };
 
-TEST_F(AlertTest, ShowsItsTextsAsTheyStandInMonospacedTypeOnADarkGround) {
+TEST_F(AlertTest, ShowsItsTextsUnchangedInAMonospacedFontOnADarkBackground) {
     const std::string text = "  <b>a</b> & <i>b</i>\nR&D &amp;";
     const AlertAction look = [&text](QMessageBox& box) {
         for (const char* name : labelNames) {
@@ -66,7 +66,7 @@ AlertAction expectOnScreen() {
     };
 }
 
-TEST_F(AlertTest, LeavesItsButtonsOnTheScreenWhateverTheLengthOfItsTexts) {
+TEST_F(AlertTest, KeepsItsButtonsOnTheScreenHoweverLongItsTextsAre) {
     for (const std::string& text : {repeated("line\n", 300), std::string(2'000'000, 'x'),
                                     repeated("word ", 400'000), repeated("\u0301", 300'000)}) {
         const AlertAnswer answer(inOrder(expectOnScreen(), click("Cancel")));
@@ -95,7 +95,7 @@ TEST_F(AlertTest, BreaksAWordThatIsTooWide) {
 
 using ActionButtonTitle = AlertTest;
 
-TEST_F(ActionButtonTitle, IsCutWhereItIsFarWiderThanTheWindowAndWholeForWhoeverAsks) {
+TEST_F(ActionButtonTitle, IsCutOnTheButtonWhenFarTooLongButReportedInFull) {
     const auto shown = [this](const std::string& title) {
         delegate->flashButton->setTitle(QString::fromStdString(title));
         EXPECT_EQ(delegate->flashButton->title().toStdString(), title);

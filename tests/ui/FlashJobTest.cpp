@@ -82,7 +82,7 @@ TEST_F(FlashJob, AsksThenShowsTheToolsOutputWhileItRunsThenReportsSuccess) {
 
 // fault: the tool exits with a status other than 0 or is killed, and the user tries again
 // seen: "FLASH FAILED"
-TEST_F(FlashJob, FailsWithoutAnAlertHoweverTheToolEndsBadlyAndCanBeRepeated) {
+TEST_F(FlashJob, FailsWithoutAnAlertHoweverTheToolFailsAndCanBeRepeated) {
     for (const char* const end : {"sys.exit(1)", "os.kill(os.getpid(), signal.SIGKILL)"}) {
         setTool(end);
         startJob();
@@ -107,7 +107,7 @@ TEST_F(FlashJob, LeavesTheFocusWhereItWasBeforeTheJob) {
 }
 
 // fault: the port and the release are replaced while the confirmation is open
-TEST_F(FlashJob, WorksOnTheReleaseAndThePortOfThePressWhateverHappensBehindTheConfirmation) {
+TEST_F(FlashJob, UsesTheReleaseAndThePortOfThePressWhateverChangesDuringTheConfirmation) {
     setTool("");
     const AlertAction replace = [this](QMessageBox&) {
         unplug("cu.usbmodem101");

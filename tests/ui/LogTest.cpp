@@ -47,7 +47,7 @@ protected:
     QScrollBar* scrollBar() const { return delegate->logTextView->verticalScrollBar(); }
 };
 
-TEST_F(Log, AppendsEveryTextAsItStandsAndALineFeedWhereItIsAskedFor) {
+TEST_F(Log, AppendsEveryTextUnchangedAndALineFeedOnRequest) {
     EXPECT_EQ(afterAppending("abc", true), "abc\n");
     EXPECT_EQ(afterAppending("abc\n", true), "abc\n");
     EXPECT_EQ(afterAppending("", true), "\n");
@@ -58,7 +58,7 @@ TEST_F(Log, AppendsEveryTextAsItStandsAndALineFeedWhereItIsAskedFor) {
     EXPECT_EQ(takeLog(), "Connecting..\n\nChip is\n");
 }
 
-TEST_F(Log, ShowsItsEndAfterEveryTextWhereverTheUserHadScrolledToAndForgetsNothing) {
+TEST_F(Log, ScrollsToItsEndAfterEveryTextAndKeepsAllOfIt) {
     std::string expected;
     for (int line = 1; line <= 5000; ++line) {
         delegate->appendLog("line " + std::to_string(line), true);
@@ -78,7 +78,7 @@ TEST_F(Log, ShowsItsEndAfterEveryTextWhereverTheUserHadScrolledToAndForgetsNothi
 
 // fault: a text without line feeds is so long, or contains such characters, that its layout would take
 //     minutes
-TEST_F(Log, LaysOutNoTextInOnePieceHoweverLongItsLineIs) {
+TEST_F(Log, SplitsALongLineIntoParagraphsForLayout) {
     for (const std::string& text :
          {std::string(1'000'000, 'x'), repeated(QStringLiteral("\u0301"), 300'000),
           repeated(QStringLiteral("word "), 400'000), repeated(QStringLiteral("\U0001F600"), 10'000)}) {
@@ -94,7 +94,7 @@ TEST_F(Log, LaysOutNoTextInOnePieceHoweverLongItsLineIs) {
     EXPECT_THAT(paragraphLengths(), testing::Each(testing::Le(4096)));
 }
 
-TEST_F(Log, IsCopiedWithTheLineFeedsThatItGotAndNoOthers) {
+TEST_F(Log, IsCopiedWithItsOwnLineFeedsAndNoOthers) {
     const std::string before = copied();
     const std::string text = "short\n" + std::string(4096, 'a') + "\n" + std::string(4097, 'b') + "\n\n" +
                              std::string(4095, 'c') + "\U0001F600" + std::string(9'000, 'd') + "\nshort\n";

@@ -13,7 +13,7 @@ namespace {
 
 using MacIcon = WindowTest;
 
-TEST_F(MacIcon, IsTheBundlesAndNoneOfTheToolkits) {
+TEST_F(MacIcon, ComesFromTheBundleNotFromTheToolkit) {
     launch();
     EXPECT_TRUE(QApplication::windowIcon().isNull());
     EXPECT_TRUE(delegate->window->windowIcon().isNull());

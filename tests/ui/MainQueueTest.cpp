@@ -51,7 +51,7 @@ TEST_F(MainQueueOfQt, RunsTasksOnTheMainThreadInTheOrderOfTheirPosting) {
     EXPECT_EQ(runner, std::this_thread::get_id());
 }
 
-TEST_F(MainQueueOfQt, LetsTimersInBetweenAFloodOfTasks) {
+TEST_F(MainQueueOfQt, RunsTimersDuringAFloodOfTasks) {
     constexpr int flood = 200'000;
     int done = 0, timeouts = 0, timeoutsDuring = 0;
     QTimer timer;
@@ -99,7 +99,7 @@ TEST_F(MainQueueOfQt, RunsADelayedTaskNotBeforeItsTime) {
 }
 
 // fault: a task of the main queue throws, because the system refuses a call
-TEST_F(MainQueueOfQt, EndsTheLoopWithWhatATaskThrows) {
+TEST_F(MainQueueOfQt, EndsTheLoopWithTheErrorOfATask) {
     queue.post([] { throw std::runtime_error("refused"); });
     queue.post(note(2));
     EXPECT_EQ(QApplication::exec(), EXIT_FAILURE);

@@ -20,7 +20,7 @@ class ReleaseStatus : public ReadyWindowTest {};
 
 // fault: a refresh finds a fault in the release, and the next refresh finds it repaired
 // seen: "NOT READY", "RELEASE VALIDATION FAILED", "The embedded flash manifest is missing."
-TEST_F(ReleaseStatus, IsRefusedInThePanelTheStatusAndTheLogUntilItIsMended) {
+TEST_F(ReleaseStatus, ShowsAFaultInPanelStatusAndLogUntilItIsRepaired) {
     EXPECT_THAT(takeLog(), AllOf(StartsWith("Embedded full image verified.\nSHA-256  "),
                                  EndsWith("\nFound 1 candidate boot port.\n")));
     std::filesystem::remove(release.manifestFile());
@@ -42,7 +42,7 @@ TEST_F(ReleaseStatus, IsRefusedInThePanelTheStatusAndTheLogUntilItIsMended) {
 
 using BootPortMenu = ReadyWindowTest;
 
-TEST_F(BootPortMenu, KeepsItsDeviceWhenTheWheelTurnsOverIt) {
+TEST_F(BootPortMenu, IgnoresTheMouseWheel) {
     plugIn("cu.wchusbserial110");
     pressRefresh();
     delegate->portPopup->setFocus();

@@ -225,7 +225,7 @@ int largestDifference(const QImage& one, const QImage& other) {
 
 using DocumentedPicture = ScreenPictures;
 
-TEST_F(DocumentedPicture, ShowsTheWindowOfToday) {
+TEST_F(DocumentedPicture, ShowsTheCurrentWindow) {
     const QString file = QString::fromStdString(fromEnvironment("QELMO_DOCUMENTS") + "/images/window.png");
     const QImage documented(file);
     ASSERT_FALSE(documented.isNull()) << "run tools/make-images";

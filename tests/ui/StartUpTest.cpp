@@ -30,7 +30,7 @@ std::string colourOfIcon() {
 }
 
 // fault: the bundle's icon is missing or damaged
-TEST_F(StartUp, UsesItsOwnIconWithoutAWordWhenTheBundlesCannotBeRead) {
+TEST_F(StartUp, UsesItsOwnIconSilentlyWhenTheBundlesCannotBeRead) {
     launch();
     EXPECT_EQ(colourOfIcon(), "#ff0000");
     const std::string icon = release.resources() + "/AppIcon.icns";

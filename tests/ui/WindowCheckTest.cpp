@@ -37,7 +37,7 @@ TEST_F(WindowCheck, PassesWithAValidReleaseAndAnIcon) {
 
 // fault: the window is not visible
 // seen: "window_self_test", "window_visible", "FAILED"
-TEST_F(WindowCheck, FailsWhileTheWindowIsHiddenAndWithAnotherTitleOfItOrAButton) {
+TEST_F(WindowCheck, FailsWhenTheWindowIsHiddenOrATitleDiffers) {
     delegate->window->hide();
     EXPECT_EQ(report(), reportWith("window_visible", "false"));
     delegate->window->show();
@@ -65,7 +65,7 @@ TEST_F(WindowCheck, FailsWithoutAValidatedRelease) {
     EXPECT_EQ(report(), reportWith("none of the values"));
 }
 
-TEST_F(WindowCheck, FailsWhenTheWindowIsNoneOfTheApplications) {
+TEST_F(WindowCheck, FailsWhenTheWindowIsInsideAnother) {
     QWidget other;
     delegate->window->setParent(&other);
     other.show();

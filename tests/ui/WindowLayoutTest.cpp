@@ -42,7 +42,7 @@ TEST_F(WindowLayout, BeginsInTheMiddleOfTheScreen) {
     EXPECT_LE(std::abs(distance.y()), 20);
 }
 
-TEST(WindowPosition, IsTheCentreOfTheScreenOrWhatPanelsAndTheTitleBarLeave) {
+TEST(WindowPosition, IsTheCentreOfTheScreenUnlessAPanelOrTheTitleBarIsInTheWay) {
     EXPECT_EQ(windowPosition({1280, 100, 1920, 1080}, {1280, 130, 1920, 1020}), QPoint(1880, 315));
     EXPECT_EQ(windowPosition({0, 0, 640, 480}, {48, 0, 592, 480}), QPoint(48, 0));
     EXPECT_EQ(windowPosition({0, 0, 1280, 900}, {300, 0, 980, 900}), QPoint(300, 125));
@@ -108,7 +108,7 @@ std::vector<std::string> linesOf(TextLabel* label, const std::string& text) {
     return lines;
 }
 
-TEST_F(WindowLayout, EndsTheLastLineOfALabelWithASignWhenMoreFollowsAndBreaksAWordThatIsWider) {
+TEST_F(WindowLayout, EndsACutLabelWithAnEllipsisAndBreaksAWordThatIsTooWide) {
     TextLabel* const shown = delegate->releaseLabel;
     EXPECT_THAT(linesOf(shown, "one\ntwo\nthree"), ElementsAre("one", "two", "three"));
     EXPECT_THAT(linesOf(shown, "one\ntwo\nthree\nfour"), ElementsAre("one", "two", "three…"));
@@ -124,7 +124,7 @@ TEST_F(WindowLayout, EndsTheLastLineOfALabelWithASignWhenMoreFollowsAndBreaksAWo
     EXPECT_EQ(hint->maximumHeight(), hint->heightForWidth(hint->width()));
 }
 
-TEST_F(WindowLayout, DrawsEveryLineOfALabelAndASingleOneInItsMiddle) {
+TEST_F(WindowLayout, DrawsEveryLineOfALabelAndCentresASingleLine) {
     TextLabel* const status = delegate->statusLabel;
     const auto inkOfHalf = [status](const char* text, int half) {
         status->setText(QString::fromUtf8(text));
@@ -141,7 +141,7 @@ TEST_F(WindowLayout, DrawsEveryLineOfALabelAndASingleOneInItsMiddle) {
     }
 }
 
-TEST_F(WindowLayout, HasABarThatMovesOnlyWhileItIsAnimated) {
+TEST_F(WindowLayout, MovesTheProgressBarOnlyWhileItIsAnimated) {
     const auto picture = [this] { return delegate->progress->grab().toImage(); };
     const auto isBlockAt = [&](double place) {
         const QImage shown = picture();
@@ -162,7 +162,7 @@ TEST_F(WindowLayout, HasABarThatMovesOnlyWhileItIsAnimated) {
     EXPECT_EQ(picture(), still);
 }
 
-TEST_F(WindowLayout, HasALogToReadOnlyWithAnInsetAndAScrollBar) {
+TEST_F(WindowLayout, HasAReadOnlyLogWithAnInsetAndAScrollBar) {
     const LogTextView* const log = delegate->logTextView;
     EXPECT_TRUE(log->isReadOnly());
     EXPECT_FALSE(log->isUndoRedoEnabled());

@@ -30,7 +30,7 @@ void lookAtTheWindow() {
 }
 Q_COREAPP_STARTUP_FUNCTION(lookAtTheWindow)
 
-TEST(WindowedStart, MakesTheControlsDarkAndTheAlertsItsOwnAndKeepsTheToolkitsWordsToItself) {
+TEST(WindowedStart, UsesDarkControlsAndItsOwnAlertsAndHidesTheToolkitsMessages) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(qelmoWindowedStart({}), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");

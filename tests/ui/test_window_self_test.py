@@ -80,7 +80,7 @@ class SelfTestReport(WindowedProcess):
                 self.assert_reported(self.self_test())
 
     # fault: another user's file or link, or a folder, has the name of the report file
-    def test_it_replaces_what_is_in_the_files_place_but_a_folder_and_follows_no_link(self) -> None:
+    def test_replaces_anything_but_a_folder_and_follows_no_link(self) -> None:
         victim = self.folder / "victim"
         victim.write_text("precious")
         for put in (lambda: REPORT.write_text("old\n" * 1000), lambda: REPORT.symlink_to(victim)):
