@@ -32,7 +32,6 @@ class DevicePort:
         return any(events & select.POLLHUP and not events & select.POLLIN for _, events in poller.poll(0))
 
     def read(self) -> bytes:
-        """Waits for bytes from the host."""
         return self._call(os.read, self._master, 65536)
 
     def write(self, data: bytes) -> None:

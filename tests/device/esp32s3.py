@@ -38,8 +38,7 @@ SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
 REFUSED = b"\1\5"
 
-# Fewer blocks than hosts allow. They fit into the pseudo-terminal, so writing them never waits for a host that itself
-# waits for its own bytes to be read.
+# Fewer than hosts allow. They fit into the pseudo-terminal, so writing them never blocks while the host is writing.
 MOST_BLOCKS_UNDER_WAY = 4
 
 # What a device outside its boot mode sends: text of its firmware, or bytes at another speed.
@@ -62,7 +61,6 @@ class Hung(Exception):
 class Esp32S3:
     def __init__(self, cells: bytearray, wrong: fault.Fault, log: Callable[[str], None],
                  save: Callable[[], None]) -> None:
-        """`cells` is the content of the flash."""
         self._cells, self._fault, self._log, self._save = cells, wrong, log, save
         self._in_reset = False
         self._commands = {
@@ -126,8 +124,6 @@ class Esp32S3:
             self.reset()
             self._log("download mode" if lines & DTR else "reset")
 
-    # ---- the loader's commands ----
-
     @staticmethod
     def _accept(_body: bytes) -> bytes:
         return b""
@@ -170,8 +166,6 @@ class Esp32S3:
             self._stub_runs = True
             self._log("stub uploaded")
         return b""
-
-    # ---- the stub's commands ----
 
     def _erase_flash(self, _body: bytes) -> bytes:
         self._log("erase")

@@ -119,8 +119,6 @@ class Faults(ToolTest):
                          + [f"write {percent}%" for percent in range(10, 101, 10)] + digests + ["reset", "closed"])
         return result.stdout
 
-    # ---- the help page ----
-
     def assert_page_shows(self, outputs):
         """The blocks that the page marks as seen with this version match these outputs."""
         seen = [block for block in help_page.blocks() if block.is_printed_by(installed_version())]

@@ -65,8 +65,6 @@ if does == "wait":
 
 
 class ReportTest(DeviceTest):
-    """Runs device-report in a terminal, with its output in the test's folder."""
-
     def use(self, home, output):
         self.environment = os.environ | {"PYTHONDONTWRITEBYTECODE": "1", "HOME": str(home)}
         self.output = self.folder / output

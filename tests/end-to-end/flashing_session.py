@@ -27,8 +27,6 @@ CONTROLS = (("push button", FLASH), ("push button", "REFRESH BUILD"), ("combo bo
 
 
 class SessionTest(unittest.TestCase):
-    """The steps that the tests of flash jobs share."""
-
     def setUp(self) -> None:
         require_private_dev()
         self.home = home_with_the_tool()

@@ -75,8 +75,6 @@ class AccessTest(SessionTest):
             wait_until(lambda: has_heard(FLASHING, COMPLETE), "the word of the end")
             self.expect_complete(window, device, press=window.activate)
 
-    # Steps ----
-
     def expect_focus(self, window: FlasherWindow, expected: str) -> None:
         wait_until(lambda: window.focus() == expected, f"the focus at {expected!r}")
 

@@ -49,7 +49,6 @@ class WindowEndsTest(SessionTest):
         self.left = [child for child in children_of(window.process.pid) if child != self.tool]
 
     def expect_finished_flash(self, device) -> None:
-        """The tool and the job's other processes succeed."""
         for process in (self.tool, *self.left):
             self.assertEqual(self.wait_for_end_of(process), 0, device.event_lines())
         device.wait_for("closed")

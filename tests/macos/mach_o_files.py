@@ -37,7 +37,6 @@ def mach_o(name: str = "", needs: Sequence[str] = (), run_paths: Sequence[str] =
 
 
 def universal(one: bytes, other: bytes) -> bytes:
-    """A file for two processors."""
     table = struct.pack(">12I", 0xCAFEBABE, 2, *ARM64, 4096, len(one), 12, *ARM64, 8192, len(other), 12)
     return table.ljust(4096, b"\0") + one.ljust(4096, b"\0") + other
 

@@ -1,5 +1,4 @@
-// Plays random sequences of steps on the real window and on a model of it, in a separate process, and
-// shortens a sequence after which the two differ.
+// Plays random steps on the real window and on a model of it. Shortens a sequence after which they differ.
 //
 //     window_model [--seed N] [--sequences N]     the sequences of the seeds from N on
 //     window_model --replay "STEP STEP ..."

@@ -34,7 +34,6 @@ std::string anotherImage() {
     return image;
 }
 
-/// Makes line feeds visible.
 std::string onOneLine(const std::string& text) {
     std::string line;
     for (const char unit : text) line += unit == '\n' ? "\\n" : std::string(1, unit);
@@ -71,7 +70,6 @@ std::string windowText(const WindowState& state, bool isVisible,
            "\nalert: " + (alert ? alertText(*alert) : "") + "\n";
 }
 
-/// The state as the controls show it.
 WindowState shownState(const AppDelegate& delegate) {
     const QColor colour = delegate.statusLabel->colour();
     return {textOf(delegate.releaseLabel),

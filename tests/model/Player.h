@@ -30,7 +30,6 @@ namespace qelmo {
 /// that loop until one of them answers the alert.
 class Player : public QObject {
 public:
-    /// Plays the given steps.
     explicit Player(std::vector<std::string> steps);
     /// Plays random steps. The same seed gives the same steps on every machine.
     explicit Player(std::uint64_t seed);

@@ -1,5 +1,4 @@
-// A supervised child whose supervisor dies first. Only for Linux, where the test can adopt the processes that
-// are left running.
+// A supervised child whose supervisor dies first. On Linux, where the test can adopt orphaned processes.
 
 #include <gmock/gmock.h>
 #include <sys/prctl.h>

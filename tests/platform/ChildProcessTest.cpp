@@ -173,8 +173,7 @@ TEST(ChildProcess, NeedsFourDescriptorsAndClosesTheHeldOneWithoutThem) {
     }
 }
 
-// fault: the executable is missing, not executable, not a program or a folder; an argument has a NUL or is
-//     too long
+// fault: the executable is missing, not executable, not a program or a folder; an argument has a NUL or is too long
 // seen: "start /nonexistent/python3: No such file or directory", "start …: Permission denied",
 //     "start …: Exec format error", "start … (an argument holds a NUL character): Invalid argument",
 //     "start …: Argument list too long"

@@ -22,7 +22,6 @@ std::string textOf(const FileBytes& bytes) {
 
 class FileReading : public testing::Test {
 protected:
-    /// What is read at `path`, or why it cannot be read.
     static std::string readingOf(const std::string& path) {
         std::string text;
         const std::string error = errorOf([&] { text = textOf(RegularFile(path).readAll(1ULL << 40)); });

@@ -10,9 +10,8 @@
 
 namespace qelmo {
 
-/// Runs `action` without root's rights, prints the text of the error that it throws to standard error and
-/// ends the process: with status 0 if it threw, 1 if it did not, 2 if the rights could not be dropped. For
-/// the child process of a death test.
+/// For the child process of a death test: runs `action` without root's rights, prints its error and exits
+/// with status 0 if it threw, 1 if it did not, 2 if the rights could not be dropped.
 template <typename Action>
 [[noreturn]] void failAsOrdinaryUser(Action action) {
     constexpr uid_t nobody = 65534;

@@ -15,7 +15,6 @@
 
 namespace qelmo {
 
-/// How many threads and open descriptors this process has.
 struct ProcessResources {
     std::size_t threads;
     std::size_t descriptors;

@@ -32,7 +32,6 @@ public:
 
     [[nodiscard]] static std::string digestOf(std::string_view image) { return imageDigest(bytesOf(image)); }
 
-    /// Writes the image and describes it in the manifest.
     void setImage(std::string_view bytes) {
         writeTestFile(image(), bytes);
         manifest.set("binary.size", std::to_string(bytes.size()));
@@ -53,7 +52,6 @@ public:
         return errorOf([this] { (void)loadFiles(); });
     }
 
-    /// Calls load() and returns the text of its error.
     [[nodiscard]] std::string failure() const {
         return errorOf([this] { (void)load(); });
     }

@@ -66,8 +66,6 @@ class SimulatedDevice:
 
 
 class DeviceTest(unittest.TestCase):
-    """Tests with a folder, and with devices that stay plugged in until a test ends."""
-
     def setUp(self) -> None:
         self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
 

@@ -49,8 +49,6 @@ class FlasherWindow:
         self.process.kill()
         self.process.wait()
 
-    # What a user sees ----
-
     def status(self) -> str:
         return next(label.get_name() for label in self._all("label") if label.get_description() == "Status")
 
@@ -78,14 +76,11 @@ class FlasherWindow:
         return self.process.returncode
 
     def alert_texts(self) -> list[str]:
-        """The texts of the open alert, or none."""
         return [label.get_name() for alert in self._alerts() for label in self._all("label", root=alert)
                 if label.get_name()]
 
     def screenshot(self, path: Path) -> None:
         subprocess.run(["import", "-window", "root", str(path)], check=True)
-
-    # What a user does ----
 
     def press(self, title: str) -> None:
         """Clicks the button with the pointer as soon as it exists, is enabled and does not move."""
@@ -119,8 +114,6 @@ class FlasherWindow:
         views = [(role, view) for role in ("combo box", "push button", "text") for view in self._all(role)]
         return next((f"{role} {view.get_name()}" for role, view in views
                      if view.get_state_set().contains(Atspi.StateType.FOCUSED) and self._is_in_front(view)), "")
-
-    # Finding things ----
 
     def _application(self) -> Atspi.Accessible | None:
         desktop = Atspi.get_desktop(0)

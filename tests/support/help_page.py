@@ -1,7 +1,6 @@
 """The sentences that docs/troubleshooting.md quotes, one per line of a block. The line above a block names their source.
 
-"(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" means every supported version.
-"""
+"(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" means every supported version."""
 
 from __future__ import annotations
 

@@ -42,7 +42,6 @@ def home_with_the_tool() -> Path:
 
 
 def version_in(folder: str | Path) -> tuple[int, int]:
-    """The version of the tool whose package is in this folder."""
     major, minor = VERSION.search(Path(folder, "esptool/__init__.py").read_text()).groups()
     return int(major), int(minor)
 

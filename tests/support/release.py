@@ -36,5 +36,4 @@ class Installation:
         self.manifest_file.write_bytes(manifest_of({"manifest": changed}))
 
     def run(self, *arguments: str, prefix: tuple = (), **options) -> subprocess.CompletedProcess:
-        """`prefix` is a command that runs the program."""
         return run(*prefix, self.program, *arguments, **{"env": self.environment, **options})

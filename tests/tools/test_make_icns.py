@@ -35,7 +35,6 @@ def drawn(drawing: Path, size: int) -> bytes:
 
 
 def pixels(png: bytes) -> bytes:
-    """Red, green, blue and alpha of each pixel."""
     return run("convert", "png:-", "-depth", "8", "rgba:-", input=png, stdin=None, text=False, errors=None).stdout
 
 

@@ -22,8 +22,7 @@ LITERAL = r'"(?:[^"\\\n]|\\.)*"'
 # A comment, or literals that the compiler joins.
 TOKEN = re.compile(rf"{COMMENT}|'(?:[^'\\\n]|\\.)'|{LITERAL}(?:\s*{LITERAL})*")
 TWO_WORDS = re.compile(r"[A-Za-z]\S* +\S*[A-Za-z]")
-# The starts of texts that report no problem: what the window always shows, help and reports of pack-release, and words
-# for another program.
+# Starts of texts that report no problem: of the window, of pack-release's help and reports, and for other programs.
 NO_MESSAGES = (
     "QELMO Varnox Flasher", "VARNOX  •", "Validating embedded release…", "Boot port", "Flash progress",
     "Reload the newest embedded build", "G0 BOOT MODE  //", "INTERNAL FLASH ONLY  •", "FLASH VERIFIED",

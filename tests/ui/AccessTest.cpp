@@ -171,8 +171,7 @@ void expectReadable(const std::string& what, const QWidget* view, QPalette::Colo
 
 class Contrast : public Access {
 protected:
-    /// Checks a control's text against every colour next to the text on the screen, from the control's top to
-    /// its bottom.
+    /// Checks a control's text against every colour next to it on the screen, from top to bottom.
     void expectReadableOnScreen(const std::string& what, const QWidget* control, int besideText) const {
         const QRect frame = frameOf(control);
         const QImage ground =
@@ -228,5 +227,4 @@ TEST_F(Contrast, OfAnAlertIsEnough) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

@@ -17,7 +17,6 @@ namespace qelmo {
 /// What a test does with an open alert. It must make the alert end.
 using AlertAction = std::function<void(QMessageBox& box)>;
 
-/// A click on the button with this title.
 [[nodiscard]] AlertAction click(const std::string& buttonTitle);
 [[nodiscard]] AlertAction pressKey(Qt::Key key);
 [[nodiscard]] AlertAction closeAlert();

@@ -57,7 +57,6 @@ TEST_F(AlertTest, ShowsItsTextsUnchangedInAMonospacedFontOnADarkBackground) {
     EXPECT_EQ(response({Alert::Style::critical, text, text, {"OK"}}, inOrder(look, click("OK"))), 1000);
 }
 
-/// Fails unless the whole alert is on the screen, with its buttons.
 AlertAction expectOnScreen() {
     return [](QMessageBox& box) {
         EXPECT_TRUE(box.screen()->availableGeometry().contains(box.windowHandle()->frameGeometry()));
@@ -109,5 +108,4 @@ TEST_F(ActionButtonTitle, IsCutOnTheButtonWhenFarTooLongButReportedInFull) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

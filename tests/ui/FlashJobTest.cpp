@@ -20,7 +20,6 @@ protected:
 
     const std::string startLine = "\nStarting verified full-image flash on " + port + "…\n";
 
-    /// Collects the log until it ends with `end`.
     std::string logUntil(const std::string& end) {
         std::string log;
         EXPECT_TRUE(waitUntil([&] { return (log += takeLog()).ends_with(end); })) << log;
@@ -176,5 +175,4 @@ TEST_F(FlashPress, NamesWhatHasHappenedToTheReleaseSinceItsValidation) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

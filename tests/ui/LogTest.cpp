@@ -76,8 +76,7 @@ TEST_F(Log, ScrollsToItsEndAfterEveryTextAndKeepsAllOfIt) {
     EXPECT_TRUE(delegate->logTextView->viewport()->rect().contains(lastLine.center()));
 }
 
-// fault: a text without line feeds is so long, or contains such characters, that its layout would take
-//     minutes
+// fault: a text without line feeds is so long, or has such characters, that its layout takes minutes
 TEST_F(Log, SplitsALongLineIntoParagraphsForLayout) {
     for (const std::string& text :
          {std::string(1'000'000, 'x'), repeated(QStringLiteral("\u0301"), 300'000),
@@ -120,5 +119,4 @@ TEST_F(Log, CanBeSelectedAndCopiedAndKeepsTheSelectionWhileTextIsAppended) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

@@ -23,5 +23,4 @@ TEST_F(MacIcon, ComesFromTheBundleNotFromTheToolkit) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

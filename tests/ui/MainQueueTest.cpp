@@ -115,5 +115,4 @@ TEST_F(MainQueueOfQt, HasNothingToDoWhenItIsEmpty) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

@@ -54,5 +54,4 @@ TEST_F(BootPortMenu, IgnoresTheMouseWheel) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

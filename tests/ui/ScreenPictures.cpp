@@ -34,8 +34,7 @@ constexpr int smallestFile = 0;
 /// The key of a picture's text that names the version of Qt that drew the window.
 constexpr QLatin1String makerKey("Qt");
 
-/// Includes what the window manager adds. The widget itself may still report the frame from before the window
-/// manager added its own.
+/// With what the window manager adds. The widget itself may still report an older frame.
 QRect frameOnScreen(const QWidget& view) {
     return view.windowHandle()->frameGeometry();
 }
@@ -56,8 +55,7 @@ std::set<QRgb> coloursOf(const QImage& picture) {
     return colours;
 }
 
-/// Waits for the focus and for the title bar, which the window manager may draw late. The many colours are
-/// those of the title's smooth letters.
+/// Waits for the focus and the title bar. The many colours are those of the title's smooth letters.
 bool isInFront(QWidget& view) {
     return waitUntil([&view] {
         // Asked repeatedly: windows that come and go within milliseconds may leave nothing with the focus.
@@ -206,8 +204,7 @@ TEST_F(ScreenPictures, CouldNotStart) {
     save("could-not-start", "FLASHER COULD NOT START");
 }
 
-/// The largest difference in any channel of any cell. No glyph is compared, only the mean colours of cells of
-/// about 8 pixels in each direction.
+/// The largest difference in any channel of the mean colours of cells of about 8 × 8 pixels.
 int largestDifference(const QImage& one, const QImage& other) {
     const auto cells = [](const QImage& picture) {
         return picture.scaled(picture.size() / 8, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
@@ -241,5 +238,4 @@ TEST_F(DocumentedPicture, ShowsTheCurrentWindow) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

@@ -46,5 +46,4 @@ TEST_F(StartUp, UsesItsOwnIconSilentlyWhenTheBundlesCannotBeRead) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

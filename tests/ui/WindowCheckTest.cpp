@@ -116,5 +116,4 @@ TEST_F(WindowCheck, SaysThatTheDelegateIsGoneAndWritesNoReport) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

@@ -97,7 +97,6 @@ TEST_F(WindowLayout, HasTheSameRowsWhereControlsHaveShadows) {
     applyDarkControls(*qApp);
 }
 
-/// What a label draws in its own width.
 std::vector<std::string> linesOf(TextLabel* label, const std::string& text) {
     label->setText(QString::fromStdString(text));
     std::vector<std::string> lines;
@@ -175,8 +174,7 @@ TEST_F(WindowLayout, HasAReadOnlyLogWithAnInsetAndAScrollBar) {
 
 using WindowInUse = WindowTest;
 
-/// Another window that appears in front of the delegate's and takes the keyboard focus as soon as that is
-/// shown.
+/// A window that covers the delegate's and takes the keyboard focus as soon as that is shown.
 class WindowInFront : public QWidget {
 public:
     explicit WindowInFront(const AppDelegate& delegate) : delegate_(delegate) {
@@ -204,5 +202,4 @@ TEST_F(WindowInUse, BringsTheWindowToTheFrontWithTheKeyboard) {
 }
 
 }  // namespace
-
 }  // namespace qelmo

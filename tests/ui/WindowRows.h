@@ -14,7 +14,6 @@ namespace qelmo {
 /// The label that shows this text. The test fails if there is none.
 [[nodiscard]] QLabel* labelOf(const AppDelegate& delegate, const std::string& text);
 
-/// Where a view is in the window.
 [[nodiscard]] QRect frameOf(const QWidget* view);
 
 /// Checks the place, size, type and colour of every view of the window, and that no text is cut off.

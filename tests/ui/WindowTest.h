@@ -38,7 +38,6 @@ template <typename Condition>
     return holds;
 }
 
-// What one control shows.
 [[nodiscard]] std::string textOf(const QLabel* label);
 [[nodiscard]] std::vector<std::string> itemsOf(const QComboBox* menu);
 [[nodiscard]] std::string hex(const QColor& colour);

@@ -37,5 +37,4 @@ TEST(WindowedStart, UsesDarkControlsAndItsOwnAlertsAndHidesTheToolkitsMessages) 
 }
 
 }  // namespace
-
 }  // namespace qelmo

@@ -1,7 +1,6 @@
 // Any merged image can either start, perhaps with warnings, or is refused with a message.
 //
-// Input: the sizes of the boot loader and of the partition table (one byte each), their bytes, then the
-// application's.
+// Input: the sizes of boot loader and partition table (one byte each), their bytes, the application's bytes.
 
 #include <algorithm>
 #include <cstddef>

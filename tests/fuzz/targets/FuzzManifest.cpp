@@ -1,5 +1,4 @@
-// A manifest file of arbitrary bytes gives a manifest or a message. Every manifest gets a verdict and a
-// button title.
+// Arbitrary manifest bytes give a manifest or a message. Every manifest gets a verdict and a button title.
 
 #include <cstddef>
 #include <cstdint>
