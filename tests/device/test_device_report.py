@@ -25,7 +25,7 @@ TOOLS = ROOT / "tools"
 sys.path.insert(0, str(TOOLS))
 from device_report import difference, privacy  # noqa: E402
 
-ONLY_WHEN_BROKEN = 240  # seconds without a word; the real tool needs half a minute for a read on a busy machine
+ONLY_WHEN_BROKEN = 240  # seconds without output; the real tool needs half a minute for a read on a busy machine
 
 CONTENT = (bytes(range(251)) * (FLASH_SIZE // 251 + 1))[:FLASH_SIZE]
 

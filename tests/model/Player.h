@@ -36,7 +36,7 @@ public:
     ~Player() override;
 
     /// Plays the steps, then ends what they left open. Each step is printed before it is played. At the first
-    /// difference both sides are printed and the process ends with status 1.
+    /// difference both sides are printed and the process exits with status 1.
     void play();
 
     bool eventFilter(QObject* object, QEvent* event) override;

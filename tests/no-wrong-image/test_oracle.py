@@ -120,7 +120,7 @@ class TwoJudges(unittest.TestCase):
             self.assertTrue(says(verdict, sentence), f"{json.dumps(case)}\nexpected: {sentence}\nfound:    {verdict}")
             self.assertLess(len(verdict.encode()), LONGEST_VERDICT)
 
-    # fault: a release is wrong in one of the ways of tests/release/release-cases.json, which has each sentence
+    # fault: a release is wrong in one way of tests/release/release-cases.json, which has the message
     def test_give_each_case_of_the_table_its_sentence(self) -> None:
         self.check_sentences(CASES, [case["sentence"] or "OK …" for case in CASES])
 

@@ -21,7 +21,7 @@ def limit(kind: int, value: int) -> dict:
 
 
 def run(*command: object, **options) -> subprocess.CompletedProcess:
-    """Its output is text. Invalid bytes in it can still be compared with file names."""
+    """Runs the command. Its output is text, in which invalid bytes can be compared with file names."""
     given = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True,
              "errors": "surrogateescape", "timeout": LIMIT_SECONDS}
     return subprocess.run(list(map(str, command)), check=False, **{**given, **options})

@@ -32,7 +32,7 @@ class Installation:
         self.write_manifest()
 
     def write_manifest(self, **changed: object) -> None:
-        """Changes these values. Their names are paths, as in the table of cases."""
+        """Writes a right manifest with these values changed. Their names are paths, as in the table of cases."""
         self.manifest_file.write_bytes(manifest_of({"manifest": changed}))
 
     def run(self, *arguments: str, prefix: tuple = (), **options) -> subprocess.CompletedProcess:

@@ -96,7 +96,7 @@ protected:
             coloursOf(qelmo::onScreen(*delegate->window, frameOf(label))).contains(label->colour().rgb()));
     }
 
-    /// What a view has drawn is not on the screen at once.
+    /// What a view has drawn may take a moment to reach the screen.
     bool isOnScreen(const std::string& status) const {
         testing::TestPartResultArray failures;
         const testing::ScopedFakeTestPartResultReporter silence(
