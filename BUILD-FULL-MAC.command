@@ -113,7 +113,7 @@ parse_arguments() {
 
 check_system() {
     begin "macOS"
-    [ "$(uname -s)" = Darwin ] || failed "this is another system" "./check"
+    [ "$(uname -s)" = Darwin ] || failed "this is not a Mac" "./check"
     processor=$(uname -m)
     # Under Rosetta the compiler makes Intel programs, which cannot use the Qt of Homebrew for Apple processors.
     if [ "$processor" != arm64 ] && [ "$(sysctl -n hw.optional.arm64 2>/dev/null)" = 1 ]; then
@@ -135,7 +135,7 @@ check_xcode_tools() {
                 failed "the licence of Xcode is not accepted yet" "sudo xcodebuild -license" ;;
             # After an upgrade of macOS.
             *"invalid active developer path (/Library/Developer/CommandLineTools)"*)
-                failed "they are gone from $folder" "xcode-select --install" ;;
+                failed "they are missing from $folder" "xcode-select --install" ;;
         esac
         failed "no compiler in $folder: $(last_line "$output")" "sudo xcode-select --reset"
     fi
@@ -156,7 +156,7 @@ check_homebrew() {
     begin "Homebrew"
     command -v brew >/dev/null || failed "not installed" "$install"
     if [ "$processor" = arm64 ] && [ "$(brew --prefix 2>/dev/null)" = "$system_root/usr/local" ]; then
-        failed "the one in $system_root/usr/local is for Intel processors, and this one is Apple's" "$install"
+        failed "the Homebrew in $system_root/usr/local is for Intel processors, but this Mac has Apple's" "$install"
     fi
     passed "$(command -v brew)"
 }
@@ -206,18 +206,18 @@ check_packages() {
         failed "Homebrew's Qt needs macOS $oldest_macos_of_homebrew, and this is $macos" "softwareupdate --list"
     [ -z "$missing" ] || failed "missing:$missing" "brew install$missing"
     is_at_least "$qt_version" "$oldest_qt" ||
-        failed "Qt is $qt_version, and $oldest_qt is the oldest that can be linked here" "brew upgrade $qt_formula"
+        failed "Qt $qt_version is too old; $oldest_qt or newer is needed" "brew upgrade $qt_formula"
     # Homebrew prints a folder even for a package that is not installed.
     qt=$(brew --prefix "$qt_formula" 2>/dev/null)
     [ -d "$qt/lib/cmake/Qt6" ] ||
-        failed "there is no Qt for developers in $qt" "brew reinstall $qt_formula"
+        failed "the development files of Qt are missing in $qt" "brew reinstall $qt_formula"
     passed "Qt $qt_version in $qt"
 }
 
 open_log() {
     mkdir -p "$work" 2>/dev/null && : 2>/dev/null >"$log" && return
     begin "Build folder"
-    failed "nothing can be written in $work" "ls -la \"$here\""
+    failed "cannot write in $work" "ls -la \"$here\""
 }
 
 install_tool() {
@@ -230,9 +230,10 @@ install_tool() {
     fi
     for other in "$path"@*; do
         [ ! -e "$path" ] && accepts_verify "$other/esptool.py" &&
-            failed "a version that fits stands beside the place" "mv \"$other\" \"$path\""
+            failed "a suitable version is there under another folder name" "mv \"$other\" \"$path\""
     done
-    command -v pio >/dev/null || failed "it is not there, nor is PlatformIO to get it" "brew install platformio"
+    command -v pio >/dev/null ||
+        failed "esptool is missing, and so is PlatformIO, which installs it" "brew install platformio"
     logged pio pkg install -g -t "$tool_package" ||
         failed "PlatformIO did not install it: $(last_words)" "pio pkg install -g -t \"$tool_package\""
     [ -r "$tool" ] ||
@@ -253,7 +254,7 @@ accepts_verify() {
 # folder.
 refuse_version_5() {
     local path=${tool%/*}
-    failed "it is version 5, which does not know --verify any more" \
+    failed "esptool 5 removed --verify, which this application needs" \
         "mv \"$path\" \"$path@5\" && $again"
 }
 
@@ -317,7 +318,7 @@ deploy_qt() {
     local settled
     begin "Qt in the bundle"
     if [ "$deploys_qt" = no ]; then
-        passed "left in $qt: it runs on this Mac only"
+        passed "left in $qt; the application runs on this Mac only"
         return
     fi
     logged "$qt/bin/macdeployqt" "$app" -executable="$app/Contents/Frameworks/libQelmoWindow.dylib" ||
@@ -356,7 +357,7 @@ recover() {
         said=$(mv "$previous" "$finished" 2>&1) && return
     fi
     begin "Application"
-    failed "the one of an earlier run is still in $previous: $(last_line "$said")" "ls -la \"$work\""
+    failed "the application of an earlier run is still in $previous: $(last_line "$said")" "ls -la \"$work\""
 }
 
 clean_up() {
@@ -377,7 +378,7 @@ finish() {
     fi
     if ! logged mv "$arriving" "$finished"; then
         [ ! -e "$previous" ] || logged mv "$previous" "$finished" ||
-            failed "the application of the run before is in $previous" "mv \"$previous\" \"$finished\""
+            failed "the application of the earlier run is in $previous" "mv \"$previous\" \"$finished\""
         failed "$(last_words)" "ls -la \"$work\""
     fi
     rm -rf "$previous"

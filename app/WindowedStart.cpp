@@ -43,13 +43,13 @@ std::string lastWords;  ///< Qt's last message while the window exists
 
 [[noreturn]] void endBecauseOfLastWords() {
     const std::lock_guard lock(lastWordsMutex);
-    const std::string reason = lastWords.empty() ? "its display has gone" : shownOnOneLine(lastWords);
-    endWith("The window cannot go on: " + reason + "\n");
+    const std::string reason = lastWords.empty() ? "its display was lost" : shownOnOneLine(lastWords);
+    endWith("The window closed because of an error: " + reason + "\n");
 }
 
 void handleToolkitsWords(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text) {
     if (theWindow == Window::isNotThereYet && type == QtFatalMsg)
-        endWith("The window cannot be opened: no display can be used. --self-test works without one.\n");
+        endWith("No display is available. Run with --self-test to check the release without a window.\n");
     // Qt still writes messages while the process exits, when `lastWords` has already been destroyed.
     if (theWindow != Window::isThere) return;
     {

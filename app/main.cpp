@@ -27,7 +27,7 @@ int runWindowedStart(const LaunchContext& context) {
         const std::string_view said = ::dlerror();
         writeToStandardError(
             "The window cannot be opened: " + shownOnOneLine(said.substr(0, said.find('\n'))) +
-            ". The window needs Qt 6 Widgets; --self-test works without it.\n");
+            ". The window needs Qt 6 Widgets. Run with --self-test to check the release without it.\n");
         return EXIT_FAILURE;
     }
     return reinterpret_cast<int (*)(const LaunchContext&)>(entry)(context);

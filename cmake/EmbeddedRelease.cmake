@@ -18,7 +18,7 @@ if(QELMO_PACK_RELEASE)
     set(packer "${QELMO_PACK_RELEASE}")
 endif()
 set(pack "${packer}" --bundle "${QELMO_BUNDLE}" --image "${QELMO_CARRIED_IMAGE}" ${words} ${QELMO_RELEASE_OPTIONS})
-# Runs twice: a replaced release leaves its image behind for flashers that are running. The second run replaces the new
-# release by itself, which removes the image of the release that was embedded before.
+# Runs twice: the first run keeps the image of the replaced release for flashers that are running. The second run
+# replaces the new release by itself, which removes the image of the release that was embedded before.
 add_custom_command(OUTPUT "${manifest}" COMMAND ${pack} COMMAND ${pack} > /dev/null
                    DEPENDS "${packer}" "${QELMO_CARRIED_IMAGE}" COMMENT "Packing the release into the bundle" VERBATIM)

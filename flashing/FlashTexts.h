@@ -25,8 +25,7 @@ inline constexpr const char* releaseChanged = "The embedded release changed afte
 
 // How it ended.
 [[nodiscard]] inline std::string portInUse(const std::string& port) {
-    return "An earlier flash job is still running on " + port +
-           "; it ends by itself, and then the port is free again.";
+    return "An earlier flash job is still running on " + port + ". Wait until it ends, then flash again.";
 }
 inline constexpr const char* failedLine =
     "\nFLASH FAILED — keep USB connected, return to G0 boot mode, and retry.";

@@ -219,7 +219,8 @@ class Refusal(WithAStandIn):
                 ("The embedded flash manifest is missing.", ["--bundle", older, PORT], {}),
                 ("the flashing tool is needed in a version 4.x, not 5.1.0", [PORT], {"env": other_tool}),
                 ("cannot write in /nowhere/at", ["--output", "/nowhere/at/all", PORT], {}),
-                (f"{older} is there already, and no older backup is ever touched", ["--output", older, PORT], {})):
+                (f"{older} already exists and is never overwritten; name another folder with --output",
+                 ["--output", older, PORT], {})):
             with self.subTest(line):
                 result = run(*self.command(*arguments), **{"env": self.environment, **options})
                 expected = (2, f"{line}\n") if line == usage else (1, f"device-report: {line}\n")

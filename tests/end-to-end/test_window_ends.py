@@ -87,7 +87,7 @@ class WindowEndsTest(SessionTest):
                 self.assertEqual(children_of(os.getpid()), [device.process.pid])
 
     # fault: the display goes away during the write
-    # seen: "The window cannot go on: The X11 connection broke"
+    # seen: "The window closed because of an error: The X11 connection broke"
     def test_loses_its_display(self) -> None:
         reading, writing = os.pipe()
         server = subprocess.Popen(["Xvfb", "-displayfd", str(writing), "-nolisten", "tcp"], pass_fds=[writing],
@@ -102,11 +102,12 @@ class WindowEndsTest(SessionTest):
             server.kill()
             server.wait()
             self.assertEqual(window.wait_for_end_of_program(), 1)
-            self.assertRegex(window.output.read_text(), r"\AThe window cannot go on: The X11 connection broke.*\n\Z")
+            self.assertRegex(window.output.read_text(),
+                             r"\AThe window closed because of an error: The X11 connection broke.*\n\Z")
             self.expect_finished_flash(device)
 
     # fault: the user opens a new window while the job of the old one still writes
-    # seen: "An earlier flash job is still running on …; it ends by itself, and then the port is free again."
+    # seen: "An earlier flash job is still running on …. Wait until it ends, then flash again."
     def test_refuses_the_port_of_a_job_that_still_runs(self) -> None:
         with self.plugged_in(*SLOW) as device:
             with self.window() as window:
@@ -115,8 +116,8 @@ class WindowEndsTest(SessionTest):
                 os.kill(self.tool, signal.SIGSTOP)  # checking the window takes time
                 window.press(FLASH)
                 window.press(CONFIRM)
-                self.expect_alert(window, "QELMO Flasher stopped", f"An earlier flash job is still running on {PORT}; "
-                                  "it ends by itself, and then the port is free again.")
+                self.expect_alert(window, "QELMO Flasher stopped", f"An earlier flash job is still running on {PORT}. "
+                                  "Wait until it ends, then flash again.")
                 window.answer("OK")
                 self.assertEqual(window.status(), "FLASHER COULD NOT START")
                 self.assert_controls_are_back(window)

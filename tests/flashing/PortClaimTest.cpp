@@ -26,7 +26,7 @@ protected:
         const std::string reason = errorOf([&] { EXPECT_TRUE(claim(name).isOpen()); });
         if (reason.empty()) return true;
         EXPECT_EQ(reason, "An earlier flash job is still running on " + (folder_ / name) +
-                              "; it ends by itself, and then the port is free again.");
+                              ". Wait until it ends, then flash again.");
         return false;
     }
 

@@ -48,7 +48,7 @@ class Good(OnAMac):
     def test_qt_can_stay_outside_the_bundle_and_tmpdir_can_be_unset(self) -> None:
         del self.mac.environment["TMPDIR"]
         self.assertEqual(self.assert_built(self.mac.build("--use-installed-qt"))["Qt in the bundle"],
-                         f"left in {self.mac.homebrew}/opt/qtbase: it runs on this Mac only")
+                         f"left in {self.mac.homebrew}/opt/qtbase; the application runs on this Mac only")
         self.assertEqual(self.oldest_system(), "13.0")
         [signed] = [call for call in self.mac.called() if call.startswith(("macdeployqt", "xattr"))]
         self.assertRegex(signed, "^xattr -cr /tmp/qelmo-varnox-build")
@@ -122,7 +122,7 @@ GONE, THROWN_AWAY = (f"xcrun: error: invalid active developer path ({path}), mis
                      for path in ("/Library/Developer/CommandLineTools", "/Applications/Xcode.app/Contents/Developer"))
 GET_HOMEBREW = '/bin/bash -c "$(curl -fsSL https://raw.githubusercontent.com/Homebrew/install/HEAD/install.sh)"'
 XCODE, PACKAGED, PYTHON = "Xcode command line tools", "Homebrew packages", "esptool under Apple's Python"
-VERSION_5 = "it is version 5, which does not know --verify any more"
+VERSION_5 = "esptool 5 removed --verify, which this application needs"
 
 REINSTALL, INSTALL = (f'pio pkg install -g {option}-t "platformio/tool-esptoolpy@~1.40501.0"' for option in ("-f ", ""))
 MODULES = '"{mac.system}/usr/bin/python3" -m pip install --user pyserial intelhex'
@@ -130,30 +130,31 @@ ASIDE = 'mv "{mac.tool.parent}" "{mac.tool.parent}@5" && {mac.again}'
 LOG, WITHOUT_QT = 'less "{mac.work}/build.log"', "{mac.again} --use-installed-qt"
 
 FAULTS: list[tuple[Fault, str, str, str]] = [  # and the step that fails, what it says, what to run next
-    (lambda mac: mac.stand_in("uname", "echo Linux"), "macOS", "this is another system", "./check"),
+    (lambda mac: mac.stand_in("uname", "echo Linux"), "macOS", "this is not a Mac", "./check"),
     (lambda mac: mac.environment.update(PROCESSOR="x86_64"), "macOS",
      "this Terminal runs under Rosetta, as an Intel program", "arch -arm64 {mac.again}"),
-    (xcrun_that_says(GONE), XCODE, "they are gone from /Library/Developer/CommandLineTools", "xcode-select --install"),
+    (xcrun_that_says(GONE), XCODE, "they are missing from /Library/Developer/CommandLineTools",
+     "xcode-select --install"),
     (xcrun_that_says("You have not agreed to the Xcode license agreements."), XCODE,
      "the licence of Xcode is not accepted yet", "sudo xcodebuild -license"),
     (xcrun_that_says(THROWN_AWAY), XCODE, f"no compiler in /Library/Developer/CommandLineTools: {THROWN_AWAY}",
      "sudo xcode-select --reset"),
     (without("commands/brew"), "Homebrew", "not installed", GET_HOMEBREW),
     (homebrew_of_an_intel_mac, "Homebrew",
-     "the one in {mac.system}/usr/local is for Intel processors, and this one is Apple's", GET_HOMEBREW),
+     "the Homebrew in {mac.system}/usr/local is for Intel processors, but this Mac has Apple's", GET_HOMEBREW),
     (without(*PACKAGES), PACKAGED, f"missing: {' '.join(PACKAGES.values())}",
      f"brew install {' '.join(PACKAGES.values())}"),
-    *((with_qt(old), PACKAGED, f"Qt is {old}, and 6.9.2 is the oldest that can be linked here", "brew upgrade qtbase")
+    *((with_qt(old), PACKAGED, f"Qt {old} is too old; 6.9.2 or newer is needed", "brew upgrade qtbase")
       for old in ("6.9.1", "5.15.16")),
     (with_qt("", macos="13.7.8"), PACKAGED, "Homebrew's Qt needs macOS 14, and this is 13.7.8",
      "softwareupdate --list"),
-    (without("brew data/opt/qtbase/lib"), PACKAGED, "there is no Qt for developers in {mac.homebrew}/opt/qtbase",
-     "brew reinstall qtbase"),
-    (without(TOOL, "commands/pio"), "PlatformIO's esptool", "it is not there, nor is PlatformIO to get it",
-     "brew install platformio"),
+    (without("brew data/opt/qtbase/lib"), PACKAGED,
+     "the development files of Qt are missing in {mac.homebrew}/opt/qtbase", "brew reinstall qtbase"),
+    (without(TOOL, "commands/pio"), "PlatformIO's esptool",
+     "esptool is missing, and so is PlatformIO, which installs it", "brew install platformio"),
     (no_tool_and_no_network, "PlatformIO's esptool", "PlatformIO did not install it: Error: no network", INSTALL),
     (lambda mac: mac.tool.parent.rename(f"{mac.tool.parent}@1.40501.0"), "PlatformIO's esptool",
-     "a version that fits stands beside the place",
+     "a suitable version is there under another folder name",
      'mv "{mac.tool.parent}@1.40501.0" "{mac.tool.parent}"'),
     *((tool_that_says(module), PYTHON, module, MODULES) for module in (
         "Pyserial is not installed for /usr/bin/python3.", "ModuleNotFoundError: No module named 'intelhex'")),

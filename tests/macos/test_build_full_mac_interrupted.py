@@ -52,15 +52,16 @@ class WithAnEarlierApplication(OnAMac):
                 self.make_it_old()
 
     # fault: the new application cannot be moved into place; perhaps the earlier one cannot be moved back either
-    # seen: "No space left on device", "the application of the run before is in …"
+    # seen: "No space left on device", "the application of the earlier run is in …"
     def test_a_failing_move_keeps_the_old_application_or_names_the_command_that_restores_it(self) -> None:
         work, previous, app = self.mac.work, self.mac.work / "previous", self.mac.app
         no_space, back = "mv: No space left on device", f'mv "{previous}" "{app}"'
         for failing, outcome, following in (
                 ("new", no_space, f'df -h "{work}"'), ("in", no_space, f'ls -la "{work}"'),
-                ("in, and back", f"the application of the run before is in {previous}", back),
+                ("in, and back", f"the application of the earlier run is in {previous}", back),
                 # The next run cannot move it back either.
-                ("in, and back", f"the one of an earlier run is still in {previous}: {no_space}", f'ls -la "{work}"')):
+                ("in, and back", f"the application of an earlier run is still in {previous}: {no_space}",
+                 f'ls -la "{work}"')):
             with self.subTest(failing, outcome=outcome):
                 done = self.mac.build(failing=failing)
                 self.assertEqual(done.returncode, 1)

@@ -27,8 +27,8 @@ STUB = "esptool/targets/stub_flasher/stub_flasher_32s3.json"
 LATER_STUB = "esptool/targets/stub_flasher/1/esp32s3.json"
 DOWNLOAD = "the same command without --from, which downloads esptool 4.8.1"
 APT = "sudo apt install --no-install-recommends"
-NO_STUB = "it lacks the program that is loaded into an ESP32-S3 (Debian's package is made without it)"
-NO_REAL_STUB = "esp32s3.json, the program that is loaded into an ESP32-S3, is damaged or no real one"
+NO_STUB = "it lacks the program for the ESP32-S3 (Debian's package does not contain it)"
+NO_REAL_STUB = "esp32s3.json, the program for the ESP32-S3, is damaged or a placeholder"
 
 STAND_IN = """import sys
 
@@ -139,14 +139,14 @@ class GoodCopies(InstallTest):
         (stand_in(self.modules) / LATER_STUB).unlink()
         archive = shutil.make_archive(str(self.folder / "esptool-4.8.1"), "gztar", self.source)
         self.assert_installed("4.8.1", **self.pip(archive),
-                              said=f"Not taken: {self.modules}: {NO_STUB}.\nDownloading esptool 4.8.1...\n")
+                              said=f"Not used: {self.modules}: {NO_STUB}.\nDownloading esptool 4.8.1...\n")
         self.assertRegex(self.pip_call.read_text(), "^download --no-deps --no-build-isolation --no-cache-dir .*"
                          "esptool==4.8.1 --hash=sha256:[0-9a-f]{64}\n$")
 
 
 class BadCopies(InstallTest):
     # fault: a copy of esptool with which the window could not flash, or no copy at all
-    # seen: "it is esptool 5.3.1, and the flasher needs a 4.x", "it lacks the program that is loaded into an ESP32-S3"
+    # seen: "it is esptool 5.3.1, and the flasher needs a 4.x", "it lacks the program for the ESP32-S3"
     def test_are_refused_before_anything_is_changed(self) -> None:
         # A file gets other content. A file without content is removed.
         code = "esptool/__init__.py"
@@ -228,7 +228,7 @@ class NotPossible(InstallTest):
         self.assert_refused("/usr/bin/python3 lacks the module intelhex", f"{APT} python3-serial python3-intelhex",
                             "--from", self.source, PYTHONPATH=self.modules)
         write(self.modules, {"esptool/__init__.py": ""})
-        not_taken = f"Not taken: {self.modules}: there is no esptool.py in it.\n"
+        not_taken = f"Not used: {self.modules}: there is no esptool.py in it.\n"
         self.assert_refused("esptool is downloaded with pip, which is not installed",
                             f"{APT} python3-pip python3-setuptools python3-serial python3-intelhex", said=not_taken,
                             PYTHONPATH=self.modules)
@@ -238,7 +238,7 @@ class NotPossible(InstallTest):
                 ("ERROR: Could not find a version that satisfies it (from versions: none)",
                  "the Python package index cannot be reached; this computer may be offline", elsewhere),
                 ("ERROR: THESE PACKAGES DO NOT MATCH THE HASHES FROM THE REQUIREMENTS FILE.",
-                 "what was downloaded is not the esptool 4.8.1 that is expected, and was not used",
+                 "the downloaded file is not the expected esptool 4.8.1 and was not used",
                  "the same command in another network")]:
             self.assert_refused(fault, next_step, said=f"{not_taken}Downloading esptool 4.8.1...\n", **self.pip(said))
 
@@ -252,7 +252,7 @@ class NotPossible(InstallTest):
                                 SUDO_UID="1000")
         (self.home / ".platformio").write_text("no folder")
         self.assert_refused(f"{self.home}/.platformio/packages: Not a directory",
-                            "the same command, when that is in order", "--from", self.source)
+                            "fix that, then run the same command again", "--from", self.source)
 
     # fault: the script is interrupted while it downloads
     def test_leaves_nothing_behind_when_it_is_interrupted(self) -> None:

@@ -40,17 +40,18 @@ TEST_F(PackReleaseSigning, SignsTheWholeBundleAdHocAndThenVerifiesIt) {
 }
 
 // fault: the signing tool fails, the signature does not verify, or there is no signing tool
-// seen: "the new release is in place, but signing the bundle failed: …", "bundles are signed on macOS"
+// seen: "the new release is in place, but signing the bundle failed: …", "bundles can be signed only on macOS"
 TEST_F(PackReleaseSigning, SaysWhatFailedInTheToolsOwnWordsAndThatTheReleaseIsInPlace) {
-    EXPECT_EQ(errorOfSigning(), "--sign: there is no " + tool + " here; bundles are signed on macOS");
+    EXPECT_EQ(errorOfSigning(), "--sign: there is no " + tool +
+                                    " here; bundles can be signed only on macOS, so leave out --sign");
 
     standInDoes("echo 'Some Flasher.app: bundle format unrecognized' >&2; exit 3");
     EXPECT_EQ(errorOfSigning(), "the new release is in place, but signing the bundle failed: " + tool +
-                                    " ended with 3: Some Flasher.app: bundle format unrecognized");
+                                    " exited with status 3: Some Flasher.app: bundle format unrecognized");
 
     standInDoes("[ \"$1\" != --verify ] || { echo 'a sealed resource is missing or invalid'; exit 1; }");
     EXPECT_EQ(errorOfSigning(), "the new release is in place, but verifying its signature failed: " + tool +
-                                    " ended with 1: a sealed resource is missing or invalid");
+                                    " exited with status 1: a sealed resource is missing or invalid");
 }
 
 TEST_F(PackReleaseSigning, IsRequestedWithACommandThatAShellCanRun) {

@@ -59,19 +59,21 @@ UNUSABLE = [  # an image, and what is wrong with it; "…" is more text
     *((data, "The embedded file is not a complete QELMO firmware image.")
       for data in (GOOD[:0x10000], changed(GOOD, 0, b"\xE8"), changed(GOOD[:0x10001], 0x10000, b"\xE8"))),
     (GOOD.ljust(8388609, b"\xFF"), "The image has 8388609 bytes, but the device's flash holds 8388608."),
-    (GOOD[:0x10078], "The application at 0x10000 is cut off: the SHA-256 at 0x10070 needs 32 bytes, and 8 are left. …"),
+    (GOOD[:0x10078],
+     "The application at 0x10000 is cut off: the SHA-256 at 0x10070 needs 32 bytes, but only 8 are left. …"),
     (changed(GOOD, 0x1C, b"\xFF" * 4),
-     "The boot loader at 0x0 is cut off: segment 1 at 0x20 needs 4294967295 bytes, and 65504 are left. …"),
+     "The boot loader at 0x0 is cut off: segment 1 at 0x20 needs 4294967295 bytes, but only 65504 are left. …"),
     (changed(GOOD, 0x1000D, b"\x01"),
      "The application at 0x10000 is built for the chip with id 265, and the id of the ESP32-S3 is 9. …"),
-    *((changed(GOOD, 1, bytes([count])), f"The boot loader at 0x0 has {count} segments by its header, and only 1 to 16 …")
+    *((changed(GOOD, 1, bytes([count])),
+       f"The boot loader at 0x0 has {count} segments according to its header; only 1 to 16 …")
       for count in (0, 17)),
     (changed(GOOD, 0x1006F, b"\x00"),
-     "The application at 0x10000 is damaged: the checksum at 0x1006F is 0x0, and the segments give 0xEF. …"),
+     "The application at 0x10000 is damaged: the checksum at 0x1006F is 0x0, but the segments give 0xEF. …"),
     (changed(GOOD, 2, b"\x00"),
-     "The boot loader at 0x0 was changed after it was built: the SHA-256 at 0x40 is not that of its bytes. …"),
+     "The boot loader at 0x0 was changed after it was built: the SHA-256 at 0x40 does not match its bytes. …"),
     (changed(GOOD, 0x8002, b"\x01"),
-     "The partition table at 0x8000 is damaged: the MD5 at 0x8030 is not that of its entries. …")]
+     "The partition table at 0x8000 is damaged: the MD5 at 0x8030 does not match its entries. …")]
 
 
 class PackReleaseTest(unittest.TestCase):
@@ -138,7 +140,7 @@ class Packing(PackReleaseTest):
     def test_writes_the_given_options_into_the_manifest(self) -> None:
         self.pack("2", image("a", size_and_clock=0x30), "--hardware", "a@b", "--baud=115200", "--frequency", "40m",
                   "--after", "no_reset", "--no-erase", "--confirmation", "GO",
-                  warning="The window says 80 MHz for every release, and this one is flashed for 40m.")
+                  warning="The window shows 80 MHz for every release, but this one is flashed at 40m.")
         manifest = json.loads((self.resources / MANIFEST).read_text())
         self.assertEqual((manifest["hardware"], *manifest["flash"].values()),
                          ("a@b", 115200, "8MB", "dio", "40m", False, "no_reset", "GO"))
@@ -261,12 +263,13 @@ class Refusing(PackReleaseTest):
                     self.assert_refused(message, [PACK, *itertools.chain(*options)], 2)
 
     # fault: two runs work on one bundle at the same time
-    # seen: "another pack-release is at work on this bundle"
+    # seen: "another pack-release is working on this bundle; try again when it has finished"
     def test_a_bundle_that_another_run_holds(self) -> None:
         folder = os.open(self.resources, os.O_RDONLY)
         self.addCleanup(os.close, folder)
         fcntl.flock(folder, fcntl.LOCK_SH)  # an exclusive lock is refused then, too
-        self.assert_refused("another pack-release is at work on this bundle", self.command("2", GOOD))
+        self.assert_refused("another pack-release is working on this bundle; try again when it has finished",
+                            self.command("2", GOOD))
 
 
 @unittest.skipUnless(sys.platform == "linux", "strace is for Linux")

@@ -9,7 +9,7 @@ from typing import Dict, List, NamedTuple, Optional
 
 from device_report.privacy import Mask
 
-KIND_OF_PORT = {4: "USB-Serial/JTAG, the chip's own", 3: "USB-OTG, the chip's own", 0: "UART, behind a bridge"}
+KIND_OF_PORT = {4: "USB-Serial/JTAG, the chip's own", 3: "USB-OTG, the chip's own", 0: "UART, through a bridge"}
 
 
 class Step(NamedTuple):

@@ -65,7 +65,7 @@ private:
         const std::size_t left = space_.size() - position_;
         if (size > left)
             refuse(" is cut off: " + what + " at " + hex(offset_ + position_) + " needs " +
-                   std::to_string(size) + " bytes, and " + std::to_string(left) + " are left. " +
+                   std::to_string(size) + " bytes, but only " + std::to_string(left) + " are left. " +
                    std::string(buildAgain));
         position_ += size;
         return space_.subspan(position_ - size, size);
@@ -74,7 +74,7 @@ private:
     std::byte checksumOfSegments(unsigned count) {
         constexpr unsigned maximum = 16;
         if (count == 0 || count > maximum)
-            refuse(" has " + std::to_string(count) + " segments by its header, and only 1 to " +
+            refuse(" has " + std::to_string(count) + " segments according to its header; only 1 to " +
                    std::to_string(maximum) + " are possible. " + std::string(buildAgain));
 
         std::byte checksum{0xEF};
@@ -92,7 +92,7 @@ private:
         const Bytes padded = taken(row - position_ % row, "the checksum");
         if (padded.back() != expected)
             refuse(" is damaged: the checksum at " + hex(offset_ + position_ - 1) + " is " +
-                   hex(std::to_integer<std::size_t>(padded.back())) + ", and the segments give " +
+                   hex(std::to_integer<std::size_t>(padded.back())) + ", but the segments give " +
                    hex(std::to_integer<std::size_t>(expected)) + ". " + std::string(buildAgain));
     }
 
@@ -102,7 +102,7 @@ private:
         if (!std::equal(digest.begin(), digest.end(), expected.begin()))
             refuse(" was changed after it was built: the SHA-256 at " +
                    hex(offset_ + position_ - digest.size()) +
-                   " is not that of its bytes. Build it again for these flash settings, and merge it "
+                   " does not match its bytes. Build it again for these flash settings and merge it "
                    "unchanged.");
     }
 
@@ -132,7 +132,7 @@ bool hasIntactPartitionTable(Bytes image) {
     if (!std::equal(digest.begin(), digest.end(), expected.begin()))
         throw FlasherFailure("The partition table at " + hex(tableOffset) + " is damaged: the MD5 at " +
                              hex(tableOffset + at + rowBytes - expected.size()) +
-                             " is not that of its entries. " + std::string(buildAgain));
+                             " does not match its entries. " + std::string(buildAgain));
     return true;
 }
 

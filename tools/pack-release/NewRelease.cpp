@@ -68,7 +68,7 @@ NewRelease newRelease(const PackRequest& request) {
     std::vector<std::string> warnings = requireBootableImage(image.span());
     if (!request.acceptHeaderRewrite) requireUnchangedHeader(image.span(), manifest);
     if (manifest.flash.flashFrequency != "80m")
-        warnings.push_back("The window says 80 MHz for every release, and this one is flashed for " +
+        warnings.push_back("The window shows 80 MHz for every release, but this one is flashed at " +
                            manifest.flash.flashFrequency + ".");
     return {std::move(image), std::move(text), std::move(manifest), std::move(warnings)};
 }

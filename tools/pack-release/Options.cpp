@@ -65,7 +65,7 @@ void declareOptions(CLI::App& app, PackRequest& request) {
         ->check(number)
         ->capture_default_str();
     addChoice("--frequency", request.frequency, flashFrequencies(), "flash clock");
-    addChoice("--after", request.after, {"hard_reset", "soft_reset", "no_reset"}, "what follows the writing");
+    addChoice("--after", request.after, {"hard_reset", "soft_reset", "no_reset"}, "what the chip does next");
     addText("--confirmation", request.confirmation,
             "words of the flash button (FLASH and the name in capitals)");
     app.add_flag_callback(
@@ -106,7 +106,7 @@ std::string packUsage() {
         "of a partition table at 0x8000.\n",
         "pack-release");
     declareOptions(app, usual);
-    app.footer("Status: 0 packed, 1 refused or failed, 2 command line not understood.");
+    app.footer("Exit status: 0 packed, 1 refused or failed, 2 wrong command line.");
     constexpr std::size_t widthOfOptions = 34;
     app.get_formatter()->column_width(widthOfOptions);
     return app.help();

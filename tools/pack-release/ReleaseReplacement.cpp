@@ -31,12 +31,14 @@ std::string madeResourceFolder(const std::string& bundle) {
     return folder;
 }
 
-/// The lock ends with the descriptor, so a killed process leaves no lock behind.
+/// The lock ends with the descriptor, so a killed process leaves no lock.
 FileDescriptor lockedFolder(const std::string& folder) {
     FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened.isOpen()) throwSystemError(errno, "open", folder);
     if (::flock(opened.get(), LOCK_EX | LOCK_NB) == 0) return opened;
-    if (errno == EWOULDBLOCK) throw FlasherFailure("another pack-release is at work on this bundle");
+    if (errno == EWOULDBLOCK)
+        throw FlasherFailure(
+            "another pack-release is working on this bundle; try again when it has finished");
     throwSystemError(errno, "lock", folder);
 }
 

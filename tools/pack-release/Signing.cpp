@@ -36,8 +36,8 @@ void run(const std::string& tool, const std::vector<std::string>& arguments, con
     // The tool may print more than a pipe holds.
     const FinishedProcess process = runToEnd(tool, arguments, ReadOutput::whileRunning);
     if (process.terminationStatus == 0) return;
-    throw FlasherFailure("the new release is in place, but " + purpose + " failed: " + tool + " ended with " +
-                         std::to_string(process.terminationStatus) + ": " +
+    throw FlasherFailure("the new release is in place, but " + purpose + " failed: " + tool +
+                         " exited with status " + std::to_string(process.terminationStatus) + ": " +
                          withoutTrailingNewlines(process.output));
 }
 
@@ -45,7 +45,8 @@ void run(const std::string& tool, const std::vector<std::string>& arguments, con
 
 void requireSigningTool(const std::string& tool) {
     if (::access(tool.c_str(), X_OK) != 0)
-        throw FlasherFailure("--sign: there is no " + tool + " here; bundles are signed on macOS");
+        throw FlasherFailure("--sign: there is no " + tool +
+                             " here; bundles can be signed only on macOS, so leave out --sign");
 }
 
 void signBundle(const std::string& tool, const std::string& bundle) {
