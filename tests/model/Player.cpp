@@ -221,7 +221,7 @@ bool Player::changeWorld(const std::string& step) {
 }
 
 void Player::useWindow(const std::string& step) {
-    if (step == "start" && owner_ == nullptr && delegate_.expired() && !model_.visible) {
+    if (step == "start" && model_.logLength() == 0) {  // once
         model_.start();
         owner_ = std::make_shared<AppDelegate>(mainQueue_, context_, nullptr);
         delegate_ = owner_;
@@ -349,7 +349,7 @@ std::string Player::expected() const {
 }
 
 void Player::fail(const std::string& why) const {
-    std::printf("\n%s\nThe model says:\n%sThe window shows:\n%s", why.c_str(), expected().c_str(),
+    std::printf("\n\n%s\nThe model says:\n%sThe window shows:\n%s", why.c_str(), expected().c_str(),
                 seen().c_str());
     std::fflush(stdout);
     std::_Exit(1);
