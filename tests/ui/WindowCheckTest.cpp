@@ -81,6 +81,16 @@ TEST_F(WindowCheck, FailsWhenTheRefreshButtonDoesSomethingElse) {
     EXPECT_EQ(report(), reportWith("none of the values"));
 }
 
+TEST_F(WindowCheck, RefreshesTheReleaseAndWritesItsReportToTheFileAndToStandardOutput) {
+    takeLog();
+    testing::internal::CaptureStdout();
+    mainQueue->post([this] { checkWindow(delegate); });
+    EXPECT_EQ(QApplication::exec(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), reportWith());
+    EXPECT_EQ(readTestFile(context.windowReportFile), reportWith());
+    EXPECT_THAT(takeLog(), testing::StartsWith("Build already current: 1.0.0.\n"));
+}
+
 /// Records the delay of the last task.
 class DelayNotingQueue : public InMemoryMainQueue {
 public:
