@@ -1,4 +1,4 @@
-# What the documents in the packages say about the release, and the escaping of texts for XML and for a man page.
+# The texts about the release for the documents in the packages, escaped for XML and for the man page.
 
 function(qelmo_xml_text variable text)
     string(REPLACE "&" "&amp;" text "${text}")
@@ -7,7 +7,7 @@ function(qelmo_xml_text variable text)
     set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
 
-# Not for the beginning of a line, where "." and "'" have a meaning.
+# Do not use it at the start of a line, where "." and "'" have a meaning.
 function(qelmo_man_text variable text)
     string(REPLACE "\\" "\\(rs" text "${text}")
     string(REPLACE "\"" "\\(dq" text "${text}")
@@ -31,7 +31,7 @@ endfunction()
 
 set(QELMO_PACKAGE_SUMMARY "firmware installer for the Cardputer ADV, with")
 if(QELMO_CARRIES_SAMPLE)
-    set(QELMO_CARRIED "a sample, which is no firmware. Never flash it onto a device that you need")
+    set(QELMO_CARRIED "a sample, which is not a firmware. Never flash it onto a device that you need")
     string(APPEND QELMO_PACKAGE_SUMMARY " a sample and no firmware")
 else()
     set(QELMO_CARRIED "${QELMO_CARRIED_NAME} ${QELMO_CARRIED_VERSION}")
