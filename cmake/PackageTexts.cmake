@@ -31,7 +31,7 @@ endfunction()
 
 set(QELMO_PACKAGE_SUMMARY "firmware installer for the Cardputer ADV, with")
 if(QELMO_CARRIES_SAMPLE)
-    set(QELMO_CARRIED "a sample, which is not a firmware. Never flash it onto a device that you need")
+    set(QELMO_CARRIED "a sample that is not firmware. Never flash it onto a device that you need")
     string(APPEND QELMO_PACKAGE_SUMMARY " a sample and no firmware")
 else()
     set(QELMO_CARRIED "${QELMO_CARRIED_NAME} ${QELMO_CARRIED_VERSION}")
