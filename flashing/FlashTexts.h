@@ -23,7 +23,7 @@ inline constexpr const char* releaseChanged = "The embedded release changed afte
     return "\nStarting verified full-image flash on " + port + "…";
 }
 
-// How it ended.
+// How the job ended, or why it did not start.
 [[nodiscard]] inline std::string portInUse(const std::string& port) {
     return "An earlier flash job is still running on " + port + ". Wait until it ends, then flash again.";
 }

@@ -23,8 +23,8 @@ namespace qelmo {
 ///
 /// Threads: call everything on one thread, unless an operation says otherwise. The object keeps itself alive
 ///          until the termination handler returns.
-/// Errors:  `launch` throws std::system_error naming the executable, and the child does not run. Nothing
-///          throws after `launch`.
+/// Errors:  if `launch` fails, it throws std::system_error naming the executable, and the child does not run.
+///          Nothing throws after `launch`.
 class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
 public:
     /// Called on the reader thread, one call at a time, with the bytes of one read.
@@ -48,7 +48,7 @@ public:
     void launch();
 
     /// Stops reading: output that is still in the pipe is not delivered. Does not wait for a call of the
-    /// output handler in progress. Can be called from any thread, any number of times.
+    /// output handler that is in progress. Can be called from any thread, any number of times.
     void clearOutputHandler() noexcept;
 
     /// The exit status, or the number of the signal that ended the child. Valid after the exit.

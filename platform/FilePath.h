@@ -9,13 +9,15 @@ namespace qelmo {
 /// `folder`. Paths are bytes and are decoded only for display.
 [[nodiscard]] std::string joinedPath(std::string_view folder, std::string_view component);
 
-/// The path up to its last "/", without it ("/" for an entry of the root folder, "." for a bare name).
+/// The path up to, but not including, its last "/" ("/" for an entry of the root folder, "." for a bare
+/// name).
 [[nodiscard]] std::string parentFolder(std::string_view path);
 
 /// True if `path` contains a NUL, where the system would cut it off. Such a path cannot be used.
 [[nodiscard]] bool holdsNul(std::string_view path) noexcept;
 
-/// The user's home folder: HOME if it is an absolute path, otherwise the user database's entry, otherwise "".
+/// The user's home folder: HOME if it is an absolute path, otherwise the home folder in the user database,
+/// otherwise "".
 [[nodiscard]] std::string currentHomeFolder();
 
 /// The bundle that contains the executable: X for an executable in X/Contents/MacOS, otherwise the folder of

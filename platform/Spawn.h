@@ -48,7 +48,8 @@ struct FinishedProcess {
     std::string output;
 };
 
-/// When the output is read: after the exit, if it fits into the pipe, or while the child runs.
+/// When the output is read. Use `afterExit` only for output that fits into the pipe: a child that fills the
+/// pipe never exits.
 enum class ReadOutput { afterExit, whileRunning };
 
 /// Runs one child and blocks the calling thread until the child has exited and its output has ended. The

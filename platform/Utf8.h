@@ -9,8 +9,8 @@ namespace qelmo {
 /// Standard recommends (section 3.9, "U+FFFD Substitution of Maximal Subparts"). Never fails.
 [[nodiscard]] std::string decodedUtf8(std::string_view bytes);
 
-/// The same for one line of a message: a character that would end the line, change the direction of the text
-/// or control a terminal becomes a question mark.
+/// Like `decodedUtf8`, for one line of a message: in addition, each character that would end the line, change
+/// the direction of the text or control a terminal becomes a question mark.
 [[nodiscard]] std::string shownOnOneLine(std::string_view bytes);
 
 }  // namespace qelmo

@@ -54,7 +54,7 @@ struct FlashManifest {
         const std::string flashFrequency;
         const bool eraseAllInternalFlash;
         const std::string after;             ///< what the tool does with the chip after writing
-        const std::string confirmationText;  ///< the words of the flash action
+        const std::string confirmationText;  ///< the text from which the flash button's title is made
     };
 
     enum class CodingKeys { schemaVersion, name, version, chipFamily, hardware, binary, flash };
@@ -80,7 +80,7 @@ template <typename Record>
     return Record::keyTexts.at(static_cast<std::size_t>(key));
 }
 
-/// The key whose text is exactly `text`, or nothing. There is no look-up by number.
+/// The key whose text is exactly `text`, or nothing. A number is not accepted.
 template <typename Record>
 [[nodiscard]] constexpr std::optional<typename Record::CodingKeys> codingKey(std::string_view text) {
     const auto found = std::find(Record::keyTexts.begin(), Record::keyTexts.end(), text);

@@ -14,7 +14,7 @@ struct PreviousRelease {
     std::optional<std::string> checksum;
 };
 
-/// The release panel's two lines: which release is loaded.
+/// The two lines of the release panel, which say which release is loaded.
 [[nodiscard]] std::string releaseSummary(const FlasherResources& release);
 
 /// The lines that a successful validation writes to the log.
@@ -22,7 +22,8 @@ struct PreviousRelease {
                                                         const PreviousRelease& previous);
 
 /// The flash button's title: "FLASH VERIFIED", followed by the words of the manifest's `confirmationText`
-/// without white space at their ends and without a leading "FLASH ". Nothing is case-folded.
+/// without white space at their ends and without a leading "FLASH ". "FLASH" is recognised in upper case
+/// only.
 [[nodiscard]] std::string verifiedFlashButtonTitle(const FlashManifest& manifest);
 
 }  // namespace qelmo

@@ -5,8 +5,9 @@
 
 namespace qelmo {
 
-/// An indeterminate progress bar that stays visible, without motion, while it is stopped. It paints itself,
-/// because a style of Qt shows nothing while stopped and never stops once it has started.
+/// An indeterminate progress bar that stays visible, without motion, while it is stopped. It does its own
+/// painting, because Qt's styles draw nothing while the bar is stopped, and their animation cannot be stopped
+/// once it has started.
 class ActivityBar : public QProgressBar {
 public:
     ActivityBar(const QColor& groove, const QColor& block, QWidget* parent);

@@ -18,7 +18,7 @@ struct Alert {
     Style style;
     std::string messageText;
     std::string informativeText;
-    /// In display order. The first is the default and answers Return; the last answers Escape.
+    /// In display order. The first is the default: Return presses it. Escape presses the last.
     std::vector<std::string> buttons;
 
     /// Shows the alert over `window` and waits for the answer. Returns the response of the pressed button, or

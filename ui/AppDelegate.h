@@ -30,7 +30,7 @@ class TextLabel;
 ///
 /// Threads: use all fields and operations on the main thread only, except `appendLog`. Background threads
 ///          hold weak references to the delegate, and only tasks of the main queue resolve them.
-/// Ownership: create it with std::make_shared. The windowed start owns it for the life of the event loop.
+/// Ownership: create it with std::make_shared. `app/WindowedStart.cpp` owns it while the event loop runs.
 class AppDelegate : public QObject, public std::enable_shared_from_this<AppDelegate> {
 public:
     /// Checks the live window and ends the process. `delegate` is null if it no longer exists.

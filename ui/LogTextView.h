@@ -15,8 +15,9 @@ public:
     /// Appends the text unchanged and scrolls to the end of the log, wherever the user had scrolled to.
     void append(const std::string& text);
 
-    /// Everything that was appended. Copied text is a part of it. The document, which assistive tools read,
-    /// may have more paragraphs than this text has lines: a very long line is stored as several paragraphs.
+    /// Everything that was appended. The text that the user copies is always a part of this text. The
+    /// document, which assistive tools read, may have more paragraphs than this text has lines: a very long
+    /// line is stored as several paragraphs.
     [[nodiscard]] QString toPlainText() const;
 
 protected:

@@ -42,7 +42,7 @@ private:
     std::deque<Task> tasks_ GUARDED_BY(mutex_);
     bool turnIsDue_ GUARDED_BY(mutex_) = false;
 
-    // Used on the main thread. Other threads only post to the first one, under the mutex.
+    // Used on the main thread. Other threads only post events to `turns_`, while they hold the mutex.
     std::unique_ptr<Turns> turns_;
     std::exception_ptr failure_;
 };

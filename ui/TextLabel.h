@@ -8,12 +8,14 @@
 namespace qelmo {
 
 /// Breaks a text into lines no wider than `width`, after a word or inside a word that is wider than a line.
-/// Returns at most `maximumLines`; if text is left over, the last one ends in "…". The time is bounded.
+/// Returns at most `maximumLines`; if text is left over, the last one ends in "…". The time that this takes
+/// is limited, however long the text is.
 [[nodiscard]] QStringList shownLines(
     const QString& text, const QFont& font, int width, int maximumLines,
     QTextOption::WrapMode wrapMode = QTextOption::WrapAtWordBoundaryOrAnywhere);
 
-/// The text for a label that wraps at words: `text` itself if the label shows it all, else its shown lines.
+/// The text for a label that wraps at words: `text` itself if the label shows all of it, otherwise the lines
+/// that the label shows, joined by line feeds.
 [[nodiscard]] QString fittingText(const QString& text, const QFont& font, int width, int maximumLines);
 
 /// A label that shows plain text, never markup, broken into lines by `shownLines`.
@@ -30,7 +32,7 @@ public:
     [[nodiscard]] QStringList lines() const { return linesInWidth(width()); }
 
     /// From now on assistive tools announce every new text at once. Before Qt 6.8 they are only told that the
-    /// name of the label has changed, and decide themselves.
+    /// name of the label has changed. They decide themselves whether to announce it.
     void announceTexts() { announcesTexts_ = true; }
     void setText(const QString& text);
 

@@ -20,8 +20,8 @@ private:
     const int cornerRadius_;
 };
 
-/// Builds the delegate's window and sets the fields for it and for the controls that change later. The
-/// delegate fills in what a WindowState holds. The window is not shown yet.
+/// Builds the delegate's window. Sets the delegate's fields for the window and for the controls that change
+/// later. The delegate then fills the controls from its WindowState. The window is not shown yet.
 void buildWindowLayout(AppDelegate& delegate);
 
 /// The position of the top left corner of the window's frame: centred on the screen, or moved into

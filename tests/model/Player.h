@@ -25,9 +25,9 @@ namespace qelmo {
 /// compares the two after every step.
 ///
 /// A step is a word. A step that makes no sense at its place does nothing, so any step can be left out of a
-/// sequence. After a word with "+" the next step runs before anything that this one has posted.
-/// An alert runs its own event loop inside the step that opened it. The following steps are played inside
-/// that loop until one of them answers the alert.
+/// sequence. If a word ends with "+", the next step is played before the tasks that this step posted. An
+/// alert runs its own event loop inside the step that opened it. The following steps are played inside that
+/// loop until one of them answers the alert.
 class Player : public QObject {
 public:
     explicit Player(std::vector<std::string> steps);
@@ -35,8 +35,9 @@ public:
     explicit Player(std::uint64_t seed);
     ~Player() override;
 
-    /// Plays the steps, then ends what they left open. Each step is printed before it is played. At the first
-    /// difference both sides are printed and the process exits with status 1.
+    /// Plays the steps, then ends whatever they left open: the alert, the delegate, the tool. Each step is
+    /// printed before it is played. At the first difference both sides are printed and the process exits with
+    /// status 1.
     void play();
 
     bool eventFilter(QObject* object, QEvent* event) override;
@@ -47,7 +48,7 @@ private:
     void playInside(QMessageBox* alert);
     [[nodiscard]] std::optional<std::string> nextStep();
     [[nodiscard]] std::string randomStep();
-    /// Returns whether the step answers `alert`. The alert has then ended.
+    /// Returns true if the step answered `alert`, which has then closed.
     [[nodiscard]] bool playStep(const std::string& step, QMessageBox* alert);
     [[nodiscard]] bool answer(const std::string& step, QMessageBox* alert);
     [[nodiscard]] bool changeWorld(const std::string& step);
@@ -78,7 +79,7 @@ private:
     std::shared_ptr<AppDelegate> owner_;
     /// The player must not keep it alive.
     std::weak_ptr<AppDelegate> delegate_;
-    /// What is in use before the answer that starts a job.
+    /// The threads and descriptors in use before the answer that starts a job.
     std::optional<ProcessResources> beforeJob_;
 };
 

@@ -11,8 +11,8 @@
 
 namespace qelmo {
 
-/// A second version of the delegate, without a toolkit, threads or child processes: which pure function is
-/// applied when, what goes to the log in which order, and which alert opens.
+/// A second version of the delegate, without a toolkit, threads or child processes. It models which pure
+/// function is applied when, what goes to the log in which order, and which alert opens.
 class WindowModel {
 public:
     explicit WindowModel(const LaunchContext& context) : context_(context) {}

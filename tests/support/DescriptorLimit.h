@@ -38,7 +38,8 @@ public:
 
 private:
     static rlim_t firstNumberTooHigh(std::size_t left) {
-        // The lowest free numbers would be given out next.
+        // The system gives out the lowest free numbers first. So these are the numbers that it would give out
+        // next.
         std::vector<FileDescriptor> free(left + 1);
         for (FileDescriptor& one : free) one = FileDescriptor(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
         return static_cast<rlim_t>(free.back().get());

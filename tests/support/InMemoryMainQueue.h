@@ -20,7 +20,8 @@ public:
     /// Ignores the delay: the test decides when the task runs.
     void postAfter(std::chrono::milliseconds /*delay*/, Task task) override { post(std::move(task)); }
 
-    /// Runs tasks and waits for later ones until `condition` holds. Returns false if none came in time.
+    /// Runs tasks and waits for later ones until `condition` holds. Returns false if no further task came
+    /// within the limit.
     template <typename Condition>
     [[nodiscard]] bool runUntil(Condition condition) {
         while (!condition()) {

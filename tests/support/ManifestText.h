@@ -6,12 +6,12 @@
 
 namespace qelmo {
 
-/// The JSON text of a right manifest. Its values can be replaced, also by wrong ones.
+/// The JSON text of a valid manifest. Its values can be replaced, even with invalid ones.
 class ManifestText {
 public:
     /// Replaces the value of "name" or "binary.name". `json` is inserted unchanged.
     ManifestText& set(std::string_view path, std::string_view json) {
-        // No key occurs twice, and each value ends with its line.
+        // No key occurs twice, and each value ends at the end of its line.
         const std::string key = '"' + std::string(path.substr(path.rfind('.') + 1)) + "\": ";
         const std::size_t found = text_.find(key);
         if (found == std::string::npos)

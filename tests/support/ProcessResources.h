@@ -20,7 +20,7 @@ struct ProcessResources {
     std::size_t descriptors;
 
     [[nodiscard]] static ProcessResources now() {
-        // A sanitizer starts its own thread with the program's first.
+        // A sanitizer starts a thread of its own when the program starts its first thread.
         [[maybe_unused]] static const bool firstThreadHasRun = runOneThread();
 #ifdef __APPLE__
         proc_taskinfo task{};
@@ -31,7 +31,8 @@ struct ProcessResources {
 #endif
     }
 
-    /// Waits until no more is in use than in this value. Returns false if more stays in use.
+    /// Waits until no more threads and descriptors are in use than these. Returns false if that does not
+    /// happen within the limit.
     [[nodiscard]] bool areBack() const {
         return eventually([this] {
             const ProcessResources used = now();

@@ -11,7 +11,7 @@
 
 namespace qelmo {
 
-/// A folder for one test. It is removed with everything in it. Other users may list it.
+/// A folder for one test. The destructor removes it with everything in it. Other users may list it.
 class TemporaryFolder {
 public:
     TemporaryFolder() : path_(std::filesystem::temp_directory_path() / "qelmo-test-XXXXXX") {

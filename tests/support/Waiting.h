@@ -31,8 +31,8 @@ private:
     bool happened_ = false;
 };
 
-/// For what nothing announces (a thread has ended, a descriptor was closed): checks repeatedly until
-/// `condition` holds. Returns false if it did not hold within the limit.
+/// For conditions that no event reports (a thread has ended, a descriptor was closed): checks repeatedly
+/// until `condition` holds. Returns false if it did not hold within the limit.
 template <typename Condition>
 [[nodiscard]] bool eventually(Condition condition) {
     const auto end = std::chrono::steady_clock::now() + waitingLimit;

@@ -11,10 +11,10 @@
 
 namespace qelmo {
 
-/// What an alert shows to its reader, with the buttons from left to right on the screen.
+/// What the user sees of an alert. The buttons are in their order on the screen, from left to right.
 [[nodiscard]] Alert shownAlert(const QMessageBox& box);
 
-/// What a test does with an open alert. It must make the alert end.
+/// What a test does with an open alert. It must close the alert.
 using AlertAction = std::function<void(QMessageBox& box)>;
 
 [[nodiscard]] AlertAction click(const std::string& buttonTitle);
@@ -23,7 +23,7 @@ using AlertAction = std::function<void(QMessageBox& box)>;
 [[nodiscard]] AlertAction inOrder(AlertAction first, AlertAction second);
 
 /// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. The
-/// test fails if no alert comes, if one does not end, or if one comes for which no answer waits.
+/// test fails if no alert opens, if an alert does not close, or if an alert opens for which no answer waits.
 class AlertAnswer {
 public:
     explicit AlertAnswer(AlertAction action);

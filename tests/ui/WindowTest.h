@@ -75,7 +75,7 @@ protected:
     void pressFlash() const;
     void pressRefresh() const;
 
-    /// Checks that every control shows the delegate's state, and that this is its status.
+    /// Checks that every control shows the delegate's state, and that the state's status is `status`.
     void expectShown(const std::string& status) const;
 
     ReleaseFixture release;

@@ -4,14 +4,15 @@
 
 namespace qelmo {
 
-/// True if the signature of an application covers every file of its bundle: replacing a release breaks it.
+/// True if the signature of an application covers every file of its bundle, so that replacing a release
+/// breaks the signature.
 #ifdef __APPLE__
 inline constexpr bool bundlesAreSealed = true;
 #else
 inline constexpr bool bundlesAreSealed = false;
 #endif
 
-/// Apple's signing tool at its place on macOS.
+/// The path of Apple's signing tool on macOS.
 inline constexpr const char* systemSigningTool = "/usr/bin/codesign";
 
 /// Refuses to continue if `tool` cannot be run. Errors: FlasherFailure.
