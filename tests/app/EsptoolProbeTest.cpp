@@ -57,7 +57,7 @@ TEST_F(EsptoolProbe, RunsTheToolWithItsVersionCommandAndNothingElse) {
 
 // fault: the tool prints only to standard error, or bytes that are not text
 TEST_F(EsptoolProbe, ReadsBothStreamsAsText) {
-    EXPECT_EQ(probed("import sys; print('banner'); print('4.7.0', file=sys.stderr)"), "4.7.0");
+    EXPECT_EQ(probed("import sys; print('banner', flush=True); print('4.7.0', file=sys.stderr)"), "4.7.0");
     EXPECT_EQ(probed("import os; os.write(1, b'4.7\\xFF')"), "4.7\uFFFD");
 }
 
