@@ -15,6 +15,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     std::replace(decoded.begin(), decoded.end(), '\r', '\n');
     const std::string logged = qelmo::logTextOfChunk(bytes);
-    qelmo::require(logged == decoded, "only carriage returns change besides, to line feeds", logged);
+    qelmo::require(logged == decoded, "only carriage returns may change, to line feeds", logged);
     return 0;
 }
