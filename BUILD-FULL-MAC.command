@@ -300,7 +300,7 @@ embed_release() {
     local resources=$app/Contents/Resources
     begin "Release"
     if [ -z "$image" ]; then
-        passed "the sample, which is no firmware"
+        passed "the sample, which is not firmware"
         return
     fi
     # Remove the sample first, because the packer keeps what it replaces.

@@ -1,5 +1,5 @@
-# Run cpack in the build folder to make the Debian package and the portable tar in packages/ there. Both contain the
-# same bundle. Only the Debian package adds the command, the menu entry and the man page.
+# Run cpack in the build folder to make the Debian package and the portable tar archive in packages/ there. Both contain
+# the same bundle. Only the Debian package adds the command, the menu entry and the man page.
 if(NOT CMAKE_SYSTEM_NAME STREQUAL "Linux" OR NOT QELMO_WINDOW OR QELMO_SANITIZE)
     return()
 endif()

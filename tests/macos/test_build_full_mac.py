@@ -27,7 +27,7 @@ class Good(OnAMac):
         outcomes = self.assert_built(self.mac.build())
         qt = self.mac.homebrew / "opt/qtbase"
         self.assertEqual([outcomes[step] for step in (PACKAGED, PYTHON, "Release", "Qt in the bundle")],
-                         [f"Qt 6.11.2 in {qt}", "version 4.5.1, accepts --verify", "the sample, which is no firmware",
+                         [f"Qt 6.11.2 in {qt}", "version 4.5.1, accepts --verify", "the sample, which is not firmware",
                           "nothing is taken from outside, for macOS 14.0 and later"])
         self.assertEqual(self.oldest_system(), "14.0")
         called = self.mac.called()

@@ -185,7 +185,7 @@ class CleanRoot(unittest.TestCase):
                 self.assertNotIn(f"\n{PACKAGE}\n", in_root("dpkg-query", "-W", "-f", "${Package}\\n"))
 
     def try_in_the_smallest_debian(self) -> None:
-        """The package's dependencies are all that it and the portable tar need."""
+        """The package's dependencies are all that it and the portable tar archive need."""
         # The tool's script refuses to install if the tool does not start with the package's own dependencies.
         in_root("/mnt/repo/tests/device/install-esptool", "--cache", "/mnt/build/esptool-cache", HOME)
         in_root(f"HOME={HOME}", "QT_QPA_PLATFORM=offscreen", PACKAGE, "--window-self-test")

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The Debian package and the portable tar: their contents, and what the validators report."""
+"""The Debian package and the portable tar archive: their contents, and what the validators report."""
 
 from __future__ import annotations
 

@@ -16,7 +16,7 @@ from support.built import ROOT  # noqa: E402
 from support.help_page import blocks  # noqa: E402
 from support.release_cases import says  # noqa: E402
 
-ROOMS = ("app", "ui", "flashing", "release", "platform", "tools/pack-release")
+FOLDERS = ("app", "ui", "flashing", "release", "platform", "tools/pack-release")
 COMMENT = r'//[^\n]*|#include[^\n]*'
 LITERAL = r'"(?:[^"\\\n]|\\.)*"'
 # A comment, or literals that the compiler joins.
@@ -36,7 +36,7 @@ BASH_VALUE = re.compile(r"\$\w+|\$\([^)]*\)")
 
 
 def literals_of_program() -> list[str]:
-    files = [file for room in ROOMS for file in sorted((ROOT / room).iterdir()) if file.suffix in (".cpp", ".h")]
+    files = [file for folder in FOLDERS for file in sorted((ROOT / folder).iterdir()) if file.suffix in (".cpp", ".h")]
     tokens = [token for file in files for token in TOKEN.findall(file.read_text())]
     return [ast.literal_eval(f"({token})") for token in tokens if token.startswith('"')]
 
