@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <QAbstractEventDispatcher>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QMessageBox>
@@ -29,10 +30,14 @@ template <typename Condition>
     QTimer look;
     const QDeadlineTimer limit(waitingLimit);
     bool holds = false;
-    QObject::connect(&look, &QTimer::timeout, &loop, [&] {
-        holds = condition();
+    const auto check = [&] {
+        holds = holds || condition();
         if (holds || limit.hasExpired()) loop.quit();
-    });
+    };
+    // Most conditions are reached by an event; what another process or thread does wakes nobody.
+    QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop,
+                     check);
+    QObject::connect(&look, &QTimer::timeout, &loop, check);
     look.start(2);
     loop.exec();
     return holds;
