@@ -111,7 +111,7 @@ class Packages(FreshBuild):
     # seen: "The bundle holds another release …: build again,", "The bundle holds no release: build it first."
     def test_cpack_packs_no_other_release_than_the_settings_name(self) -> None:
         said = self.configure(*RELEASE)
-        self.assertEqual(said.count("set it before you give the packages away."), 3, "the addresses are examples")
+        self.assertEqual(said.count("set it before you distribute the packages."), 3, "the addresses are examples")
         self.assertIn("The bundle holds no release: build it first.", self.cpack())
         self.make_bundle()
         self.assertRegex(self.cpack(), "cannot find.*QelmoFlasher")
