@@ -14,7 +14,7 @@ inline constexpr const char* noBootPortTitle = "No ESP32-S3 boot port found";
 /// recognised by its name only; nothing is opened. The list is empty if the folder cannot be read.
 [[nodiscard]] std::vector<std::string> listBootPorts(const std::string& deviceFolder);
 
-/// Whether a device node of this name may be such a port.
+/// True if a device node with this name may be a Cardputer in boot mode.
 [[nodiscard]] bool isBootPortName(std::string_view name);
 
 /// The log line for the number of ports found.

@@ -8,10 +8,10 @@ namespace qelmo {
 
 /// Claims a port for one flash job, across all windows and users of this computer.
 ///
-/// The claim is a lock on the folder that contains the port. Its offset is the device number of the port. It
-/// lasts until the returned descriptor and its copies in other processes are closed. The port itself is not
-/// opened. If the port is gone or the system has no such locks, nothing is claimed, and the descriptor may be
-/// empty.
+/// The claim is a lock on the folder that contains the port. The device number of the port is the offset of
+/// the lock, so each port has its own. The claim lasts until the returned descriptor and its copies in other
+/// processes are closed. The port itself is not opened. If the port no longer exists, or the system has no
+/// such locks, nothing is claimed. The returned descriptor may then be empty.
 /// Errors: FlasherFailure if another job has the port; std::system_error if the folder cannot be opened.
 [[nodiscard]] FileDescriptor claimPort(const std::string& port);
 

@@ -19,14 +19,15 @@ struct ToolProcessHandlers {
 };
 
 /// Sets up one supervised run of the flashing tool; call `launch` on the result to start it. When the tool
-/// has exited, the rest of its output is not read, and the completion step is posted. Nothing stops the
-/// child: there is no time-out and no way to cancel.
+/// exits, output that has not been read yet is discarded, and the completion step is posted. Nothing stops
+/// the child: there is no time-out and no way to cancel.
 [[nodiscard]] std::shared_ptr<ChildProcess> setUpToolProcess(ToolCommand command,
                                                              std::shared_ptr<MainQueue> mainQueue,
                                                              ToolProcessHandlers handlers);
 
 /// The text of one chunk as the log shows it. Ill-formed UTF-8 becomes U+FFFD; each chunk is decoded on its
-/// own. Every carriage return becomes a line feed, so that each redrawn line is a line of its own.
+/// own. Every carriage return becomes a line feed, so each time the tool redraws a line, the log gets a new
+/// one.
 [[nodiscard]] std::string logTextOfChunk(std::string_view bytes);
 
 }  // namespace qelmo

@@ -5,15 +5,16 @@
 
 namespace qelmo {
 
-/// Joins the two as text with one "/". Nothing is resolved, so an absolute or empty component stays below
-/// `folder`. Paths are bytes and are decoded only for display.
+/// Joins `folder` and `component` as text, with one "/" between them. Nothing is resolved, so the result is
+/// below `folder` even if the component is absolute or empty. Paths are bytes and are decoded only for
+/// display.
 [[nodiscard]] std::string joinedPath(std::string_view folder, std::string_view component);
 
 /// The path up to, but not including, its last "/" ("/" for an entry of the root folder, "." for a bare
 /// name).
 [[nodiscard]] std::string parentFolder(std::string_view path);
 
-/// True if `path` contains a NUL, where the system would cut it off. Such a path cannot be used.
+/// True if `path` contains a NUL. The system would cut the path off there, so it cannot be used.
 [[nodiscard]] bool holdsNul(std::string_view path) noexcept;
 
 /// The user's home folder: HOME if it is an absolute path, otherwise the home folder in the user database,

@@ -16,7 +16,7 @@ struct LaunchContext {
     std::string interpreter = "/usr/bin/python3";  ///< runs the flashing tool; PATH is not searched
     std::string windowReportFile = "/tmp/qelmo-flasher-window-self-test.txt";
 
-    /// True if one argument is exactly `argument`, byte for byte.
+    /// True if one of the arguments equals `argument` byte for byte.
     [[nodiscard]] bool hasArgument(std::string_view argument) const;
 
     /// Reads the inputs of this process. `argumentCount` and `arguments` are those of main.

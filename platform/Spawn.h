@@ -22,8 +22,9 @@ struct Pipe {
 /// The capacity of a pipe on Linux and macOS: one read gets everything that is in it.
 inline constexpr std::size_t pipeCapacityBytes = 65536;
 
-/// How to start one child. The child gets the three streams and no other descriptor, an empty signal mask and
-/// default signal dispositions. It inherits the working directory.
+/// How to start one child. The child gets `input`, `output` and `errors` as its standard streams, and no
+/// other descriptor. Its signal mask is empty and its signal dispositions are the defaults. It inherits the
+/// working directory.
 struct SpawnRequest {
     std::string executable;              ///< an absolute path; PATH is not searched
     std::vector<std::string> arguments;  ///< after the executable's name
@@ -39,7 +40,7 @@ struct SpawnRequest {
 [[nodiscard]] pid_t spawn(const SpawnRequest& request);
 
 /// Waits for the child. Returns its exit status, or the number of the signal that ended it, or 255 if its
-/// status was collected elsewhere. Only success returns 0.
+/// status was collected elsewhere. Returns 0 only if the child succeeded.
 [[nodiscard]] int reap(pid_t processId);
 
 /// A child that has exited, and everything that it wrote to its two output streams.

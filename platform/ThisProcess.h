@@ -4,10 +4,10 @@
 
 namespace qelmo {
 
-/// Undoes restrictions that the parent process may have set. Afterwards descriptors 0 to 2 are open; reads
-/// and writes on one that was closed before fail. A child's exit status is kept for this process. A write to
-/// a closed pipe or beyond the file size limit fails instead of ending the process. Call it first, before a
-/// second thread starts.
+/// Undoes restrictions that the parent process may have set. Afterwards descriptors 0 to 2 are open. If one
+/// of them was closed before, reading from it and writing to it still fail. The exit status of a child can be
+/// collected: SIGCHLD is no longer ignored. A write to a closed pipe or beyond the file size limit fails
+/// instead of ending the process. Call it first, before a second thread starts.
 void undoInheritedRestrictions();
 
 /// Writes the whole text, unbuffered.

@@ -9,12 +9,12 @@
 #define QELMO_THREAD_RULE(rule)
 #endif
 
-/// Written after a field's name: the field is used only while `mutex` is locked.
+/// Put this after the name of a field that may be used only while `mutex` is locked.
 #define GUARDED_BY(mutex) QELMO_THREAD_RULE(guarded_by(mutex))
 
 namespace qelmo {
 
-/// A mutex that the thread-safety analysis of clang knows.
+/// A mutex that clang's thread-safety analysis recognises.
 class QELMO_THREAD_RULE(capability("mutex")) Mutex : public std::mutex {};
 
 /// Keeps the mutex locked until the end of the scope.

@@ -45,11 +45,11 @@ private:
     FlasherResources(FlashManifest checked, std::string firmware, std::string esptool, std::string digest);
 };
 
-/// Checks the manifest's values: schema, chip, address, geometry, in this order.
+/// Checks the manifest's values in this order: schema version, chip, address, flash geometry.
 /// Errors: FlasherFailure.
 void requireSupportedRelease(const FlashManifest& manifest);
 
-/// Checks the image against its manifest: length, shape, digest, in this order. Returns the digest.
+/// Checks the image against its manifest in this order: length, shape, digest. Returns the digest.
 /// Errors: FlasherFailure.
 [[nodiscard]] std::string verifiedImageDigest(std::span<const std::byte> image,
                                               const FlashManifest& manifest);

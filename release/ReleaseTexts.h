@@ -21,9 +21,8 @@ struct PreviousRelease {
 [[nodiscard]] std::vector<std::string> validationReport(const FlasherResources& release, bool userInitiated,
                                                         const PreviousRelease& previous);
 
-/// The flash button's title: "FLASH VERIFIED", followed by the words of the manifest's `confirmationText`
-/// without white space at their ends and without a leading "FLASH ". "FLASH" is recognised in upper case
-/// only.
+/// The flash button's title: "FLASH VERIFIED", followed by the manifest's `confirmationText`. White space at
+/// both ends of the text is removed first, then a leading "FLASH ", but only if it is in upper case.
 [[nodiscard]] std::string verifiedFlashButtonTitle(const FlashManifest& manifest);
 
 }  // namespace qelmo

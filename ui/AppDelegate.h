@@ -26,7 +26,7 @@ class LogTextView;
 class TextLabel;
 
 /// Owns the one window, the last validated release and the running flash process. Every action of the window
-/// is an operation of this class. Decisions that need no widget are made in the layers below.
+/// is an operation of this class. The layers below make all decisions that do not need a widget.
 ///
 /// Threads: use all fields and operations on the main thread only, except `appendLog`. Background threads
 ///          hold weak references to the delegate, and only tasks of the main queue resolve them.
@@ -107,7 +107,7 @@ private:
     const std::shared_ptr<MainQueue> mainQueue_;
     const WindowCheck windowCheck_;
     WindowState state_;
-    /// Allows one alert at a time: an assistive tool can press a button while an alert is open.
+    /// True while an alert is open. The flash button does nothing then: an assistive tool can still press it.
     bool alertIsOpen_ = false;
     /// The control that had the keyboard focus when the job started, or null.
     QWidget* focusBeforeJob_ = nullptr;

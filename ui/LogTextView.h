@@ -6,8 +6,8 @@
 
 namespace qelmo {
 
-/// The append-only log: plain text of one font and colour that can be selected and copied, with the mouse or
-/// with keys.
+/// The append-only log: plain text in one font and one colour. The user can select and copy it with the mouse
+/// or the keyboard.
 class LogTextView : public QPlainTextEdit {
 public:
     LogTextView(const QFont& font, const QColor& text, const QColor& ground, int inset, QWidget* parent);

@@ -7,9 +7,9 @@
 
 namespace qelmo {
 
-/// Breaks a text into lines no wider than `width`, after a word or inside a word that is wider than a line.
-/// Returns at most `maximumLines`; if text is left over, the last one ends in "…". The time that this takes
-/// is limited, however long the text is.
+/// Breaks a text into lines no wider than `width`: after a word, or inside a word that is wider than a line.
+/// Returns at most `maximumLines` lines; if text is left over, the last line ends in "…". Even a very long
+/// text takes only a limited time.
 [[nodiscard]] QStringList shownLines(
     const QString& text, const QFont& font, int width, int maximumLines,
     QTextOption::WrapMode wrapMode = QTextOption::WrapAtWordBoundaryOrAnywhere);

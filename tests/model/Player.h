@@ -21,13 +21,13 @@ class QMessageBox;
 
 namespace qelmo {
 
-/// Plays one sequence of steps on a real window, with real files and a real tool, and on the model, and
-/// compares the two after every step.
+/// Plays one sequence of steps both on a real window, with real files and a real tool, and on the model.
+/// Compares the two after every step.
 ///
-/// A step is a word. A step that makes no sense at its place does nothing, so any step can be left out of a
-/// sequence. If a word ends with "+", the next step is played before the tasks that this step posted. An
-/// alert runs its own event loop inside the step that opened it. The following steps are played inside that
-/// loop until one of them answers the alert.
+/// A step is a word. A step that is not possible at its place does nothing, so any step can be left out of a
+/// sequence. If a word ends with "+", the next step is played before the tasks that this step posted have
+/// run. An alert runs its own event loop inside the step that opened it. The following steps are played
+/// inside that loop until one of them answers the alert.
 class Player : public QObject {
 public:
     explicit Player(std::vector<std::string> steps);

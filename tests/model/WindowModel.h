@@ -11,8 +11,8 @@
 
 namespace qelmo {
 
-/// A second version of the delegate, without a toolkit, threads or child processes. It models which pure
-/// function is applied when, what goes to the log in which order, and which alert opens.
+/// A second version of the delegate, without a toolkit, threads or child processes. It models the order in
+/// which pure functions are applied, the order of the log's text, and which alert opens.
 class WindowModel {
 public:
     explicit WindowModel(const LaunchContext& context) : context_(context) {}
@@ -21,13 +21,13 @@ public:
     void refresh();
     void pressFlash();
     void choosePort(int index);
-    /// The open alert is answered by its first button or in another way.
+    /// Answers the open alert: with its first button, or in another way.
     void answer(bool byFirstButton);
     void toolEnds(bool well);
     void append(const std::string& text) { posted_ += text; }
     void close() { visible = false; }
     void letGo();
-    /// What was posted until now reaches the log.
+    /// Appends to the log what has been posted so far.
     void runPosted();
 
     [[nodiscard]] std::size_t logLength() const { return log.size() + posted_.size(); }

@@ -9,7 +9,8 @@ namespace qelmo {
 /// The JSON text of a valid manifest. Its values can be replaced, even with invalid ones.
 class ManifestText {
 public:
-    /// Replaces the value of "name" or "binary.name". `json` is inserted unchanged.
+    /// Replaces the value of the field at `path`, such as "name" or "binary.path". `json` is inserted
+    /// unchanged.
     ManifestText& set(std::string_view path, std::string_view json) {
         // No key occurs twice, and each value ends at the end of its line.
         const std::string key = '"' + std::string(path.substr(path.rfind('.') + 1)) + "\": ";

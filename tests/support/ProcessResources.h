@@ -20,7 +20,8 @@ struct ProcessResources {
     std::size_t descriptors;
 
     [[nodiscard]] static ProcessResources now() {
-        // A sanitizer starts a thread of its own when the program starts its first thread.
+        // A sanitizer starts a thread of its own when the program starts its first thread, so one thread runs
+        // before anything is counted.
         [[maybe_unused]] static const bool firstThreadHasRun = runOneThread();
 #ifdef __APPLE__
         proc_taskinfo task{};
@@ -31,7 +32,7 @@ struct ProcessResources {
 #endif
     }
 
-    /// Waits until no more threads and descriptors are in use than these. Returns false if that does not
+    /// Waits until at most this many threads and descriptors are in use. Returns false if that does not
     /// happen within the limit.
     [[nodiscard]] bool areBack() const {
         return eventually([this] {

@@ -22,8 +22,8 @@ using AlertAction = std::function<void(QMessageBox& box)>;
 [[nodiscard]] AlertAction closeAlert();
 [[nodiscard]] AlertAction inOrder(AlertAction first, AlertAction second);
 
-/// Waits, while the event loop runs, for the next alert that no other answer has taken, and answers it. The
-/// test fails if no alert opens, if an alert does not close, or if an alert opens for which no answer waits.
+/// Answers the next alert that no other answer has taken, while the event loop runs. The test fails if no
+/// alert opens, if the alert does not close, or if an alert opens and no answer is waiting for it.
 class AlertAnswer {
 public:
     explicit AlertAnswer(AlertAction action);

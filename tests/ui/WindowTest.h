@@ -47,7 +47,7 @@ template <typename Condition>
 [[nodiscard]] std::vector<std::string> itemsOf(const QComboBox* menu);
 [[nodiscard]] std::string hex(const QColor& colour);
 
-/// One real window with its delegate, and with its own bundle (which has a red icon), home and device folder.
+/// One real window and its delegate. It has its own bundle (with a red icon), home folder and device folder.
 class WindowTest : public ::testing::Test {
 protected:
     WindowTest();
@@ -65,7 +65,7 @@ protected:
     std::string plugIn(const std::string& name);
     void unplug(const std::string& name) const;
 
-    /// Makes this Python text the tool. The real interpreter runs it.
+    /// Installs this Python text as the tool. The real interpreter runs it.
     void setTool(const std::string& python) const;
 
     /// Presses the flash button and confirms.

@@ -14,7 +14,7 @@ namespace qelmo {
 /// The largest possible image.
 inline constexpr std::uint64_t deviceFlashBytes = 8ULL << 20;
 
-/// A release that is ready for a bundle: checked, but not yet written anywhere.
+/// A checked release that has not been written to a bundle yet.
 struct NewRelease {
     FileBytes image;
     std::string manifestText;           ///< the manifest file's bytes

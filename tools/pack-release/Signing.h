@@ -19,7 +19,7 @@ inline constexpr const char* systemSigningTool = "/usr/bin/codesign";
 void requireSigningTool(const std::string& tool);
 
 /// Signs the bundle and everything in it ad hoc with `tool`, then has the tool verify the result.
-/// Errors: FlasherFailure with the tool's own words; std::system_error if it cannot be started.
+/// Errors: FlasherFailure with the tool's output; std::system_error if the tool cannot be started.
 void signBundle(const std::string& tool, const std::string& bundle);
 
 /// The notice that the bundle must be signed again, with the command to paste into a shell.
