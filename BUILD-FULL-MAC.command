@@ -19,7 +19,7 @@ set -uo pipefail
 unset CDPATH # it would make cd print
 
 oldest_qt=6.9.2 # older ones need the AGL framework, which the SDK of macOS 26 no longer has
-oldest_macos_of_homebrew=14 # for which Homebrew has a compiled Qt
+oldest_macos_of_homebrew=14 # the oldest macOS for which Homebrew has a compiled Qt
 tool_package='platformio/tool-esptoolpy@~1.40501.0' # esptool 4.5.1, which imports pyserial and nothing else
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P) || exit 1
@@ -123,19 +123,19 @@ check_system() {
     passed "$macos"
 }
 
-# Comes before any other tool of Apple: without these, /usr/bin/python3 only opens a dialogue.
+# Runs before any other tool of Apple is used: without the command line tools, /usr/bin/python3 only opens a dialogue.
 check_xcode_tools() {
     local folder output xcrun=$system_root/usr/bin/xcrun
     begin "Xcode command line tools"
     folder=$("$system_root/usr/bin/xcode-select" -p 2>/dev/null) || failed "not installed" "xcode-select --install"
-    # xcrun may find the compiler without an accepted licence; starting it then fails.
+    # Even if the licence is not accepted, xcrun may find the compiler. Starting the compiler then fails.
     if ! output=$({ "$xcrun" --find clang++ && "$xcrun" clang++ --version; } 2>&1); then
         case $output in
             *"not agreed to the Xcode license"*)
                 failed "the licence of Xcode is not accepted yet" "sudo xcodebuild -license" ;;
             # After an upgrade of macOS.
             *"invalid active developer path (/Library/Developer/CommandLineTools)"*)
-                failed "they are missing from $folder" "xcode-select --install" ;;
+                failed "the tools are missing from $folder" "xcode-select --install" ;;
         esac
         failed "no compiler in $folder: $(last_line "$output")" "sudo xcode-select --reset"
     fi
@@ -279,9 +279,10 @@ check_tool() {
 build() {
     begin "Build"
     (cd "$here" && logged cmake --preset release -B "$tree" -DQELMO_TESTS=OFF \
-        "-DCMAKE_PREFIX_PATH=$qt;$(brew --prefix 2>/dev/null)") || failed "it cannot be configured" "less \"$log\""
+        "-DCMAKE_PREFIX_PATH=$qt;$(brew --prefix 2>/dev/null)") ||
+        failed "the build cannot be configured" "less \"$log\""
     (cd "$here" && logged cmake --build "$tree" --target bundle QelmoFlasher QelmoWindow pack-release) ||
-        failed "it cannot be compiled" "less \"$log\""
+        failed "the application cannot be compiled" "less \"$log\""
     copy_bundle
     passed "$tree"
 }
@@ -337,7 +338,8 @@ sign() {
     # Removes the attributes of iCloud. If one cannot be removed, codesign reports it.
     logged xattr -cr "$app"
     logged codesign --force --deep --sign - "$app" || failed "$(last_words)" "less \"$log\""
-    logged codesign --verify --deep --strict "$app" || failed "it does not verify: $(last_words)" "less \"$log\""
+    logged codesign --verify --deep --strict "$app" ||
+        failed "the signature is not valid: $(last_words)" "less \"$log\""
     passed "ad hoc"
 }
 
@@ -369,7 +371,7 @@ clean_up() {
 # change.
 finish() {
     begin "Application"
-    rm -rf "$arriving" # of a killed run
+    rm -rf "$arriving" # left by a killed run
     logged mv "$app" "$arriving" || failed "$(last_words)" "df -h \"$work\""
     # No signal may interrupt the two renames, not even in mv itself.
     trap '' HUP INT TERM

@@ -4,7 +4,7 @@ import os
 
 
 def write_whole(path: str, data: bytes) -> None:
-    """Either the complete file appears under its name, or the old file stays. Raises OSError."""
+    """Writes the complete file, or leaves the old file unchanged. Raises OSError."""
     part = f"{path}.{os.getpid()}.part"
     try:
         with open(part, "xb") as file:

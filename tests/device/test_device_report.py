@@ -126,7 +126,7 @@ class WholeRun(ReportTest):
     def assert_report_is_whole_and_impersonal(self, text):
         for line in [r"result: everything was flashed, read back, compared and put back",
                      r"chip +ESP32-S3 .*\(revision v0\.2\)", r"kind of port +USB-Serial/JTAG, the chip's own",
-                     rf"port +{PORT}", r"flash size +8MB", r"usb +not told", r"python +Python 3\.\d+\.\d+",
+                     rf"port +{PORT}", r"flash size +8MB", r"usb +unknown", r"python +Python 3\.\d+\.\d+",
                      r"esptool +4\.\d+.*", r"pyserial +[\d.b]+", r"system +\S.*", r"release +Sample, not firmware 0.*",
                      r"sha256 +[0-9a-f]{64}", r"the two reads +equal, 8388608 bytes",
                      r"the flash and the image +equal, 8388608 bytes",
@@ -201,7 +201,7 @@ class Refusal(WithAStandIn):
             self.assertFalse(self.output.exists())
 
     # fault: an argument, the release, the tool or a folder is wrong
-    # seen: "The embedded flash manifest is missing.", "the flashing tool is needed in a version 4.x, not …"
+    # seen: "The embedded flash manifest is missing.", "esptool 4.x is needed, and the installed one is …"
     def test_is_one_line_before_the_device_is_touched(self):
         older, tool = self.folder / "older", self.folder / "other" / TOOL
         for folder in (older, tool.parent):
@@ -217,7 +217,7 @@ class Refusal(WithAStandIn):
                 (f"{older}/tools/flash-release is missing; build it: cmake --build {older} --target flash-release",
                  ["--build", older, PORT], {}),
                 ("The embedded flash manifest is missing.", ["--bundle", older, PORT], {}),
-                ("the flashing tool is needed in a version 4.x, not 5.1.0", [PORT], {"env": other_tool}),
+                ("esptool 4.x is needed, and the installed one is 5.1.0", [PORT], {"env": other_tool}),
                 ("cannot write in /nowhere/at", ["--output", "/nowhere/at/all", PORT], {}),
                 (f"{older} already exists and is never overwritten; name another folder with --output",
                  ["--output", older, PORT], {})):
@@ -245,9 +245,9 @@ class Pure(unittest.TestCase):
         compared = difference.compare_with_release(image, changed(2, 3, 0x9000, 0x9001, 0x410000))
         self.assertEqual((compared.is_equal, compared.is_explained), (False, True))
         self.assertEqual(compared.lines, [
-            "equal but for what is explained: the tool rewrote the loader's header (esptool does so from 4.8 on, when "
-            "bytes 2 and 3 of the image are not 02 3f); the release, which the tool starts after the flash, wrote into "
-            "its data",
+            "equal except for explained differences: the tool rewrote the loader's header (esptool does so from 4.8 on, "
+            "when bytes 2 and 3 of the image are not 02 3f); the release, which the tool starts after the flash, wrote "
+            "into its data",
             "  0x000002 to 0x000003, 2 bytes, now fd c0: flash mode, size and frequency in the loader's header",
             '  0x009000 to 0x009001, 2 bytes, now 00 00: the data partition "nvs"',
             f'  0x410000 to 0x410000, 1 byte, now {image[0x410000] ^ 255:02x}: the data partition "assets"'])

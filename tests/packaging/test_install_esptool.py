@@ -25,7 +25,7 @@ INSTALL = ROOT / "packaging/install-esptool"
 
 STUB = "esptool/targets/stub_flasher/stub_flasher_32s3.json"
 LATER_STUB = "esptool/targets/stub_flasher/1/esp32s3.json"
-DOWNLOAD = "the same command without --from, which downloads esptool 4.8.1"
+DOWNLOAD = "run the same command without --from, which downloads esptool 4.8.1"
 APT = "sudo apt install --no-install-recommends"
 NO_STUB = "it lacks the program for the ESP32-S3 (Debian's package does not contain it)"
 NO_REAL_STUB = "esp32s3.json, the program for the ESP32-S3, is damaged or a placeholder"
@@ -167,7 +167,7 @@ class BadCopies(InstallTest):
                 self.assert_refused(f"{self.source}: {fault}", DOWNLOAD, "--from", self.source)
 
     # fault: an archive is cut off, is not an archive, is far too large, or would write outside its folder
-    # seen: "it is damaged, or no .zip, .tar.gz or .whl", "it holds a file for another place, …"
+    # seen: "it is damaged, or it is not a .zip, .tar.gz or .whl file", "a file in it would be written elsewhere, …"
     def test_archives_are_refused_and_write_nothing_outside(self) -> None:
         def archive_of(member: str, size: int) -> Path:
             archive = self.folder / f"with {size} bytes.zip"
@@ -179,10 +179,10 @@ class BadCopies(InstallTest):
         cut = Path(shutil.make_archive(str(self.folder / "cut"), "gztar", self.source))
         cut.write_bytes(cut.read_bytes()[:-300])
         for archive, fault in (
-                (archive_of("../outside", 4), "it holds a file for another place, '../outside'"),
-                (archive_of(str(outside), 5), f"it holds a file for another place, '{outside}'"),
+                (archive_of("../outside", 4), "a file in it would be written elsewhere, '../outside'"),
+                (archive_of(str(outside), 5), f"a file in it would be written elsewhere, '{outside}'"),
                 (archive_of("esptool/zeros", 65 << 20), "it is far too large to be esptool"),
-                *((file, "it is damaged, or no .zip, .tar.gz or .whl") for file in (cut, INSTALL))):
+                *((file, "it is damaged, or it is not a .zip, .tar.gz or .whl file") for file in (cut, INSTALL))):
             with self.subTest(archive.name):
                 self.assert_refused(f"{archive}: {fault}", DOWNLOAD, "--from", archive)
                 self.assertFalse(outside.exists())
@@ -204,7 +204,7 @@ class ToolThatIsThere(InstallTest):
         write(self.target, {"esptool.py": STARTER, LATER_STUB: "made up"})
         old = tree(self.target)
         self.assert_refused(f"the tool in {self.target} cannot be used: {NO_REAL_STUB}",
-                            "the same command with --replace, which keeps that tool under another name")
+                            "run the same command with --replace, which keeps that tool under another name")
         # The first rename moves the old tool away, the second would move the new one into its place.
         strace = ("strace", "-qq", "-o", "/dev/null", "-e", "trace=/^rename", "-e",
                   "inject=/^rename:error=ENOSPC:when=2")
@@ -233,23 +233,24 @@ class NotPossible(InstallTest):
                             f"{APT} python3-pip python3-setuptools python3-serial python3-intelhex", said=not_taken,
                             PYTHONPATH=self.modules)
         (self.modules / "pip.py").unlink()
-        elsewhere = "on another computer, pip download --no-deps esptool==4.8.1, and then here --from with that file"
+        elsewhere = ("run pip download --no-deps esptool==4.8.1 on another computer, then run this command here with "
+                     "--from and that file")
         for said, fault, next_step in [
                 ("ERROR: Could not find a version that satisfies it (from versions: none)",
                  "the Python package index cannot be reached; this computer may be offline", elsewhere),
                 ("ERROR: THESE PACKAGES DO NOT MATCH THE HASHES FROM THE REQUIREMENTS FILE.",
                  "the downloaded file is not the expected esptool 4.8.1 and was not used",
-                 "the same command in another network")]:
+                 "run the same command in another network")]:
             self.assert_refused(fault, next_step, said=f"{not_taken}Downloading esptool 4.8.1...\n", **self.pip(said))
 
     # fault: the source does not exist, the tool's folder cannot be made, or the script runs under sudo
     # seen: "there is no such file or folder", "Not a directory", "with sudo, the tool would go into root's home folder"
     def test_says_in_one_line_why_the_place_or_the_source_is_wrong(self) -> None:
-        self.assert_refused("/nowhere: there is no such file or folder", "--from with the place where it is",
+        self.assert_refused("/nowhere: there is no such file or folder", "run it with --from and the correct path",
                             "--from", "/nowhere")
         if os.geteuid() == 0:
-            self.assert_refused("with sudo, the tool would go into root's home folder", "the same command without sudo",
-                                SUDO_UID="1000")
+            self.assert_refused("with sudo, the tool would go into root's home folder",
+                                "run the same command without sudo", SUDO_UID="1000")
         (self.home / ".platformio").write_text("no folder")
         self.assert_refused(f"{self.home}/.platformio/packages: Not a directory",
                             "fix that, then run the same command again", "--from", self.source)

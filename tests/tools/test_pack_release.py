@@ -64,7 +64,7 @@ UNUSABLE = [  # an image, and what is wrong with it; "…" is more text
     (changed(GOOD, 0x1C, b"\xFF" * 4),
      "The boot loader at 0x0 is cut off: segment 1 at 0x20 needs 4294967295 bytes, but only 65504 are left. …"),
     (changed(GOOD, 0x1000D, b"\x01"),
-     "The application at 0x10000 is built for the chip with id 265, and the id of the ESP32-S3 is 9. …"),
+     "The application at 0x10000 is built for the chip with id 265, but the id of the ESP32-S3 is 9. …"),
     *((changed(GOOD, 1, bytes([count])),
        f"The boot loader at 0x0 has {count} segments according to its header; only 1 to 16 …")
       for count in (0, 17)),
@@ -232,10 +232,10 @@ class Refusing(PackReleaseTest):
         self.assertEqual(self.verified_version(), "2")
 
     # fault: the image is missing, the manifest's name is that of a folder, or the given folder is not a bundle
-    # seen: "open …: No such file or directory", "not an application bundle, it has no Contents folder: …"
+    # seen: "open …: No such file or directory", "not an application bundle, because it has no Contents folder: …"
     def test_a_file_that_cannot_be_read_and_a_folder_that_is_no_bundle(self) -> None:
         command = self.command("2", GOOD)
-        self.assert_refused(f"not an application bundle, it has no Contents folder: {self.root}/no?where",
+        self.assert_refused(f"not an application bundle, because it has no Contents folder: {self.root}/no?where",
                             [*command[:2], self.root / "no\nwhere", *command[3:]])
         (self.resources / MANIFEST).unlink()
         (self.resources / MANIFEST).mkdir()

@@ -26,9 +26,9 @@ TWO_WORDS = re.compile(r"[A-Za-z]\S* +\S*[A-Za-z]")
 NO_MESSAGES = (
     "QELMO Varnox Flasher", "VARNOX  •", "Validating embedded release…", "Boot port", "Flash progress",
     "Reload the newest embedded build", "G0 BOOT MODE  //", "INTERNAL FLASH ONLY  •", "FLASH VERIFIED",
-    "Puts a release, made from", "Exit status: 0 packed", "the application bundle", "the merged image",
+    "Makes a release from a merged image", "Exit status: 0 packed", "the application bundle", "the merged image",
     "name of the firmware", "version of the firmware", "device that the image", "serial speed", "flash clock",
-    "what the chip does next", "words of the flash button", "write without erasing",
+    "what the chip does after flashing", "words of the flash button", "write without erasing",
     "accept an image whose header", "sign the bundle ad hoc", "Sign it   the release was replaced",
     "--force --deep --sign -", "no release", "Signed    ad hoc", "%02X %02X", "cd /; read", "; last read")
 BASH_SENTENCE = re.compile(r'\b(failed|usage) "((?:[^"$]|\$\w+|\$\([^)]*\))*)"')

@@ -1,4 +1,4 @@
-"""Compares two contents of the flash and names the known causes of differences."""
+"""Compares two versions of the flash's contents and names the known causes of differences."""
 
 from __future__ import annotations
 
@@ -54,7 +54,7 @@ def differing_ranges(expected: bytes, found: bytes) -> List[Range]:
 
 
 def loader_digest(image: bytes) -> Optional[Range]:
-    """The range of the digest of the boot loader at the start of the image, if there is one."""
+    """Where the boot loader at the start of the image has its digest, or None if it has none."""
     if len(image) < LOADER_HEADER or image[0] != LOADER_MAGIC or image[DIGEST_FLAG_AT] != 1:
         return None
     at = LOADER_HEADER
@@ -125,4 +125,4 @@ def compare_with_release(expected: bytes, found: bytes) -> Comparison:
                        "image are not 02 3f)")
     if any(cause and "partition" in cause for cause in causes):
         reasons.append("the release, which the tool starts after the flash, wrote into its data")
-    return Comparison(False, True, ["equal but for what is explained: " + "; ".join(reasons)] + lines)
+    return Comparison(False, True, ["equal except for explained differences: " + "; ".join(reasons)] + lines)

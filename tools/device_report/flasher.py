@@ -8,12 +8,12 @@ from typing import Dict, List, NamedTuple, Tuple
 FLASH_SIZE = 8 * 1024 * 1024
 BUNDLE = "QELMO Varnox Flasher.app"
 BAUD = "921600"
-# Here the ROM stores the kind of port that it was loaded through.
+# Here the ROM loader stores through which kind of port it is connected.
 PORT_REGISTER = "0x3FCEF14C"
 # Without these three the tool would rewrite the header of the loader in the backup.
 KEEP = ("--flash_mode", "keep", "--flash_freq", "keep", "--flash_size", "keep")
 
-# Where the builds put the program and the bundle, below the repository.
+# For each kind of build: its build folder and the folder of its bundle, both below the repository.
 BUILDS = (("build", "build"), ("build/macos/tree", "build/macos"))
 
 

@@ -29,7 +29,7 @@ def first(pattern: str, text: str) -> Optional[str]:
 
 
 def chip_facts(output: str) -> Dict[str, Optional[str]]:
-    """From the output of the tool about the chip."""
+    """The facts in the tool's output about the chip."""
     return {"chip": first(r"^Chip is (.*)$", output), "features": first(r"^Features: (.*)$", output),
             "crystal": first(r"^Crystal is (.*)$", output), "flash maker": first(r"^Manufacturer: (.*)$", output),
             "flash device": first(r"^Device: (.*)$", output),
@@ -59,7 +59,7 @@ class Report:
         self._log: List[str] = []
 
     def add_facts(self, facts: Dict[str, Optional[str]]) -> None:
-        self._facts.update({key: value or "not told" for key, value in facts.items()})
+        self._facts.update({key: value or "unknown" for key, value in facts.items()})
 
     def add_step(self, step: Step) -> None:
         self._steps.append(step)

@@ -1,6 +1,6 @@
 // Runs the application's flash job without the window, for tools/device-report. A tool for developers: no
-// package and no bundle contains it. Release, checks, arguments and environment come from the application's
-// own code.
+// package and no bundle contains it. The application's own code loads and checks the release and makes the
+// arguments and the environment of the tool.
 
 #include <unistd.h>
 
@@ -29,7 +29,7 @@ using namespace qelmo;
 constexpr int misuse = 2;
 constexpr const char* usage =
     "usage: flash-release [--check] BUNDLE PORT\n"
-    "Flashes the release of BUNDLE to the device at PORT without asking; --check only says what it would "
+    "Flashes the release of BUNDLE to the device at PORT without asking; --check only prints what it would "
     "use.\n";
 
 void requireBootPort(const LaunchContext& context, const std::string& port) {
@@ -56,8 +56,9 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// Replaces this process with the tool, as the window would run it. Unlike a job of the window, the tool ends
-/// when its caller ends it, because the caller restores the old content of the device afterwards.
+/// Replaces this process with the tool, as the window would run it. Unlike a job that the window starts, the
+/// tool runs in this process, so the caller can end it. The caller restores the old content of the device
+/// afterwards.
 [[noreturn]] void becomeTool(const LaunchContext& context, const FlasherResources& release,
                              const std::string& port) {
     writeToStandardOutput(FlashTexts::startLine(port) + "\n");

@@ -37,7 +37,7 @@ std::string hex(std::size_t value) {
 /// Reads one program of the merged image from its first byte to its last.
 class ProgramReader {
 public:
-    /// `space` begins with the program and ends where the program must end at the latest.
+    /// `space` begins with the program and ends at the last place where the program may end.
     ProgramReader(std::string_view name, std::size_t offset, Bytes space)
         : start_("The " + std::string(name) + " at " + hex(offset)), offset_(offset), space_(space) {}
 
@@ -50,7 +50,7 @@ public:
         const unsigned chipId = littleEndian(header.subspan(chipIdAt, 2));
         if (chipId != chipIdOfEsp32S3)
             refuse(" is built for the chip with id " + std::to_string(chipId) +
-                   ", and the id of the ESP32-S3 is " + std::to_string(chipIdOfEsp32S3) +
+                   ", but the id of the ESP32-S3 is " + std::to_string(chipIdOfEsp32S3) +
                    ". Build it for the ESP32-S3.");
 
         const std::byte checksum = checksumOfSegments(std::to_integer<unsigned>(header[segmentCountAt]));
@@ -112,7 +112,7 @@ private:
     std::size_t position_ = 0;
 };
 
-/// Returns false if there is no table. A table without an MD5 was built like that and is accepted.
+/// Returns false if there is no table. A table may be built without an MD5; such a table is accepted.
 bool hasIntactPartitionTable(Bytes image) {
     constexpr std::size_t rowBytes = 32;
     constexpr std::size_t maximumBytes = 0xC00;

@@ -65,7 +65,8 @@ void declareOptions(CLI::App& app, PackRequest& request) {
         ->check(number)
         ->capture_default_str();
     addChoice("--frequency", request.frequency, flashFrequencies(), "flash clock");
-    addChoice("--after", request.after, {"hard_reset", "soft_reset", "no_reset"}, "what the chip does next");
+    addChoice("--after", request.after, {"hard_reset", "soft_reset", "no_reset"},
+              "what the chip does after flashing");
     addText("--confirmation", request.confirmation,
             "words of the flash button (FLASH and the name in capitals)");
     app.add_flag_callback(
@@ -95,8 +96,8 @@ std::optional<PackRequest> packRequest(std::span<const std::string> arguments) {
 std::string packUsage() {
     PackRequest usual;
     CLI::App app(
-        "Puts a release, made from a merged image, into an application bundle, or replaces the one that is "
-        "there.\n"
+        "Makes a release from a merged image and puts it into an application bundle. A release that is "
+        "already there is replaced.\n"
         "A flasher that is running meanwhile sees the old release or the new one, never a mixture.\n"
         "\n"
         "An image is refused if the application would refuse it or if the chip cannot start it: the chip, "

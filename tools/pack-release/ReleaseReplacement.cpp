@@ -26,7 +26,7 @@ namespace {
 std::string madeResourceFolder(const std::string& bundle) {
     std::string folder = resourceFolder(bundle);
     if (!fs::is_directory(parentFolder(folder)))
-        throw FlasherFailure("not an application bundle, it has no Contents folder: " + bundle);
+        throw FlasherFailure("not an application bundle, because it has no Contents folder: " + bundle);
     if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) throwSystemError(errno, "create", folder);
     return folder;
 }
