@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -99,7 +100,10 @@ int playRandomSequences(const std::string& seed, const std::string& sequences) {
         return EXIT_SUCCESS;
     }
     const Steps failing = lastSequence(process.output);
-    std::printf("It fails with --replay \"%s\". Looking for fewer steps.\n", joined(failing).c_str());
+    const std::string message =
+        process.output.substr(std::min(process.output.find("\n\n"), process.output.size()));
+    std::printf("It fails with --replay \"%s\":%s\nLooking for fewer steps.\n", joined(failing).c_str(),
+                message.c_str());
     std::fflush(stdout);
     const Steps fewest = shortest(failing);
     std::printf("The shortest sequence that fails: --replay \"%s\"\n", joined(fewest).c_str());

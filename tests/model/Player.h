@@ -55,6 +55,7 @@ private:
     void useWindow(const std::string& step);
     void useTool(const std::string& step);
 
+    void linkInterpreter();
     void setBundle(const std::string& state);
     void endTool(const std::string& how);
     void meetTool();
