@@ -12,19 +12,19 @@ class HostGone(Exception):
 
 
 class DevicePort:
-    """For one thread only.  Errors: OSError that names the link, which then does not exist."""
+    """For use by one thread only. Errors: OSError naming the link; the link then does not exist."""
 
     def __init__(self, link: str) -> None:
         self._link = link
         self._master, slave = os.openpty()
         tty.setraw(slave)  # otherwise the line discipline would echo the answers
         os.symlink(os.ttyname(slave), link)
-        os.close(slave)  # an open slave would hide that the host has closed its own
+        os.close(slave)  # while this slave is open, the master cannot see that the host has closed its slave
         self._plugged_in = True
 
     def wait_for_host(self) -> None:
         while self._is_closed_by_host():
-            time.sleep(0.01)  # the master cannot be waited on: it reports "closed" again and again
+            time.sleep(0.01)  # poll would not wait: while no host is connected, it reports the closed end at once
 
     def _is_closed_by_host(self) -> bool:
         poller = select.poll()

@@ -38,7 +38,8 @@ SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
 REFUSED = b"\1\5"
 
-# Fewer than hosts allow. They fit into the pseudo-terminal, so writing them never blocks while the host is writing.
+# Fewer than hosts allow. This many blocks fit into the pseudo-terminal, so writing them never blocks while the host is
+# also writing.
 MOST_BLOCKS_UNDER_WAY = 4
 
 # What a device outside its boot mode sends: text of its firmware, or bytes at another speed.
@@ -82,7 +83,7 @@ class Esp32S3:
         self._content: Optional[bytearray] = None  # what is being read
 
     def answer(self, packet: bytes) -> Iterator[bytes]:
-        """The answers to one packet of the host, framed for the line. Noise gets no answer, as from the ROM."""
+        """The answers to one packet from the host, SLIP-encoded. Like the ROM, it does not answer noise."""
         if packet.startswith(MODEM_LINES) and len(packet) == len(MODEM_LINES) + 1:
             self._follow_modem_lines(packet[-1])
             return
@@ -129,7 +130,8 @@ class Esp32S3:
         return b""
 
     def _sync(self, _body: bytes) -> int:
-        # Hosts synchronise only after a reset. A host that cannot report its modem lines has reset the chip unnoticed.
+        # Hosts synchronise only after a reset. If the host cannot report its modem lines, the chip has not noticed that
+        # reset.
         if self._stub_runs:
             self.reset()
         if not self._synced:
@@ -224,7 +226,8 @@ class Esp32S3:
         return b""
 
     def _send_read(self, received: int) -> Iterator[bytes]:
-        """What may be sent now: blocks, of which only a few are outstanding, and finally the digest of all."""
+        """What may be sent now: more blocks, as long as only a few are unacknowledged, and finally the digest of the
+        whole content."""
         content = self._content
         while self._sent < len(content) and self._sent - received < MOST_BLOCKS_UNDER_WAY * self._block_size:
             block = bytes(content[self._sent:self._sent + self._block_size])

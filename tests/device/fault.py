@@ -1,4 +1,4 @@
-"""The only fault of the device."""
+"""The fault that the simulated device has; it has at most one."""
 
 from typing import Callable, Optional
 

@@ -19,14 +19,16 @@ FLASH_SIZE = 8 * 1024 * 1024
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=__doc__, allow_abbrev=False)
     parser.add_argument("--port", required=True, metavar="PATH", help="link to make, e.g. /dev/cu.usbmodem101")
-    parser.add_argument("--flash-dump", required=True, metavar="FILE", help="the flash after every session")
+    parser.add_argument("--flash-dump", required=True, metavar="FILE",
+                        help="file to which the flash is written after every session")
     parser.add_argument("--fault", type=fault.Fault, default="", metavar="KIND[@PERCENT]",
                         help=", ".join(fault.AT_ONCE + fault.DURING_A_WRITE)
-                        + "; from unplugged on at a percentage of what is written (50)")
+                        + "; the last three strike when PERCENT of the data has been written (default: 50)")
     parser.add_argument("--bytes-per-second", type=float, metavar="N", help="speed of the line from the host")
-    parser.add_argument("--event-log", default="/dev/stdout", metavar="FILE", help="one line for each event")
+    parser.add_argument("--event-log", default="/dev/stdout", metavar="FILE",
+                        help="file for one line per event (default: standard output)")
     parser.add_argument("--initial-flash", type=argparse.FileType("rb"), metavar="FILE",
-                        help="what the flash holds at first (zeros)")
+                        help="the initial content of the flash (default: zeros)")
     return parser.parse_args()
 
 
@@ -46,7 +48,7 @@ class SimulatedCardputer:
         beside.replace(self._arguments.flash_dump)
 
     def serve(self) -> None:
-        """Serves one host after another. Returns only when the device was unplugged."""
+        """Serves one host after another. Returns only when the device has been unplugged."""
         while True:
             self.port.wait_for_host()
             self._log("opened")

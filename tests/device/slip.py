@@ -11,8 +11,8 @@ def encode(packet: bytes) -> bytes:
 
 
 class Decoder:
-    """Splits a byte stream into frames. What a dying host left unfinished becomes a frame of its own, which the
-    receiver recognises by its length."""
+    """Splits a byte stream into frames. If a host ends in the middle of a packet, the unfinished part becomes a frame
+    of its own. The receiver recognises such a frame by its length."""
 
     def __init__(self) -> None:
         self._pending = bytearray()

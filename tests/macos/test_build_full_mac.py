@@ -167,7 +167,7 @@ FAULTS: list[tuple[Fault, str, str, str]] = [  # and the step that fails, what i
     ("plugin", "Qt in the bundle", "macdeployqt left out Qt's plugin for macOS: ERROR: Cannot resolve rpath",
      WITHOUT_QT),
     (without(f"what macdeployqt adds/Frameworks/{mach_o_files.in_framework('QtCore')}"), "Qt in the bundle",
-     "settle-bundle: …/QtCore is not there, or no Mach-O file", WITHOUT_QT),
+     "settle-bundle: …/QtCore is missing or is not a Mach-O file", WITHOUT_QT),
     ("sign", "Signature", "detritus not allowed", LOG),
     ("verify", "Signature", "the signature is not valid: a sealed resource is missing or invalid", LOG),
     ("self-test --self-test", "Self-test", "self-test failed: this is why", LOG),

@@ -193,7 +193,7 @@ class Failing(OnAMac):
         (self.mac.work / "build.log").write_text("of an earlier run")
         facts = self.facts("build")
         self.assertEqual(facts["Build command"], "failed, status 1: Homebrew packages: failed, missing: qtbase")
-        self.assertEqual(facts["Application"], "failed, the build left none; an older one is not looked at")
+        self.assertEqual(facts["Application"], "failed, the build produced none; an older one is not examined")
         self.assertEqual((facts["Self-test"], facts["Picture ready"]), ("not tried, there is no application",) * 2)
         self.assertNotIn("of an earlier run", self.mac.text())
 

@@ -120,7 +120,7 @@ class SettleBundle(unittest.TestCase):
             write(self.core, raw)
             self.assert_refused(f".*/QtCore: {reason}")
         self.core.unlink()
-        self.assert_refused(".*/QtCore is not there, or no Mach-O file")
+        self.assert_refused(".*/QtCore is missing or is not a Mach-O file")
 
 
 if __name__ == "__main__":

@@ -21,7 +21,8 @@ def limit(kind: int, value: int) -> dict:
 
 
 def run(*command: object, **options) -> subprocess.CompletedProcess:
-    """Runs the command. Its output is text, in which invalid bytes can be compared with file names."""
+    """Runs the command. Its output is text. Invalid bytes in it are decoded as in file names, so the two can be
+    compared."""
     given = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True,
              "errors": "surrogateescape", "timeout": LIMIT_SECONDS}
     return subprocess.run(list(map(str, command)), check=False, **{**given, **options})

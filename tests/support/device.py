@@ -1,4 +1,4 @@
-"""The simulated Cardputer, in a /dev without real ones."""
+"""The simulated Cardputer, in a /dev that contains no real device."""
 
 from __future__ import annotations
 

@@ -26,7 +26,7 @@ def role_of(view: Atspi.Accessible) -> str:
 
 
 class FlasherWindow:
-    """One run of the application. Use it in a with statement; the program has ended after it."""
+    """One run of the application. Use it in a with statement, whose end also ends the program."""
 
     def __init__(self, program: Path, home: Path, output: Path, prefix: Sequence[str | Path] = ()) -> None:
         """`prefix` is a command that runs the program. The program's output goes to `output`."""
@@ -140,7 +140,7 @@ class FlasherWindow:
         return found
 
     def _place_at_rest(self, title: str) -> Atspi.Rect | None:
-        """Where an enabled button is, once its window has the focus and a window manager has placed it."""
+        """The place of an enabled button, or None until its window has the focus and does not move any more."""
         def place() -> Atspi.Rect | None:
             button = self._enabled_button(title)
             return (Atspi.Component.get_extents(button, Atspi.CoordType.SCREEN)

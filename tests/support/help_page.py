@@ -1,4 +1,5 @@
-"""The sentences that docs/troubleshooting.md quotes, one per line of a block. The line above a block names their source.
+"""The messages that docs/troubleshooting.md quotes in blocks, one message per line. The line above each block names the
+source of the messages.
 
 "(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" means every supported version."""
 
@@ -41,7 +42,7 @@ def versions_of(mark: str) -> Optional[tuple[Version, Version]]:
     if mark == "not tried":
         return None
     if not (seen := SEEN.fullmatch(mark)):
-        raise ValueError(f"a sentence of the tool is either seen or not tried, and not ({mark})")
+        raise ValueError(f"the mark of a tool's message must be (seen...) or (not tried), not ({mark})")
     first = seen["first"] or "4.5"
     return numbers(first), numbers(seen["last"] or seen["first"] or "4.12")
 

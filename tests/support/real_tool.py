@@ -24,7 +24,7 @@ NO_PORT = {(4, 0): "Could not open {}, the port doesn't exist",
            (4, 7): "Could not open {}, the port is busy or doesn't exist."}
 MODULES = {(4, 0): ["serial"], (4, 7): ["serial", "intelhex"], (5, 0): ["rich_click"]}
 LOCKS_THE_PORT = {(4, 0): False, (4, 8): True}
-VERIFIES_TWICE = {(4, 0): True, (4, 9): False}  # with --verify, and names the image the second time
+VERIFIES_TWICE = {(4, 0): True, (4, 9): False}  # with --verify; the second time it also prints the name of the image
 
 
 def install_tool(home: Path) -> None:
@@ -56,12 +56,12 @@ def of_the_tool(values: dict):
 
 
 def load_tests(_loader, tests, _pattern) -> unittest.TestSuite:
-    """unittest calls this for a script that imports it. Version 5 refuses every job, so only the tests with version_5
-    in their names run with it, and they run with no other version."""
+    """unittest calls this for a script that imports it. Version 5 refuses every job. With version 5 only the tests with
+    version_5 in their names run; with other versions only the rest run."""
     folder = os.environ.get("QELMO_ESPTOOL")
     is_5 = bool(folder) and version_in(folder)[0] == 5
     chosen = [test for of_a_class in tests for test in of_a_class if ("version_5" in test.id()) == is_5]
     if not chosen:
-        print("no test here is for a tool of version 5")
+        print("no test in this script is for version 5 of the tool")
         sys.exit(CANNOT_RUN_HERE)
     return unittest.TestSuite(chosen)

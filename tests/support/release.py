@@ -1,4 +1,4 @@
-"""A right release in its own bundle, with a stand-in for the tool in a home folder."""
+"""A valid release in its own bundle, and a home folder with a stand-in for the tool."""
 
 from __future__ import annotations
 
@@ -12,7 +12,8 @@ from support.child import run
 from support.release_cases import image_of, manifest_of
 
 class Installation:
-    """The built program in a bundle with a right release, and a home with a tool. Any of it may be changed."""
+    """The built program in a bundle with a valid release, and a home folder with a tool. Tests may change any of
+    them."""
 
     def __init__(self, bundle: Path, has_window: bool) -> None:
         self.program, self.resources = bundle / PROGRAM, bundle / RESOURCES
@@ -32,7 +33,8 @@ class Installation:
         self.write_manifest()
 
     def write_manifest(self, **changed: object) -> None:
-        """Writes a right manifest with these values changed. Their names are paths, as in the table of cases."""
+        """Writes a valid manifest with these values changed. Each keyword is the path of a field, as in
+        release-cases.json."""
         self.manifest_file.write_bytes(manifest_of({"manifest": changed}))
 
     def run(self, *arguments: str, prefix: tuple = (), **options) -> subprocess.CompletedProcess:

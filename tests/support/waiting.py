@@ -10,7 +10,7 @@ LIMIT_SECONDS = 60
 
 
 def wait_until(condition: Callable[[], object], what: str, seconds: float = LIMIT_SECONDS):
-    """Returns what the condition returns, as soon as that is true."""
+    """Calls the condition until its result is true, then returns the result."""
     deadline = time.monotonic() + seconds
     while not (result := condition()):
         if time.monotonic() > deadline:

@@ -1,4 +1,5 @@
-"""Reads Mach-O files: for each architecture the system it is for, its own name, its libraries and its run paths.
+"""Reads Mach-O files. For each architecture it returns the oldest macOS, the file's own name, the libraries that it
+loads, and its run paths.
 
 Runs with Python 3.9, which Apple's command line tools have.
 """
@@ -59,7 +60,7 @@ def text_of(command: bytes) -> str:
 def image(raw: bytes) -> Image:
     magic, cpu, _, file_type, count = struct.unpack_from("<5I", raw)
     if magic != ONE:
-        raise MachOError("an architecture in it is no 64-bit one of little endian")
+        raise MachOError("it contains an architecture that is not 64-bit little-endian")
     minimum, name, libraries, run_paths = "", "", [], []
     for kind, command in load_commands(raw, count):
         if kind == LC_BUILD_VERSION:
