@@ -7,8 +7,8 @@ class QWidget;
 
 namespace qelmo {
 
-/// A modal alert. Its texts are shown as plain text. Text that would make it larger than the screen is cut
-/// and ends in "…".
+/// A modal alert. Its texts are shown as plain text. A message of more than four lines is cut, and so is an
+/// informative text that would make the alert higher than the screen. Cut text ends in "…".
 struct Alert {
     enum class Style { informational, critical };
 

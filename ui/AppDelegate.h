@@ -107,7 +107,7 @@ private:
     const std::shared_ptr<MainQueue> mainQueue_;
     const WindowCheck windowCheck_;
     WindowState state_;
-    /// True while an alert is open. The flash button does nothing then: an assistive tool can still press it.
+    /// While it is true, `flashDevice` does nothing: an assistive tool can still press its button.
     bool alertIsOpen_ = false;
     /// The control that had the keyboard focus when the job started, or null.
     QWidget* focusBeforeJob_ = nullptr;

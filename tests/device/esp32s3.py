@@ -38,8 +38,7 @@ SYNC_ANSWERS = 8
 STUB_GREETING = b"OHAI"
 REFUSED = b"\1\5"
 
-# Fewer than hosts allow. This many blocks fit into the pseudo-terminal, so writing them never blocks while the host is
-# also writing.
+# Fewer than hosts allow: this many fit into the pseudo-terminal, so writing them never waits for a host that writes.
 MOST_BLOCKS_UNDER_WAY = 4
 
 # What a device outside its boot mode sends: text of its firmware, or bytes at another speed.
@@ -226,8 +225,7 @@ class Esp32S3:
         return b""
 
     def _send_read(self, received: int) -> Iterator[bytes]:
-        """What may be sent now: more blocks, as long as only a few are unacknowledged, and finally the digest of the
-        whole content."""
+        """What may be sent now: blocks, while only a few are unacknowledged, and finally the digest of everything."""
         content = self._content
         while self._sent < len(content) and self._sent - received < MOST_BLOCKS_UNDER_WAY * self._block_size:
             block = bytes(content[self._sent:self._sent + self._block_size])

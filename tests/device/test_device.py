@@ -74,7 +74,7 @@ class Faults(ToolTest):
             yield f"bit-error@{percent}", 2, "MD5 of file does not match data in flash!", bytes(wrong)
 
     # fault: the device never answers, is not in its boot mode, or is another chip; during the erase, or at 0, 1, 50 or
-    #     99 % of the write, it is unplugged, stops answering or keeps a wrong bit; the port is missing, denied, busy or
+    #     99 % of the write, it is unplugged, stops answering or stores a wrong bit; the port is missing, denied, busy or
     #     not a serial port; the tool lacks a module; the image is for another chip
     # seen: "No serial data received.", "Wrong --chip argument?", "A serial exception error occurred"
     def test_every_one_ends_the_job_with_the_words_of_the_help_page(self):

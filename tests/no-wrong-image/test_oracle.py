@@ -120,11 +120,11 @@ class TwoJudges(unittest.TestCase):
             self.assertTrue(says(verdict, sentence), f"{json.dumps(case)}\nexpected: {sentence}\nfound:    {verdict}")
             self.assertLess(len(verdict.encode()), LONGEST_VERDICT)
 
-    # fault: a release is wrong in one way of tests/release/release-cases.json, which has the message
+    # fault: a release has one of the faults in tests/release/release-cases.json, which also has the message
     def test_give_each_case_of_the_table_its_sentence(self) -> None:
         self.check_sentences(CASES, [case["sentence"] or "OK …" for case in CASES])
 
-    # fault: a release is wrong in two ways of tests/release/release-cases.json
+    # fault: a release has two of the faults in tests/release/release-cases.json
     def test_name_the_fault_that_comes_first_in_the_table(self) -> None:
         pairs = [(first, second) for first, second in zip(CASES, CASES[1:]) if are_of_different_checks(first, second)]
         self.check_sentences([both_of(*pair) for pair in pairs], [first["sentence"] for first, _ in pairs])

@@ -145,7 +145,7 @@ class GoodCopies(InstallTest):
 
 
 class BadCopies(InstallTest):
-    # fault: a copy of esptool with which the window could not flash, or no copy at all
+    # fault: the source is a copy of esptool that the window cannot flash with, or is no copy of esptool
     # seen: "it is esptool 5.3.1, and the flasher needs a 4.x", "it lacks the program for the ESP32-S3"
     def test_are_refused_before_anything_is_changed(self) -> None:
         # A file gets other content. A file without content is removed.

@@ -27,7 +27,7 @@ public:
     [[nodiscard]] const std::string& text() const { return text_; }
 
 private:
-    // The order differs from the one in which the keys are decoded.
+    // The order differs from the one in which the keys are decoded, so that no test relies on it.
     std::string text_ = R"({
 "flash": {
 "after": "hard_reset",

@@ -20,8 +20,7 @@ struct ProcessResources {
     std::size_t descriptors;
 
     [[nodiscard]] static ProcessResources now() {
-        // A sanitizer starts a thread of its own when the program starts its first thread, so one thread runs
-        // before anything is counted.
+        // A sanitizer starts its own thread with the program's first, so one thread runs before the count.
         [[maybe_unused]] static const bool firstThreadHasRun = runOneThread();
 #ifdef __APPLE__
         proc_taskinfo task{};

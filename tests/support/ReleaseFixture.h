@@ -40,6 +40,7 @@ public:
 
     void writeManifest(std::string_view text) const { writeTestFile(manifestFile(), text); }
 
+    /// Loads the release from the files as they are.
     [[nodiscard]] FlasherResources loadFiles() const { return FlasherResources::load(bundle(), home()); }
 
     /// Writes the manifest as it is now and loads the release.

@@ -11,7 +11,8 @@
 
 namespace qelmo {
 
-/// A folder for one test. The destructor removes it with everything in it. Other users may list it.
+/// A folder for one test. The destructor removes it with everything in it. Other users
+/// may list it, because some tests continue as another user.
 class TemporaryFolder {
 public:
     TemporaryFolder() : path_(std::filesystem::temp_directory_path() / "qelmo-test-XXXXXX") {

@@ -21,8 +21,7 @@ def limit(kind: int, value: int) -> dict:
 
 
 def run(*command: object, **options) -> subprocess.CompletedProcess:
-    """Runs the command. Its output is text. Invalid bytes in it are decoded as in file names, so the two can be
-    compared."""
+    """Runs the command. Its output is text, in which invalid bytes are decoded as in file names."""
     given = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True,
              "errors": "surrogateescape", "timeout": LIMIT_SECONDS}
     return subprocess.run(list(map(str, command)), check=False, **{**given, **options})

@@ -1,5 +1,4 @@
-"""The messages that docs/troubleshooting.md quotes in blocks, one message per line. The line above each block names the
-source of the messages.
+"""The messages that docs/troubleshooting.md quotes in blocks, one per line. The line above a block names their source.
 
 "(seen, 4.7 to 4.12)" names the versions of esptool that print a block; "(seen)" means every supported version."""
 

@@ -12,8 +12,7 @@ from support.child import run
 from support.release_cases import image_of, manifest_of
 
 class Installation:
-    """The built program in a bundle with a valid release, and a home folder with a tool. Tests may change any of
-    them."""
+    """The built program in a bundle with a valid release, and a home folder with a tool. Tests may change both."""
 
     def __init__(self, bundle: Path, has_window: bool) -> None:
         self.program, self.resources = bundle / PROGRAM, bundle / RESOURCES
@@ -33,8 +32,7 @@ class Installation:
         self.write_manifest()
 
     def write_manifest(self, **changed: object) -> None:
-        """Writes a valid manifest with these values changed. Each keyword is the path of a field, as in
-        release-cases.json."""
+        """Writes a valid manifest with these values changed. Each keyword is the path of a field."""
         self.manifest_file.write_bytes(manifest_of({"manifest": changed}))
 
     def run(self, *arguments: str, prefix: tuple = (), **options) -> subprocess.CompletedProcess:

@@ -76,7 +76,7 @@ TEST_F(Log, ScrollsToItsEndAfterEveryTextAndKeepsAllOfIt) {
     EXPECT_TRUE(delegate->logTextView->viewport()->rect().contains(lastLine.center()));
 }
 
-// fault: a text without line feeds is so long, or has such characters, that its layout takes minutes
+// fault: the layout of a text without line feeds would take minutes, because of its length or its characters
 TEST_F(Log, SplitsALongLineIntoParagraphsForLayout) {
     for (const std::string& text :
          {std::string(1'000'000, 'x'), repeated(QStringLiteral("\u0301"), 300'000),

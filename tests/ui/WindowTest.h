@@ -34,7 +34,7 @@ template <typename Condition>
         holds = holds || condition();
         if (holds || limit.hasExpired()) loop.quit();
     };
-    // Most conditions are reached by an event; what another process or thread does wakes nobody.
+    // Most conditions become true through an event, the others through another process or thread.
     QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::aboutToBlock, &loop,
                      check);
     QObject::connect(&look, &QTimer::timeout, &loop, check);

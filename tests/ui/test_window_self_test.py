@@ -69,7 +69,7 @@ class SelfTestReport(WindowedProcess):
         self.app.manifest_file.write_text("{}")
         self.assert_reported(self.self_test(), 1, WITHOUT_RELEASE)
 
-    # fault: the name of the bundle's folder is one that the loader replaces in a path
+    # fault: the name of the bundle's folder contains a token that the loader expands in a path, such as $ORIGIN
     def test_the_bundle_may_be_in_a_folder_of_any_name(self) -> None:
         (self.folder / "decoys").mkdir()
         (self.folder / "decoys/libQelmoWindow.so").write_bytes(b"no library")
