@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/LaunchContext.h"
@@ -29,9 +30,11 @@ template <typename Condition>
     QEventLoop loop;
     QTimer look;
     const QDeadlineTimer limit(waitingLimit);
-    bool holds = false;
+    bool holds = false, isChecking = false;
     const auto check = [&] {
+        if (std::exchange(isChecking, true)) return;  // a condition may run the event loop itself
         holds = holds || condition();
+        isChecking = false;
         if (holds || limit.hasExpired()) loop.quit();
     };
     // Most conditions become true through an event, the others through another process or thread.
