@@ -26,8 +26,7 @@ struct ToolProcessHandlers {
                                                              ToolProcessHandlers handlers);
 
 /// The text of one chunk as the log shows it. Ill-formed UTF-8 becomes U+FFFD; each chunk is decoded on its
-/// own. Every carriage return becomes a line feed, so each time the tool redraws a line, the log gets a new
-/// one.
+/// own. Every carriage return becomes a line feed, so the log gets a new line each time a line is redrawn.
 [[nodiscard]] std::string logTextOfChunk(std::string_view bytes);
 
 }  // namespace qelmo

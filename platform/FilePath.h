@@ -5,9 +5,8 @@
 
 namespace qelmo {
 
-/// Joins `folder` and `component` as text, with one "/" between them. Nothing is resolved, so the result is
-/// below `folder` even if the component is absolute or empty. Paths are bytes and are decoded only for
-/// display.
+/// Joins `folder` and `component` as text with one "/". Nothing is resolved, so the result is below `folder`
+/// even if the component is absolute or empty. Paths are bytes and are decoded only for display.
 [[nodiscard]] std::string joinedPath(std::string_view folder, std::string_view component);
 
 /// The path up to, but not including, its last "/" ("/" for an entry of the root folder, "." for a bare

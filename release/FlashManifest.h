@@ -80,7 +80,7 @@ template <typename Record>
     return Record::keyTexts.at(static_cast<std::size_t>(key));
 }
 
-/// The key whose text is exactly `text`, or nothing. A call with a number does not compile.
+/// The key whose text is exactly `text`, or nothing. Keys have no numbers.
 template <typename Record>
 [[nodiscard]] constexpr std::optional<typename Record::CodingKeys> codingKey(std::string_view text) {
     const auto found = std::find(Record::keyTexts.begin(), Record::keyTexts.end(), text);

@@ -22,7 +22,8 @@ struct PreviousRelease {
                                                         const PreviousRelease& previous);
 
 /// The flash button's title: "FLASH VERIFIED", followed by the manifest's `confirmationText`. White space at
-/// both ends of the text is removed first, then a leading "FLASH ", but only if it is in upper case.
+/// both ends of the text is removed first, then a leading "FLASH ", but only if it is in upper case. The text
+/// "FLASH" alone adds nothing.
 [[nodiscard]] std::string verifiedFlashButtonTitle(const FlashManifest& manifest);
 
 }  // namespace qelmo

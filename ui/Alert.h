@@ -22,7 +22,7 @@ struct Alert {
     std::vector<std::string> buttons;
 
     /// Shows the alert over `window` and waits for the answer. Returns the response of the pressed button, or
-    /// 0 if the alert was closed without pressing a button. The event loop keeps running meanwhile.
+    /// 0 if the alert was closed in another way. The event loop keeps running meanwhile.
     [[nodiscard]] int runModal(QWidget* window) const;
 };
 

@@ -107,7 +107,7 @@ private:
     const std::shared_ptr<MainQueue> mainQueue_;
     const WindowCheck windowCheck_;
     WindowState state_;
-    /// While it is true, `flashDevice` does nothing: an assistive tool can still press its button.
+    /// True while an alert is open: the flash button then does nothing, even if an assistive tool presses it.
     bool alertIsOpen_ = false;
     /// The control that had the keyboard focus when the job started, or null.
     QWidget* focusBeforeJob_ = nullptr;

@@ -11,8 +11,8 @@
 
 namespace qelmo {
 
-/// A second version of the delegate, without a toolkit, threads or child processes. It models the order in
-/// which pure functions are applied, the order of the log's text, and which alert opens.
+/// A second version of the delegate, without a toolkit, threads or child processes. It models which pure
+/// functions are applied and in which order, the order of the log's text, and which alert opens.
 class WindowModel {
 public:
     explicit WindowModel(const LaunchContext& context) : context_(context) {}

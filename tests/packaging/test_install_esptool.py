@@ -240,7 +240,7 @@ class NotPossible(InstallTest):
                  "the Python package index cannot be reached; this computer may be offline", elsewhere),
                 ("ERROR: THESE PACKAGES DO NOT MATCH THE HASHES FROM THE REQUIREMENTS FILE.",
                  "the downloaded file is not the expected esptool 4.8.1 and was not used",
-                 "run the same command in another network")]:
+                 "run the same command on another network")]:
             self.assert_refused(fault, next_step, said=f"{not_taken}Downloading esptool 4.8.1...\n", **self.pip(said))
 
     # fault: the source does not exist, the tool's folder cannot be made, or the script runs under sudo

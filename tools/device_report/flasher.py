@@ -13,7 +13,7 @@ PORT_REGISTER = "0x3FCEF14C"
 # Without these three the tool would rewrite the header of the loader in the backup.
 KEEP = ("--flash_mode", "keep", "--flash_freq", "keep", "--flash_size", "keep")
 
-# For each kind of build: its build folder and the folder of its bundle, both below the repository.
+# For each kind of build: its build folder and the folder that contains its bundle, both below the repository.
 BUILDS = (("build", "build"), ("build/macos/tree", "build/macos"))
 
 

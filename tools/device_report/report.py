@@ -29,7 +29,7 @@ def first(pattern: str, text: str) -> Optional[str]:
 
 
 def chip_facts(output: str) -> Dict[str, Optional[str]]:
-    """The facts in the tool's output about the chip."""
+    """The facts about the chip in the output of the tool."""
     return {"chip": first(r"^Chip is (.*)$", output), "features": first(r"^Features: (.*)$", output),
             "crystal": first(r"^Crystal is (.*)$", output), "flash maker": first(r"^Manufacturer: (.*)$", output),
             "flash device": first(r"^Device: (.*)$", output),

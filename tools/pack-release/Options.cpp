@@ -96,8 +96,8 @@ std::optional<PackRequest> packRequest(std::span<const std::string> arguments) {
 std::string packUsage() {
     PackRequest usual;
     CLI::App app(
-        "Makes a release from a merged image and puts it into an application bundle. A release that is "
-        "already there is replaced.\n"
+        "Makes a release from a merged image and puts it into an application bundle.\n"
+        "A release that is already there is replaced.\n"
         "A flasher that is running meanwhile sees the old release or the new one, never a mixture.\n"
         "\n"
         "An image is refused if the application would refuse it or if the chip cannot start it: the chip, "
