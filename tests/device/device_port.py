@@ -12,7 +12,7 @@ class HostGone(Exception):
 
 
 class DevicePort:
-    """For use by one thread only. Errors: OSError naming the link; the link then does not exist."""
+    """For use by one thread only. Errors: OSError if the terminal or the link cannot be created."""
 
     def __init__(self, link: str) -> None:
         self._link = link
@@ -24,7 +24,7 @@ class DevicePort:
 
     def wait_for_host(self) -> None:
         while self._is_closed_by_host():
-            time.sleep(0.01)  # poll would not wait: while no host is connected, it reports the closed end at once
+            time.sleep(0.01)  # poll cannot wait here: without a host, it reports the closed end at once every time
 
     def _is_closed_by_host(self) -> bool:
         poller = select.poll()

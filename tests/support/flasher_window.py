@@ -140,7 +140,7 @@ class FlasherWindow:
         return found
 
     def _place_at_rest(self, title: str) -> Atspi.Rect | None:
-        """The place of an enabled button, or None until its window has the focus and does not move any more."""
+        """The place of an enabled button, or None until its window is active and the button has stopped moving."""
         def place() -> Atspi.Rect | None:
             button = self._enabled_button(title)
             return (Atspi.Component.get_extents(button, Atspi.CoordType.SCREEN)

@@ -4,9 +4,9 @@
 # Each line of FILE is KIND, REPLACEMENT and TEXT, with tabs between them. The kind says where the text is replaced:
 #   path    unless a longer file name continues it
 #   word    unless a letter, digit or underscore is next to it
-#   folder  only where it is the name of a folder directly in /Users/ or /home/, because a user may be called "a"
-# Case is ignored. If a line begins with the control character 2, the report script wrote the text up to the next one.
-# That text is printed unchanged.
+#   folder  only directly after /Users/ or /home/, because a user may be called "a"
+# Case is ignored. If a line begins with the control character 2, the text up to the next control character 2 was
+# written by the report script. It is printed unchanged.
 
 BEGIN {
     while ((getline name < names) > 0) add(name)
