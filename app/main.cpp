@@ -15,7 +15,7 @@ namespace qelmo {
 namespace {
 
 /// Loads the window library of the bundle and runs the window until the user quits. Returns the exit status:
-/// 1, after one sentence on standard error, if the library, Qt or a display is missing.
+/// 1, after one line on standard error, if the library, Qt or a display is missing.
 int runWindowedStart(const LaunchContext& context) {
     // Loaded by name through the program's run path: in a full path the loader would expand "$ORIGIN" and the
     // like, which the name of a folder may contain. Never unloaded, because background threads may still run

@@ -8,8 +8,8 @@ set(QELMO_NOT_ON_MACOS
     "tests/fuzz/targets/FuzzBootableImage.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"
-    "tests/platform/ChildProcessOnLinuxTest.cpp: becomes the reaper of orphans with Linux's prctl"
-    "tests/ui/MacIconTest.cpp: tries the Mac's source on Linux; on macOS the other tests of the window do"
+    "tests/platform/ChildProcessOnLinuxTest.cpp: uses Linux's prctl to become the parent of orphaned processes"
+    "tests/ui/MacIconTest.cpp: tests the Mac's source on Linux; on macOS the other tests of the window test it"
     "tools/pack-release/Md5OpenSsl.cpp: CommonCrypto computes digests there"
     "ui/DesktopLookLinux.cpp: ui/DesktopLookMac.cpp takes its place")
 

@@ -23,8 +23,8 @@ namespace qelmo {
 ///
 /// Threads: call everything on one thread, unless an operation says otherwise. The object keeps itself alive
 ///          until the termination handler returns.
-/// Errors:  if `launch` fails, it throws std::system_error naming the executable, and the child does not run.
-///          Nothing throws after `launch`.
+/// Errors:  if `launch` fails, it throws std::system_error naming the executable or /bin/sh, and the child
+///          does not run. Nothing throws after `launch`.
 class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
 public:
     /// Called on the reader thread, one call at a time, with the bytes of one read.

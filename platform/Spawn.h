@@ -10,7 +10,7 @@
 
 namespace qelmo {
 
-/// A pipe whose ends are closed in every child.
+/// A pipe. A child gets an end of it only as one of its standard streams.
 struct Pipe {
     FileDescriptor reading;
     FileDescriptor writing;

@@ -12,7 +12,7 @@
 
 namespace qelmo {
 
-/// The decoder's error: one line that names the key with its path, or the position of the JSON fault.
+/// The decoder's error: one line that names the key with its path, or says why the text is not a manifest.
 class ManifestDecodingError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -80,7 +80,7 @@ template <typename Record>
     return Record::keyTexts.at(static_cast<std::size_t>(key));
 }
 
-/// The key whose text is exactly `text`, or nothing. Keys have no numbers.
+/// The key whose text is exactly `text`, or nothing.
 template <typename Record>
 [[nodiscard]] constexpr std::optional<typename Record::CodingKeys> codingKey(std::string_view text) {
     const auto found = std::find(Record::keyTexts.begin(), Record::keyTexts.end(), text);

@@ -11,8 +11,8 @@ namespace qelmo {
 /// only its dark scheme is requested.
 void applyDarkControls(QApplication& application);
 
-/// Makes the ICNS file at `path` the icon of the application, or the built-in icon if there is no readable
-/// file. Call it before the first window is created. Does nothing on macOS.
+/// Sets the icon of the application: the ICNS file at `path`, or the built-in icon if that file cannot be
+/// read. Call it before the first window is created. Does nothing on macOS.
 void setApplicationIcon(const std::optional<std::string>& path);
 
 /// Whether the application has an icon.
