@@ -191,7 +191,7 @@ class Bench:
                   [job["longest_gap_ms"] for job in jobs], mark=50, unit=" ms")
         yield Row("7b", "paints of the log a second meanwhile", "—",
                   [job["paints_per_second"] for job in jobs], mark=15, at_least=True, unit=" /s")
-        yield self.tenths("8b", "CPU time of its last tenth", jobs, None)
+        yield self.tenths("8b", "CPU time of the last tenth of that job", jobs, None)
 
     def jobs(self) -> Iterator[Row]:
         home = self.home_with_tool_that_prints(LINES_OF_A_JOB, pause=0.05)

@@ -60,7 +60,7 @@ public:
 
     /// The last validated release. Empty before the first validation and after a failed one.
     std::optional<FlasherResources> resources;
-    /// The running tool. Set exactly while a flash job runs; there is no other busy flag.
+    /// The running tool. Set exactly while a flash job runs: operations test it to learn whether one runs.
     std::shared_ptr<ChildProcess> flashProcess;
     /// The boot ports found last, in the order of the port menu's items.
     std::vector<std::string> ports;

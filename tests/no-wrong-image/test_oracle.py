@@ -129,7 +129,7 @@ class TwoJudges(unittest.TestCase):
         pairs = [(first, second) for first, second in zip(CASES, CASES[1:]) if are_of_different_checks(first, second)]
         self.check_sentences([both_of(*pair) for pair in pairs], [first["sentence"] for first, _ in pairs])
 
-    # fault: a release is wrong in several random ways, including one byte of its image or of its manifest
+    # fault: a release is changed at random, for example in one byte of its image or of its manifest
     def test_agree_on_every_random_release(self) -> None:
         rng = random.Random(ARGUMENTS.seed)
         seen: collections.Counter = collections.Counter()

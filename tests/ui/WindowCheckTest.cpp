@@ -109,7 +109,7 @@ TEST_F(WindowCheck, ComesAQuarterOfASecondAfterTheStartAndOnlyWithItsArgument) {
     }
 }
 
-// fault: the window is gone before the window self-test checks it
+// fault: the delegate is gone while the event loop runs, before the window self-test checks the window
 // seen: "window_self_test=FAILED delegate released"
 TEST_F(WindowCheck, SaysThatTheDelegateIsGoneAndWritesNoReport) {
     context.arguments = {"QelmoFlasher", "--window-self-test"};
