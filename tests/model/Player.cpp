@@ -301,12 +301,10 @@ void Player::endTool(const std::string& how) {
         return delegate == nullptr || delegate->flashProcess == nullptr;
     };
     if (!waitUntil(hasEnded)) fail("the job has not ended");
-    // The job's threads have posted everything, and all of it has run.
-    if (!waitUntil([this] {
-            const ProcessResources used = ProcessResources::now();
-            return used.threads <= beforeJob_->threads && used.descriptors <= beforeJob_->descriptors;
-        }))
-        fail("threads or descriptors of the job are left");
+    // The job's threads have posted everything, and all of it has run. A second wait, because painting during
+    // the job may start a pooled thread, which Qt keeps for 30 s.
+    const auto areBack = [this] { return beforeJob_->areBackNow(); };
+    if (!waitUntil(areBack) && !waitUntil(areBack)) fail("threads or descriptors of the job are left");
 }
 
 void Player::check(bool runPosted) {

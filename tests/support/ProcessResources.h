@@ -31,13 +31,15 @@ struct ProcessResources {
 #endif
     }
 
-    /// Waits until at most this many threads and descriptors are in use. Returns false if that does not
-    /// happen within the limit.
+    /// True if at most this many threads and descriptors are in use.
+    [[nodiscard]] bool areBackNow() const {
+        const ProcessResources used = now();
+        return used.threads <= threads && used.descriptors <= descriptors;
+    }
+
+    /// Waits until they are back. Returns false if that does not happen within the limit.
     [[nodiscard]] bool areBack() const {
-        return eventually([this] {
-            const ProcessResources used = now();
-            return used.threads <= threads && used.descriptors <= descriptors;
-        });
+        return eventually([this] { return areBackNow(); });
     }
 
 private:
