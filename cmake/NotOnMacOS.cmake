@@ -9,7 +9,7 @@ set(QELMO_NOT_ON_MACOS
     "tests/fuzz/targets/FuzzLogText.cpp: the fuzzers run on Linux only"
     "tests/fuzz/targets/FuzzManifest.cpp: the fuzzers run on Linux only"
     "tests/platform/ChildProcessOnLinuxTest.cpp: uses Linux's prctl to become the parent of orphaned processes"
-    "tests/ui/MacIconTest.cpp: tests the Mac's source on Linux; on macOS the other tests of the window test it"
+    "tests/ui/MacIconTest.cpp: tests the Mac's source on Linux; on macOS the other window tests cover it"
     "tools/pack-release/Md5OpenSsl.cpp: CommonCrypto computes digests there"
     "ui/DesktopLookLinux.cpp: ui/DesktopLookMac.cpp takes its place")
 
